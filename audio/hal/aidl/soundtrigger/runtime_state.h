@@ -1,0 +1,141 @@
+#pragma once
+
+#include <string>
+
+namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
+
+class SoundTriggerAdapter;
+class SoundTriggerHalClient;
+
+/** What the DSP is doing for a client's model. */
+enum class RuntimeState : int {
+    ModelUnloaded = 0,
+    ModelLoaded = 1,
+    StartDetecting = 2,
+    CallbackProcessing = 3,
+    Buffering = 4,
+    InternalForceDetected = 5,
+};
+
+/** The enumerator's name; for any other value its decimal number. */
+std::string toString(RuntimeState state);
+
+/** True, after an ERROR line, when `client` is null. */
+bool IsInvalidClient(SoundTriggerHalClient* client);
+
+/**
+ * A client's runtime state: decides which requests are allowed, carries them out in the DSP, and
+ * when the DSP has done its part, replaces itself in the client by the state that follows.
+ *
+ * Each operation returns 0 (done) or 1 (refused by this state, or failed in the DSP). A failure is
+ * logged and leaves the state as it is; what the DSP had already done is not undone. A request that
+ * a state does not know is refused without a word.
+ *
+ *                  ToLoadState             ToDetecting             ToCallbackProcessing
+ *   ModelUnloaded ------------> ModelLoaded ----------> StartDetecting --------->
+ * CallbackProcessing |                         |                        | | | | | | ToBuffering
+ *         '-------------------------+------------------------'                           v
+ *                                   | ToInternalForceRecognition   ToBuffering       Buffering
+ *                                   v                                   ^
+ *                          InternalForceDetected -----------------------'
+ *
+ * From every state that has the DSP detect or capture, ToLoadState leads back to ModelLoaded and
+ * ToUnloadState to ModelUnloaded; from the two that follow a detection, ToDetecting leads back to
+ * StartDetecting.
+ *
+ * No lock of its own: runs under the HAL's.
+ */
+class RuntimeStateBase {
+  public:
+    virtual ~RuntimeStateBase() = default;
+    RuntimeStateBase(const RuntimeStateBase&) = delete;
+    RuntimeStateBase& operator=(const RuntimeStateBase&) = delete;
+
+    virtual int ToUnloadState(SoundTriggerHalClient* client) = 0;
+    virtual int ToLoadState(SoundTriggerHalClient* client) = 0;
+    virtual int ToDetecting(SoundTriggerHalClient* client);
+    virtual int ToCallbackProcessing(SoundTriggerHalClient* client);
+    virtual int ToBuffering(SoundTriggerHalClient* client);
+    virtual int ToInternalForceRecognition(SoundTriggerHalClient* client);
+
+    const RuntimeState state_;
+
+  protected:
+    RuntimeStateBase(RuntimeState state, SoundTriggerAdapter* adapter)
+        : state_(state), adapter_(adapter) {}
+
+    // Transitions that several states share. The caller has checked the client; after one that
+    // returned 0 this object is gone.
+    template <typename State>
+    int ChangeTo(SoundTriggerHalClient* client);
+    int StopAndUnload(SoundTriggerHalClient* client, int engine_type);
+    int StopDetection(SoundTriggerHalClient* client, int engine_type, const char* failure);
+    int StartDetection(SoundTriggerHalClient* client, const char* failure);
+    int StartInternalRecognition(SoundTriggerHalClient* client, bool is_detecting);
+
+    SoundTriggerAdapter* const adapter_;
+};
+
+/** The DSP holds no model: at first, after an unload, and whenever the DSP has lost its models. */
+class StateModelUnloaded final : public RuntimeStateBase {
+  public:
+    explicit StateModelUnloaded(SoundTriggerAdapter* adapter);
+    int ToUnloadState(SoundTriggerHalClient* client) override;
+    int ToLoadState(SoundTriggerHalClient* client) override;
+    int ToInternalForceRecognition(SoundTriggerHalClient* client) override;
+};
+
+/** The model is in the DSP and nothing listens for it: after a load or a stop. */
+class StateModelLoaded final : public RuntimeStateBase {
+  public:
+    explicit StateModelLoaded(SoundTriggerAdapter* adapter);
+    int ToUnloadState(SoundTriggerHalClient* client) override;
+    int ToLoadState(SoundTriggerHalClient* client) override;
+    int ToDetecting(SoundTriggerHalClient* client) override;
+    int ToInternalForceRecognition(SoundTriggerHalClient* client) override;
+};
+
+/** The DSP listens: after a start, until a detection or a stop. */
+class StateModelDetecting final : public RuntimeStateBase {
+  public:
+    explicit StateModelDetecting(SoundTriggerAdapter* adapter);
+    int ToUnloadState(SoundTriggerHalClient* client) override;
+    int ToLoadState(SoundTriggerHalClient* client) override;
+    int ToDetecting(SoundTriggerHalClient* client) override;
+    int ToCallbackProcessing(SoundTriggerHalClient* client) override;
+    int ToInternalForceRecognition(SoundTriggerHalClient* client) override;
+};
+
+/** The DSP has detected and the framework is being told; left by its next request. */
+class StateCallbackProcessing final : public RuntimeStateBase {
+  public:
+    explicit StateCallbackProcessing(SoundTriggerAdapter* adapter);
+    int ToUnloadState(SoundTriggerHalClient* client) override;
+    int ToLoadState(SoundTriggerHalClient* client) override;
+    int ToDetecting(SoundTriggerHalClient* client) override;
+    int ToBuffering(SoundTriggerHalClient* client) override;
+};
+
+/** A capture stream reads the audio of the detection; left by the framework's next request. */
+class StateBuffering final : public RuntimeStateBase {
+  public:
+    explicit StateBuffering(SoundTriggerAdapter* adapter);
+    int ToUnloadState(SoundTriggerHalClient* client) override;
+    int ToLoadState(SoundTriggerHalClient* client) override;
+    int ToDetecting(SoundTriggerHalClient* client) override;
+};
+
+/**
+ * The HAL itself runs the hotword engine, for a capture without a detection; left when that capture
+ * starts to read or ends. Only ever speaks to the hotword engine, whatever the client's.
+ */
+class StateInternalForceDetected final : public RuntimeStateBase {
+  public:
+    explicit StateInternalForceDetected(SoundTriggerAdapter* adapter);
+    int ToUnloadState(SoundTriggerHalClient* client) override;
+    int ToLoadState(SoundTriggerHalClient* client) override;
+    int ToDetecting(SoundTriggerHalClient* client) override;
+    int ToBuffering(SoundTriggerHalClient* client) override;
+};
+
+}  // namespace vendor::quarno::brindlecove::audio::hal::soundtrigger

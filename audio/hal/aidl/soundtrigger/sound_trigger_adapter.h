@@ -1,0 +1,120 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
+
+/** What the DSP says of its detection library. */
+struct LibraryArchitecture {
+    uint32_t library_version = 0;
+    std::string architecture;  // At most 64 bytes, up to the DSP's first NUL.
+};
+
+/** Which set of parameters the DSP is tuned with. */
+enum class TuningType : int {
+    Unknown = 0,
+    Default = 1,
+    Docked = 2,
+};
+
+/** The enumerator's name; for any other value its decimal number. */
+inline std::string toString(TuningType type) {
+    switch (type) {
+        case TuningType::Unknown:
+            return "Unknown";
+        case TuningType::Default:
+            return "Default";
+        case TuningType::Docked:
+            return "Docked";
+    }
+    return std::to_string(static_cast<int>(type));
+}
+
+/**
+ * The one seam between the HAL and the DSP. Everything above it speaks of engines, models and
+ * switches; command ids and device nodes are known only below it.
+ *
+ * An engine argument is the number of an EngineType: 1 hotword, 2 ambient music, 3 ambient music
+ * break. Any other value is refused with -EINVAL.
+ *
+ * A status is 0 on success, a negative errno, or a failure status of the DSP's command channel,
+ * passed through as it came. Callers treat everything but 0 as failure.
+ *
+ * Safe to call from any thread. The HAL makes all calls with its lock held, except
+ * GetLibraryArchitecture, ReadDspBuffer and ReadDspTimestamp, which run beside the others.
+ */
+class SoundTriggerAdapter {
+  public:
+    virtual ~SoundTriggerAdapter() = default;
+
+    /** Asks the DSP; empty when the query fails. */
+    virtual std::optional<LibraryArchitecture> GetLibraryArchitecture() = 0;
+
+    /**
+     * Moves a model of `size` bytes into the DSP and has the DSP load it. Success means that the
+     * DSP has acknowledged the load.
+     */
+    [[nodiscard]] virtual int LoadSoundModelToDsp(int engine_type, int size, const char* data) = 0;
+
+    [[nodiscard]] virtual int StartDetectionInDsp(int engine_type) = 0;
+    [[nodiscard]] virtual int StopDetectionInDsp(int engine_type) = 0;
+    [[nodiscard]] virtual int UnloadSoundModelFromDsp(int engine_type) = 0;
+
+    /** Makes the DSP report a detection now. The ambient music break engine cannot: -EINVAL. */
+    [[nodiscard]] virtual int TriggerForceRecognition(int engine_type) = 0;
+
+    /**
+     * Reads captured audio as 16-bit PCM.
+     *
+     * @param buffer    Room for at least 2048 bytes whatever `size` says: where the audio has to be
+     *                  converted (one hotword channel, or ambient music), 1024 samples are always
+     *                  written.
+     * @param size      Wanted, in bytes. Hotword: at most 4096 for two channels and 2048 for one.
+     *                  Ambient: at most 2049; an odd last byte is not delivered.
+     * @param channels  1 or 2; ambient audio is always one channel.
+     * @return Bytes placed in `buffer`, or a negative errno: -EINVAL for a bad engine or size,
+     *         -ETIMEDOUT when no audio came within 128 ms, else what the device failed with.
+     */
+    [[nodiscard]] virtual int ReadDspBuffer(int engine_type, char* buffer, unsigned int size,
+                                            int channels) = 0;
+
+    /** The descriptor to wait on for detections, opened by the first call; -1 when it cannot be. */
+    [[nodiscard]] virtual int GetNotificationFileDescriptor() = 0;
+
+    /**
+     * Takes one detection record, once the descriptor is readable.
+     *
+     * @param engine_type  The engine that detected, 0 for an unknown record. Left alone where there
+     *                     was no whole record.
+     * @param payload      The record's text. Left alone where the record has none.
+     * @return 0, also for an unknown or short record; a negative errno; -EINVAL when no descriptor
+     *         has been asked for.
+     */
+    [[nodiscard]] virtual int ReadDspNotification(int* engine_type, std::string& payload) = 0;
+
+    [[nodiscard]] virtual int SetupEraserInDsp(bool enable) = 0;
+    [[nodiscard]] virtual int SetupApProcessWithDock(bool enable) = 0;
+    [[nodiscard]] virtual int SetupMicSwapInDsp(bool enable) = 0;
+    [[nodiscard]] virtual int SetupReferenceSource(bool enable) = 0;
+
+    /** Closes the notification device; the next GetNotificationFileDescriptor opens it again. */
+    virtual void ResetNotificationFileDescriptor() = 0;
+
+    /** Sends the parameters of a TuningType. 0 also where there are none to send. */
+    [[nodiscard]] virtual int SendTuningToDsp(int tuning_type) = 0;
+
+    /** Has the hotword engine deliver audio without a detection. */
+    [[nodiscard]] virtual int InternalHotwordRecognition(unsigned int value) = 0;
+
+    [[nodiscard]] virtual int SetupNeuralAecInDsp(bool enable) = 0;
+
+    /**
+     * The instant of the latest hotword in nanoseconds of kernel boot time, -1 before the first.
+     * It is known once the first audio of that hotword has been read. 0 for the other engines.
+     */
+    [[nodiscard]] virtual int64_t ReadDspTimestamp(int engine_type) = 0;
+};
+
+}  // namespace vendor::quarno::brindlecove::audio::hal::soundtrigger

@@ -1,0 +1,121 @@
+// Life cycle: how the HAL is built, initialised and destroyed.
+#define LOG_TAG "StHal::SoundTriggerHal"
+
+#include "audio/hal/aidl/soundtrigger/sound_trigger_hal.h"
+
+#include <aidl/android/media/soundtrigger/AudioCapabilities.h>
+#include <aidl/android/media/soundtrigger/RecognitionMode.h>
+#include <android-base/logging.h>
+#include <fcntl.h>
+#include <pthread.h>
+
+#include <utility>
+
+#include "audio/hal/aidl/soundtrigger/zyl/zyl_sound_trigger_adapter.h"
+#include "audio/hal/aidl/soundtrigger/zyl/zyl_sound_trigger_tuning_manager.h"
+#include "audio/hal/aidl/soundtrigger/zyl/zyl_wire.h"
+#include "audio/hal/utils/constants/usecases.h"
+#include "audio/hal/utils/file/file.h"
+
+namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
+
+namespace {
+
+using ::aidl::android::media::soundtrigger::AudioCapabilities;
+using ::aidl::android::media::soundtrigger::Properties;
+using ::aidl::android::media::soundtrigger::RecognitionMode;
+
+constexpr char kControlThreadName[] = "SthalControl";
+static_assert(sizeof(kControlThreadName) <= 16, "the kernel keeps 15 characters of it");
+
+constexpr char kWakeLockName[] = "st-hal-hotword";
+
+Properties InitialProperties(int32_t max_sound_models) {
+    Properties properties;
+    properties.implementor = "Quarno Vexor team";
+    properties.description = "Sound Trigger HAL";
+    properties.version = 1;  // This and the architecture are the DSP's to say: see GetProperties.
+    properties.uuid = "3f9c2e61-7b4d-4a85-9e07-c1d2b6a4f058";
+    properties.supportedModelArch = "fusion";
+    properties.maxSoundModels = max_sound_models;
+    properties.maxKeyPhrases = 1;
+    properties.maxUsers = 1;
+    properties.recognitionModes = static_cast<int32_t>(RecognitionMode::VOICE_TRIGGER) |
+                                  static_cast<int32_t>(RecognitionMode::GENERIC_TRIGGER);
+    properties.captureTransition = true;
+    properties.maxBufferMs = 8000;
+    properties.concurrentCapture = true;
+    properties.triggerInEvent = false;
+    properties.powerConsumptionMw = 0;
+    properties.audioCapabilities = static_cast<int32_t>(AudioCapabilities::ECHO_CANCELLATION);
+    return properties;
+}
+
+}  // namespace
+
+std::unique_ptr<SoundTriggerHal> SoundTriggerHalBuilder::BuildSoundTriggerHal() {
+    auto command_device = std::make_unique<utils::File>(zyl::kCommandDevice, O_RDWR | O_NONBLOCK);
+    auto tuning_manager = std::make_unique<zyl::ZylSoundTriggerTuningManager>(zyl::kTuningFile);
+    return BuildSoundTriggerHal(std::make_unique<zyl::ZylSoundTriggerAdapter>(
+            std::move(command_device), std::move(tuning_manager)));
+}
+
+std::unique_ptr<SoundTriggerHal> SoundTriggerHalBuilder::BuildSoundTriggerHal(
+        std::unique_ptr<SoundTriggerAdapter> adapter) {
+    return std::make_unique<SoundTriggerHal>(std::move(adapter));
+}
+
+SoundTriggerHal::SoundTriggerHal(std::unique_ptr<SoundTriggerAdapter> adapter)
+    : properties_(InitialProperties(kMaxSoundModels)),
+      adapter_(std::move(adapter)),
+      playback_usecases_{
+              PlaybackUsecaseState{std::string(utils::kPrimaryPlayback)},
+              PlaybackUsecaseState{std::string(utils::kDeepBufferPlayback)},
+              PlaybackUsecaseState{std::string(utils::kCompressOffloadPlayback)},
+              PlaybackUsecaseState{std::string(utils::kHapticPlayback)},
+      },
+      wake_lock_(kWakeLockName) {
+    for (auto& io_handle : started_io_handles_) io_handle = kNotStarted;
+}
+
+// Takes no lock: no other thread knows of this object yet.
+bool SoundTriggerHal::Initialize() {
+    LOG(INFO) << "Initialize";
+    // Best effort: at boot the DSP may be down still, and its online report does the rest.
+    (void)ResetDsp();
+
+    control_thread_ = std::thread(&SoundTriggerHal::ControlThreadLoop, this);
+    if (pthread_setname_np(control_thread_.native_handle(), kControlThreadName) != 0) {
+        LOG(WARNING) << "Initialize: set thread name failed";
+    }
+
+    if (sound_card_state_ == nullptr) {
+        LOG(ERROR) << "Initialize: Initialize without sound card monitor";
+        return true;
+    }
+    if (!sound_card_state_->RegisterListener(this)) {
+        LOG(ERROR) << "Initialize: Failed to register sound card state listener";
+        return false;
+    }
+    // Only told to the caller. The HAL itself waits for the monitor's report, which also does all
+    // that a DSP coming online needs.
+    return sound_card_state_->IsOnline();
+}
+
+SoundTriggerHal::~SoundTriggerHal() {
+    {
+        std::lock_guard lock(lock_);
+        LOG(INFO) << "~SoundTriggerHal: Enter";
+        stop_control_thread_ = true;
+        SendControlMessage();
+    }
+    // Without the lock: the control thread needs it to end.
+    if (control_thread_.joinable()) control_thread_.join();
+    {
+        std::lock_guard lock(lock_);
+        LOG(INFO) << "~SoundTriggerHal: Finished";
+    }
+    wake_lock_.Release();
+}
+
+}  // namespace vendor::quarno::brindlecove::audio::hal::soundtrigger

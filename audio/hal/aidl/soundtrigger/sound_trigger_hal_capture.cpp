@@ -1,0 +1,150 @@
+// Internal recognition, and the audio that a capture stream reads.
+#define LOG_TAG "StHal::SoundTriggerHal"
+
+#include <android-base/logging.h>
+
+#include <cerrno>
+#include <optional>
+
+#include "audio/hal/aidl/soundtrigger/silence.h"
+#include "audio/hal/aidl/soundtrigger/sound_trigger_hal.h"
+
+namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
+
+int SoundTriggerHal::InternalForceRecognition() {
+    std::lock_guard lock(lock_);
+    if (!is_dsp_online_) {
+        LOG(ERROR) << "InternalForceRecognition: Dsp isn't ready, ignore request";
+        return -EINVAL;
+    }
+    // The framework's hotword model is borrowed where there is one; of several, the last.
+    std::optional<int32_t> target;
+    for (const auto& [handle, client] : clients_) {
+        if (client->engine_type_ != EngineType::Hotword) continue;
+        const RuntimeState state = client->state();
+        if (state == RuntimeState::CallbackProcessing || state == RuntimeState::Buffering) {
+            LOG(ERROR) << "InternalForceRecognition: Hotword in progress, cannot do the request";
+            return -EINVAL;
+        }
+        target = handle;
+    }
+    if (!target) {
+        // From 0: the internal client takes none of the framework's handles.
+        target = SmallestFreeHandle(0);
+        if (*target > properties_.maxSoundModels) {
+            LOG(ERROR) << "InternalForceRecognition: Loaded count " << *target
+                       << " is over max number " << properties_.maxSoundModels;
+            return -EINVAL;
+        }
+        if (SoundTriggerHalClient* const internal_client = AddClient(*target)) {
+            internal_client->is_internal_client_ = true;
+            (void)internal_client->set_engine_type(EngineType::Hotword);
+            LOG(INFO) << "InternalForceRecognition: Started internal recognition of client "
+                      << *target;
+        }
+    }
+    SoundTriggerHalClient* const client = FindClient(*target);
+    if (client == nullptr) {
+        LOG(ERROR) << "InternalForceRecognition: Client doesn't exist with handle " << *target;
+        return -EINVAL;
+    }
+    if (const int result = client->RequestInternalForceRecognition(); result != 0) {
+        LOG(ERROR) << "InternalForceRecognition: Request internal reocognition failure " << result;
+        // The framework's model, too: half of what was asked may have happened in the DSP, and only
+        // a model loaded anew is known to be in a known state.
+        RemoveClient(*target);
+        return result;
+    }
+    ProcessAecEvent(ShouldEnableAec());
+    client->is_internal_force_active_ = true;
+    SendControlMessage();
+    return 0;
+}
+
+int SoundTriggerHal::StopInternalForceRecognition() {
+    std::lock_guard lock(lock_);
+    return StopInternalForce();
+}
+
+int SoundTriggerHal::StopInternalForce() {
+    SoundTriggerHalClient* client = nullptr;
+    for (const auto& [handle, candidate] : clients_) {
+        if (candidate->engine_type_ == EngineType::Hotword &&
+            candidate->is_internal_force_active_) {
+            client = candidate.get();
+        }
+    }
+    if (client == nullptr) return 0;
+    if (!is_dsp_online_) {
+        SendControlMessage();
+        return 0;
+    }
+    const int stop_result = client->RequestStopDetecting();
+    ProcessAecEvent(ShouldEnableAec());
+    const int result = ReturnInternalClient(client, stop_result);
+    if (result != 0) {
+        // No blank before the number: the line is older than the habit.
+        LOG(ERROR) << "StopInternalForce: reset hotword model failure" << result;
+        return result;
+    }
+    SendControlMessage();
+    return 0;
+}
+
+// The second half of StopInternalForce: the HAL's own client ends, a borrowed one goes back to what
+// the framework wants of it. `stop_result` counts only where nothing else is asked of the DSP: what
+// matters is whether the state that follows was reached.
+int SoundTriggerHal::ReturnInternalClient(SoundTriggerHalClient* client, int stop_result) {
+    if (client->is_internal_client_) {
+        const int32_t handle = client->handle_;
+        const int result = client->RequestUnloadModel();
+        LOG(INFO) << "StopInternalForce: Unload internal client with " << handle;
+        RemoveClient(handle);
+        return result;
+    }
+    client->is_internal_force_active_ = false;
+    if (!client->is_started_) return stop_result;
+    const int result = client->RequestStartDetecting();
+    ProcessAecEvent(ShouldEnableAec());
+    return result;
+}
+
+int SoundTriggerHal::StartBufferingByIoHandle(int io_handle, bool is_internal_forced) {
+    std::lock_guard lock(lock_);
+    SoundTriggerHalClient* const client = FindBufferingCandidate(io_handle, is_internal_forced);
+    if (client == nullptr) return -EINVAL;
+    // Each detection serves one stream, so a client that is buffering already is taken.
+    if (client->state() == RuntimeState::Buffering || client->RequestStartBuffering() < 0) {
+        LOG(ERROR) << "StartBufferingByIoHandle: request buffering from "
+                   << toString(client->state());
+        return -EINVAL;
+    }
+    return static_cast<int>(is_internal_forced ? EngineType::Hotword : client->engine_type_);
+}
+
+SoundTriggerHalClient* SoundTriggerHal::FindBufferingCandidate(int io_handle,
+                                                               bool is_internal_forced) const {
+    for (const auto& [handle, client] : clients_) {
+        const bool matches = is_internal_forced
+                                     ? client->is_internal_force_active_
+                                     : client->is_started_ && client->io_handle_ == io_handle;
+        if (matches) return client.get();
+    }
+    return nullptr;
+}
+
+int SoundTriggerHal::ReadBuffer(int engine_type, char* buffer, uint32_t size, int channel_count) {
+    if (!is_dsp_online_) {
+        LOG(VERBOSE) << "ReadBuffer: Dsp isn't online, can't read the data.";
+        return -ENODEV;
+    }
+    const int result = adapter_->ReadDspBuffer(engine_type, buffer, size, channel_count);
+    if (result < 0) return DeliverSilence(result, buffer, size);
+    return result;
+}
+
+int64_t SoundTriggerHal::ReadTimestamp(int engine_type) {
+    return adapter_->ReadDspTimestamp(engine_type);
+}
+
+}  // namespace vendor::quarno::brindlecove::audio::hal::soundtrigger

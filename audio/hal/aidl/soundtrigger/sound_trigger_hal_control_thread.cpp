@@ -1,0 +1,206 @@
+// The control thread: waits for detections and delivers them.
+#define LOG_TAG "StHal::SoundTriggerHal"
+
+#include <android-base/logging.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <optional>
+
+#include "audio/hal/aidl/soundtrigger/sound_trigger_hal.h"
+
+namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
+
+namespace {
+
+// The word that wakes the control thread. Its value says nothing, its arrival everything.
+using ControlMessage = int32_t;
+constexpr ControlMessage kWakeUp = 0;
+static_assert(sizeof(ControlMessage) == 4);
+
+// While the DSP restarts, its node stays readable and every read fails: without a pause the loop
+// would spin until the DSP is reported offline.
+constexpr std::chrono::milliseconds kDspRestartPause{100};
+
+// select() knows no descriptor beyond this; FD_SET would write past the end of the set.
+bool IsSelectable(int fd) {
+    return fd >= 0 && fd < FD_SETSIZE;
+}
+
+}  // namespace
+
+void SoundTriggerHal::SendControlMessage() {
+    if (control_pipe_.write_end < 0) {
+        LOG(ERROR) << "SendControlMessage: pipe reader doesn't exist";
+        return;
+    }
+    const ControlMessage message = kWakeUp;
+    if (write(control_pipe_.write_end, &message, sizeof(message)) < 0) {
+        // Not reported further: a pipe too full to take the word is one that wakes the thread.
+        const int error = errno;
+        LOG(ERROR) << "SendControlMessage: write failure due to " << error;
+    }
+}
+
+void SoundTriggerHal::ControlThreadLoop() {
+    LOG(INFO) << "ControlThreadLoop: Enter";
+    if (!CreateControlPipe()) return;
+    while (!stop_control_thread_) {
+        WaitSet wait_set = PrepareWaitSet();
+        // No time-out: every reason to look again comes through one of the two descriptors.
+        const int ready = select(wait_set.highest_fd + 1, &wait_set.read_set, nullptr, nullptr,
+                                 /*timeout=*/nullptr);
+        if (ready == 0) continue;
+        if (ready == -1) {
+            const int error = errno;
+            LOG(ERROR) << "ControlThreadLoop: select errno " << error;
+            if (error == EAGAIN || error == EINTR) {
+                LOG(WARNING) << "ControlThreadLoop: try to select again";
+                continue;
+            }
+            LOG(ERROR) << "ControlThreadLoop: exit loop due to " << error;
+            break;
+        }
+        HandleReady(wait_set);
+    }
+    CloseControlPipe();
+    LOG(INFO) << "ControlThreadLoop: exit";
+    ReleaseLockOnceMore();
+}
+
+bool SoundTriggerHal::CreateControlPipe() {
+    std::lock_guard lock(lock_);
+    int ends[2];
+    // Non-blocking: the drain reads until nothing is left, and no caller may wait for the reader.
+    if (pipe2(ends, O_NONBLOCK) != 0) {
+        LOG(ERROR) << "ControlThreadLoop: fail to create pipe";
+        return false;
+    }
+    if (!IsSelectable(ends[0])) {
+        close(ends[0]);
+        close(ends[1]);
+        LOG(ERROR) << "ControlThreadLoop: fail to create pipe";
+        return false;
+    }
+    control_pipe_ = {.read_end = ends[0], .write_end = ends[1]};
+    return true;
+}
+
+void SoundTriggerHal::CloseControlPipe() {
+    std::lock_guard lock(lock_);
+    close(control_pipe_.read_end);
+    control_pipe_.read_end = -1;
+    close(control_pipe_.write_end);
+    control_pipe_.write_end = -1;
+}
+
+// The thread's last act: one release more than there were holds. The owners of this library rely on
+// a thread that ends leaving the lock free whatever happened in it, so it is kept. It relies on
+// `lock_` being a plain mutex, which takes it without complaint, and on no other thread holding the
+// lock just then: the destructor is waiting for this thread to end, without the lock.
+void SoundTriggerHal::ReleaseLockOnceMore() {
+    lock_.unlock();
+}
+
+SoundTriggerHal::WaitSet SoundTriggerHal::PrepareWaitSet() {
+    std::lock_guard lock(lock_);
+    WaitSet wait_set;
+    FD_ZERO(&wait_set.read_set);
+    wait_set.pipe_fd = control_pipe_.read_end;
+    FD_SET(wait_set.pipe_fd, &wait_set.read_set);
+    wait_set.highest_fd = wait_set.pipe_fd;
+    if (!HasActiveClient() || !is_dsp_online_) {
+        adapter_->ResetNotificationFileDescriptor();
+        return wait_set;
+    }
+    const int notification_fd = adapter_->GetNotificationFileDescriptor();
+    if (!IsSelectable(notification_fd)) {
+        LOG(WARNING) << "ControlThreadLoop: Can't get notification fd.";
+        return wait_set;
+    }
+    FD_SET(notification_fd, &wait_set.read_set);
+    wait_set.notification_fd = notification_fd;
+    wait_set.highest_fd = std::max(wait_set.highest_fd, notification_fd);
+    return wait_set;
+}
+
+void SoundTriggerHal::HandleReady(const WaitSet& ready) {
+    std::optional<int32_t> detected_handle;
+    std::string payload;  // New in each turn: a record without text must not show an older one's.
+    int result = 0;
+    {
+        std::lock_guard lock(lock_);
+        if (FD_ISSET(ready.pipe_fd, &ready.read_set)) DrainControlPipe(ready.pipe_fd);
+        if (ready.notification_fd >= 0 && FD_ISSET(ready.notification_fd, &ready.read_set) &&
+            is_dsp_online_) {
+            SoundTriggerHalClient* const client = ReadDetection(&payload, &result);
+            if (client != nullptr && result == 0) detected_handle = client->handle_;
+        }
+    }
+    // Without the lock, since the framework may answer the event with any request.
+    if (detected_handle) DeliverRecognition(*detected_handle, payload);
+    if (result == -ENODEV) {
+        LOG(WARNING) << "ControlThreadLoop: Wait for dsp interface when restarting.";
+        std::this_thread::sleep_for(kDspRestartPause);
+    }
+}
+
+void SoundTriggerHal::DrainControlPipe(int pipe_fd) {
+    // All of it: however many messages there are, they ask for one and the same rebuild.
+    while (true) {
+        ControlMessage message;
+        const ssize_t size = read(pipe_fd, &message, sizeof(message));
+        if (size <= 0) return;
+        if (size != sizeof(message)) {
+            LOG(WARNING) << "ControlThreadLoop: invalid cmd size: " << size;
+            return;
+        }
+        LOG(INFO) << "ControlThreadLoop: get update command";
+    }
+}
+
+// Takes one detection from the DSP and moves its client on. Returns the client whose event is to be
+// delivered if `result`, the last result on the way, is 0.
+SoundTriggerHalClient* SoundTriggerHal::ReadDetection(std::string* payload, int* result) {
+    int model_type = 0;
+    *result = adapter_->ReadDspNotification(&model_type, *payload);
+    if (*result < 0) {
+        LOG(ERROR) << "ControlThreadLoop: read trigger event failure: " << *result;
+        return nullptr;
+    }
+    LOG(INFO) << "ControlThreadLoop: read trigger event with model type: " << model_type;
+    const auto found = std::find_if(clients_.begin(), clients_.end(), [&](const auto& entry) {
+        const SoundTriggerHalClient& client = *entry.second;
+        return client.is_started_ && static_cast<int>(client.engine_type_) == model_type;
+    });
+    if (found == clients_.end()) return nullptr;
+    SoundTriggerHalClient* const client = found->second.get();
+    // A detection during an internal recognition belongs to that recognition, not to the framework.
+    if (client->is_internal_force_active_) return nullptr;
+    LOG(INFO) << "ControlThreadLoop: received " << toString(client->engine_type_)
+              << " recognition with payload: " << *payload;
+    *result = client->RequestCallbackProcessing();
+    if (*result < 0) {
+        LOG(ERROR) << "ControlThreadLoop: requested CallbackProcessing failure from "
+                   << toString(client->state());
+    }
+    return client;
+}
+
+void SoundTriggerHal::DeliverRecognition(int32_t handle, const std::string& payload) {
+    std::optional<RecognitionCallback> callback;
+    {
+        std::lock_guard lock(lock_);
+        // Looked up again: the model may have been unloaded since, and then there is nobody to
+        // tell.
+        const SoundTriggerHalClient* const client = FindClient(handle);
+        if (client == nullptr) return;
+        callback = client->PrepareCallback(payload);
+    }
+    callback->Execute();
+}
+
+}  // namespace vendor::quarno::brindlecove::audio::hal::soundtrigger

@@ -1,0 +1,244 @@
+// The DSP going and coming back, and what the phone around it does.
+#define LOG_TAG "StHal::SoundTriggerHal"
+
+#include <aidl/android/media/audio/common/AudioUsage.h>
+#include <aidl/android/media/audio/common/Boolean.h>
+#include <aidl/android/media/soundtrigger/AudioCapabilities.h>
+#include <android-base/logging.h>
+
+#include <algorithm>
+
+#include "audio/hal/aidl/soundtrigger/sound_trigger_hal.h"
+#include "audio/hal/utils/constants/devices.h"
+#include "audio/hal/utils/constants/usecases.h"
+
+namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
+
+namespace {
+
+using ::aidl::android::media::audio::common::AudioUsage;
+using ::aidl::android::media::audio::common::Boolean;
+using ::aidl::android::media::soundtrigger::AudioCapabilities;
+
+constexpr char kParameterPrefix[] = "vendor.vexor.st.";
+constexpr char kFanChargerParameter[] = "vendor.vexor.st.wireless.charger.with.fan";
+
+constexpr int kHotwordEngine = static_cast<int>(EngineType::Hotword);
+constexpr int kAmbientMusicEngine = static_cast<int>(EngineType::AmbientMusic);
+
+// Usages that come out of the loudspeaker loud enough to be heard by the microphones.
+bool IsActiveUsage(AudioUsage usage) {
+    return usage == AudioUsage::MEDIA || usage == AudioUsage::ALARM ||
+           usage == AudioUsage::NOTIFICATION_TELEPHONY_RINGTONE || usage == AudioUsage::GAME ||
+           usage == AudioUsage::ASSISTANT;
+}
+
+bool IsOwnLoudspeaker(std::string_view device) {
+    return device == utils::kSpeaker || device == utils::kUsbDock ||
+           device == utils::kSpeakerSafe || device == utils::kSpeakerEarpiece;
+}
+
+// These usecases count as playing only while a track of an active usage plays; the others whenever
+// they are routed.
+bool CountsByTracks(std::string_view usecase) {
+    return usecase == utils::kPrimaryPlayback || usecase == utils::kHapticPlayback;
+}
+
+// Exactly the echo canceller: the neural one is for clients that ask for nothing else, so this is
+// no test of one bit.
+bool WantsNeuralAec(const SoundTriggerHalClient& client) {
+    return client.recognition_config_.audioCapabilities ==
+           static_cast<int32_t>(AudioCapabilities::ECHO_CANCELLATION);
+}
+
+const char* BoolText(bool value) {
+    return value ? "true" : "false";
+}
+
+}  // namespace
+
+// --- the DSP ---
+
+void SoundTriggerHal::OnSoundCardStateChanged(bool online) {
+    std::lock_guard lock(lock_);
+    LOG(INFO) << "OnSoundCardStateChanged: " << BoolText(online);
+    is_dsp_online_ = online;
+    // A repeated report is not filtered: the work of each is harmless, and the report of a restart
+    // so short that its offline half was missed must have its effect.
+    if (online) {
+        PrepareDspOnline();
+    } else {
+        PrepareDspOffline();
+    }
+    SendControlMessage();
+}
+
+void SoundTriggerHal::PrepareDspOnline() {
+    // A model or detection that fails here stays down until the framework or the next report asks
+    // again; the others must not suffer for it.
+    for (const auto& [handle, client] : clients_) {
+        if (client->is_loaded_) (void)client->RequestLoadModel();
+        if (client->is_started_) (void)client->RequestStartDetecting();
+    }
+    (void)adapter_->SetupMicSwapInDsp(mic_swap_enabled_);
+    (void)adapter_->SetupReferenceSource(docked_);
+    (void)adapter_->SetupApProcessWithDock(docked_);
+    (void)adapter_->SendTuningToDsp(TuningTypeForDock());
+    ProcessAecEvent(ShouldEnableAec());
+}
+
+void SoundTriggerHal::PrepareDspOffline() {
+    for (const auto& [handle, client] : clients_) client->ResetRuntimeState();
+}
+
+int SoundTriggerHal::ResetDsp() {
+    // Best effort up to the tuning, whose result is the one that tells whether the DSP is there.
+    (void)adapter_->SetupEraserInDsp(false);
+    (void)adapter_->SetupMicSwapInDsp(false);
+    (void)adapter_->SetupReferenceSource(false);
+    (void)adapter_->SetupApProcessWithDock(false);
+    wake_lock_.Release();
+    (void)ResetModelInDsp(kHotwordEngine);
+    (void)ResetModelInDsp(kAmbientMusicEngine);
+    return adapter_->SendTuningToDsp(static_cast<int>(TuningType::Default));
+}
+
+int SoundTriggerHal::ResetModelInDsp(int engine_type) {
+    (void)adapter_->StopDetectionInDsp(engine_type);
+    return adapter_->UnloadSoundModelFromDsp(engine_type);
+}
+
+// --- dock, playback, routing ---
+
+void SoundTriggerHal::OnDockChargerConnected(bool connected) {
+    std::lock_guard lock(lock_);
+    ProcessDockEvent(connected);
+}
+
+void SoundTriggerHal::ProcessDockEvent(bool connected) {
+    if (connected == docked_) return;
+    docked_ = connected;
+    LOG(INFO) << "ProcessDockEvent: " << BoolText(docked_);
+    // On the dock the application processor takes part in the processing, so it stays awake.
+    if (docked_) {
+        wake_lock_.Acquire();
+    } else {
+        wake_lock_.Release();
+    }
+    if (!is_dsp_online_) return;
+    (void)adapter_->SetupReferenceSource(docked_);
+    (void)adapter_->SetupApProcessWithDock(docked_);
+    (void)adapter_->SendTuningToDsp(TuningTypeForDock());
+}
+
+int32_t SoundTriggerHal::TuningTypeForDock() const {
+    return static_cast<int32_t>(docked_ ? TuningType::Docked : TuningType::Default);
+}
+
+void SoundTriggerHal::OnSourceMetadataChanged(std::string_view usecase,
+                                              const SourceMetadata& metadata) {
+    std::lock_guard lock(lock_);
+    ProcessStreamMetadata(usecase, metadata);
+}
+
+void SoundTriggerHal::ProcessStreamMetadata(std::string_view usecase,
+                                            const SourceMetadata& metadata) {
+    if (!CountsByTracks(usecase)) return;
+    const auto active_tracks =
+            std::count_if(metadata.tracks.begin(), metadata.tracks.end(),
+                          [](const auto& track) { return IsActiveUsage(track.usage); });
+    FindPlaybackUsecase(usecase)->active_tracks = static_cast<int32_t>(active_tracks);
+    LOG(INFO) << "ProcessStreamMetadata: active usage tracks: " << active_tracks;
+    ProcessAecEvent(ShouldEnableAec());
+}
+
+void SoundTriggerHal::OnRoutingGraphChanged(const RoutingGraph& graph) {
+    std::lock_guard lock(lock_);
+    bool matched = false;
+    for (const RoutingEdge& edge : graph.edges) {
+        PlaybackUsecaseState* const playback = FindPlaybackUsecase(edge.source);
+        if (playback == nullptr || !IsOwnLoudspeaker(edge.sink)) continue;
+        playback->in_routing_graph = true;
+        matched = true;
+    }
+    // While any playback is on the loudspeaker, the others keep what they had: a graph in
+    // transition leaves edges out that come back at once, and the canceller must not flap.
+    if (!matched) {
+        for (PlaybackUsecaseState& playback : playback_usecases_) playback.in_routing_graph = false;
+    }
+    ProcessAecEvent(ShouldEnableAec());
+}
+
+SoundTriggerHal::PlaybackUsecaseState* SoundTriggerHal::FindPlaybackUsecase(
+        std::string_view usecase) {
+    for (PlaybackUsecaseState& playback : playback_usecases_) {
+        if (playback.usecase == usecase) return &playback;
+    }
+    return nullptr;
+}
+
+// --- echo cancellation ---
+
+bool SoundTriggerHal::ShouldEnableAec() const {
+    return std::any_of(playback_usecases_.begin(), playback_usecases_.end(),
+                       [](const PlaybackUsecaseState& playback) {
+                           if (!playback.in_routing_graph) return false;
+                           return !CountsByTracks(playback.usecase) || playback.active_tracks > 0;
+                       });
+}
+
+void SoundTriggerHal::ProcessAecEvent(bool enable) {
+    for (const auto& [handle, client] : clients_) {
+        if (client->engine_type_ != EngineType::Hotword) continue;
+        if (enable && !client->is_aec_enabled_ && client->is_started_) {
+            if (is_dsp_online_) {
+                (void)adapter_->SetupReferenceSource(docked_);
+                (void)adapter_->SetupEraserInDsp(true);
+                if (WantsNeuralAec(*client)) (void)adapter_->SetupNeuralAecInDsp(true);
+                LOG(INFO) << "ProcessAecEvent: Eraser enabled ";
+            }
+            client->is_aec_enabled_ = true;
+        } else if (!enable && client->is_aec_enabled_) {
+            if (is_dsp_online_) {
+                (void)adapter_->SetupEraserInDsp(false);
+                (void)adapter_->SetupReferenceSource(docked_);
+                if (WantsNeuralAec(*client)) (void)adapter_->SetupNeuralAecInDsp(false);
+                LOG(INFO) << "ProcessAecEvent: Eraser disabled ";
+            }
+            client->is_aec_enabled_ = false;
+        }
+    }
+}
+
+// --- vendor parameters ---
+
+const std::string& SoundTriggerHal::GetPrefix() const {
+    // Never freed: callers may keep the reference to the end of the process.
+    static const std::string* const prefix = new std::string(kParameterPrefix);
+    return *prefix;
+}
+
+std::optional<SoundTriggerHal::VendorParameter> SoundTriggerHal::GetParameter(const std::string&) {
+    return std::nullopt;
+}
+
+bool SoundTriggerHal::SetParameter(const VendorParameter& parameter) {
+    if (parameter.id != kFanChargerParameter) return false;
+    std::optional<Boolean> value;
+    // The status says nothing that the value does not: a holder that is empty or holds something
+    // else is no error to it.
+    (void)parameter.ext.getParcelable(&value);
+    if (!value) return false;
+    std::lock_guard lock(lock_);
+    ProcessMicSwapEvent(value->value);
+    return true;
+}
+
+void SoundTriggerHal::ProcessMicSwapEvent(bool enabled) {
+    if (enabled == mic_swap_enabled_) return;
+    mic_swap_enabled_ = enabled;
+    LOG(INFO) << "ProcessMicSwapEvent: " << BoolText(mic_swap_enabled_);
+    if (is_dsp_online_) (void)adapter_->SetupMicSwapInDsp(mic_swap_enabled_);
+}
+
+}  // namespace vendor::quarno::brindlecove::audio::hal::soundtrigger

@@ -1,0 +1,181 @@
+// Properties, the table of clients, loading and unloading.
+#define LOG_TAG "StHal::SoundTriggerHal"
+
+#include <android-base/logging.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+#include "audio/hal/aidl/soundtrigger/sound_trigger_hal.h"
+
+namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
+
+using ::aidl::android::media::soundtrigger::SoundModelType;
+
+int SoundTriggerHal::GetProperties(Properties* properties) {
+    const std::optional<LibraryArchitecture> library = adapter_->GetLibraryArchitecture();
+    if (!library) {
+        LOG(ERROR) << "GetProperties: Can't get information from DSP";
+        return -EINVAL;
+    }
+    // Composed here and not in the member: callers run side by side, without a lock. The version is
+    // unsigned in the DSP and signed in the published type; both texts show it signed.
+    Properties current = properties_;
+    current.version = static_cast<int32_t>(library->library_version);
+    current.supportedModelArch = std::to_string(current.version) + "," + library->architecture;
+    LOG(INFO) << "GetProperties: Library and architecture = " << current.supportedModelArch;
+    *properties = std::move(current);
+    return 0;
+}
+
+int SoundTriggerHal::LoadSoundModel(const SoundModel& model,
+                                    std::shared_ptr<ISoundTriggerHwCallback> callback,
+                                    int* handle) {
+    return LoadModel(model, std::move(callback), handle);
+}
+
+int SoundTriggerHal::LoadPhraseSoundModel(const PhraseSoundModel& model,
+                                          std::shared_ptr<ISoundTriggerHwCallback> callback,
+                                          int* handle) {
+    return LoadModel(model.common, std::move(callback), handle);
+}
+
+int SoundTriggerHal::LoadModel(const SoundModel& model,
+                               std::shared_ptr<ISoundTriggerHwCallback> callback, int* handle) {
+    std::lock_guard lock(lock_);
+    const int32_t new_handle = SmallestFreeHandle(1);
+    if (new_handle > properties_.maxSoundModels) {
+        LOG(ERROR) << "LoadModel: Loaded count " << new_handle << " is over max number "
+                   << properties_.maxSoundModels;
+        return -EINVAL;
+    }
+    if (IsLoadedAlready(model.vendorUuid)) return -EINVAL;
+    if (model.type == SoundModelType::KEYPHRASE && StopInternalForce() != 0) {
+        LOG(ERROR) << "LoadModel: Failed to stop internal client";
+        return -EINVAL;
+    }
+    SoundTriggerHalClient* const client = AddClient(new_handle);
+    if (client == nullptr) {
+        LOG(ERROR) << "LoadModel: Invalid client with handle " << new_handle;
+        return -EINVAL;
+    }
+    if (const int result = client->Initialize(model, std::move(callback)); result != 0) {
+        LOG(ERROR) << "LoadModel: Client initializes failed.";
+        RemoveClient(new_handle);
+        return result;
+    }
+    if (is_dsp_online_) {
+        if (const int result = client->RequestLoadModel(); result != 0) {
+            RemoveClient(new_handle);
+            LOG(ERROR) << "LoadModel: Load model failed with handle " << new_handle;
+            return result;
+        }
+    } else {
+        LOG(WARNING) << "LoadModel: Dsp isn't ready, restore state for " << new_handle;
+    }
+    client->is_loaded_ = true;
+    *handle = new_handle;
+    LOG(INFO) << "LoadModel: Loaded model with handle " << new_handle;
+    // The control thread need not know: a model that is only loaded gives it nothing to wait for.
+    return 0;
+}
+
+int SoundTriggerHal::UnloadSoundModel(int handle) {
+    std::lock_guard lock(lock_);
+    SoundTriggerHalClient* client = FindRequested("UnloadSoundModel", handle);
+    if (client == nullptr) return -EINVAL;
+    client = EndInternalForce("UnloadSoundModel", client);
+    if (client == nullptr) return -EINVAL;
+    if (is_dsp_online_) {
+        if (const int result = client->RequestUnloadModel(); result != 0) {
+            LOG(ERROR) << "UnloadSoundModel: unLoad model failed with handle " << handle;
+            return result;
+        }
+    } else {
+        LOG(WARNING) << "UnloadSoundModel: Dsp not ready, just release client";
+    }
+    LOG(INFO) << "UnloadSoundModel: Unload model with handle " << handle;
+    RemoveClient(handle);
+    SendControlMessage();
+    return 0;
+}
+
+int SoundTriggerHal::GetModelHandle(int io_handle) const {
+    for (size_t handle = 0; handle < started_io_handles_.size(); ++handle) {
+        if (started_io_handles_[handle] == io_handle) return static_cast<int>(handle);
+    }
+    return -EINVAL;
+}
+
+int32_t SoundTriggerHal::SmallestFreeHandle(int32_t from) const {
+    int32_t handle = from;
+    while (clients_.contains(handle)) ++handle;
+    return handle;
+}
+
+SoundTriggerHalClient* SoundTriggerHal::FindClient(int32_t handle) const {
+    const auto found = clients_.find(handle);
+    return found == clients_.end() ? nullptr : found->second.get();
+}
+
+SoundTriggerHalClient* SoundTriggerHal::FindRequested(const char* operation, int handle) const {
+    SoundTriggerHalClient* const client = FindClient(handle);
+    if (client == nullptr) {
+        LOG(ERROR) << operation << ": client doesn't exist with handle " << handle;
+    }
+    return client;
+}
+
+SoundTriggerHalClient* SoundTriggerHal::EndInternalForce(const char* operation,
+                                                         SoundTriggerHalClient* client) {
+    if (client->engine_type_ != EngineType::Hotword) return client;
+    const int32_t handle = client->handle_;
+    if (StopInternalForce() != 0) {
+        LOG(ERROR) << operation << ": Failed to stop internal client";
+        return nullptr;
+    }
+    // Looked up again: the handle may have been the internal client's, which is gone now.
+    return FindRequested(operation, handle);
+}
+
+SoundTriggerHalClient* SoundTriggerHal::AddClient(int32_t handle) {
+    auto client = SoundTriggerHalClient::Create(handle, adapter_.get());
+    if (client != nullptr) clients_.emplace(handle, std::move(client));
+    return FindClient(handle);
+}
+
+void SoundTriggerHal::RemoveClient(int32_t handle) {
+    clients_.erase(handle);
+    PublishStartedClients();
+}
+
+void SoundTriggerHal::PublishStartedClients() {
+    std::array<int64_t, kMaxSoundModels + 1> io_handles;
+    io_handles.fill(kNotStarted);
+    for (const auto& [handle, client] : clients_) {
+        CHECK(client.get() != nullptr) << ": Abnormal client exists with handle: " << handle;
+        if (client->is_started_) io_handles.at(static_cast<size_t>(handle)) = client->io_handle_;
+    }
+    std::copy(io_handles.begin(), io_handles.end(), started_io_handles_.begin());
+}
+
+bool SoundTriggerHal::HasActiveClient() const {
+    for (const auto& [handle, client] : clients_) {
+        CHECK(client.get() != nullptr) << ": Abnormal client exists with handle: " << handle;
+        if (client->is_started_ || client->is_internal_force_active_) return true;
+    }
+    return false;
+}
+
+bool SoundTriggerHal::IsLoadedAlready(const std::string& vendor_uuid) const {
+    for (const auto& [handle, client] : clients_) {
+        if (client->vendor_uuid() != vendor_uuid) continue;
+        LOG(ERROR) << "LoadModel: The model " << handle << " with uuid " << vendor_uuid
+                   << " is existed";
+        return true;
+    }
+    return false;
+}
+
+}  // namespace vendor::quarno::brindlecove::audio::hal::soundtrigger

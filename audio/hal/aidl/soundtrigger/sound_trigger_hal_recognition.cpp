@@ -1,0 +1,84 @@
+// Starting, stopping and forcing recognition.
+#define LOG_TAG "StHal::SoundTriggerHal"
+
+#include <android-base/logging.h>
+
+#include <cerrno>
+
+#include "audio/hal/aidl/soundtrigger/sound_trigger_hal.h"
+
+namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
+
+int SoundTriggerHal::StartRecognition(int handle, int /*device_handle*/, int io_handle,
+                                      const RecognitionConfig& config) {
+    std::lock_guard lock(lock_);
+    SoundTriggerHalClient* client = FindRequested("StartRecognition", handle);
+    if (client == nullptr) return -EINVAL;
+    client = EndInternalForce("StartRecognition", client);
+    if (client == nullptr) return -EINVAL;
+    // The DSP first, the configuration after it: a start that fails must leave no trace.
+    if (is_dsp_online_) {
+        if (const int result = client->RequestStartDetecting(); result != 0) {
+            LOG(ERROR) << "StartRecognition: request detection failure " << result;
+            return result;
+        }
+    } else {
+        LOG(WARNING) << "StartRecognition: Dsp isn't ready, restore state for " << handle;
+    }
+    LOG(INFO) << "StartRecognition: Started recognition of client " << handle << " with io_handle "
+              << io_handle;
+    if (&client->recognition_config_ != &config) client->recognition_config_ = config;
+    client->is_started_ = true;
+    client->io_handle_ = io_handle;
+    PublishStartedClients();
+    ProcessAecEvent(ShouldEnableAec());
+    SendControlMessage();
+    return 0;
+}
+
+int SoundTriggerHal::StopRecognition(int handle) {
+    std::lock_guard lock(lock_);
+    SoundTriggerHalClient* client = FindRequested("StopRecognition", handle);
+    if (client == nullptr) return -EINVAL;
+    if (!client->is_started_) {
+        LOG(ERROR) << "StopRecognition: client " << handle << " is not started yet.";
+        return -EINVAL;
+    }
+    client = EndInternalForce("StopRecognition", client);
+    if (client == nullptr) return -EINVAL;
+    // For all hotword clients, whichever client stops, and before the DSP is asked: the eraser goes
+    // off even if the stop then fails. The next event that evaluates it may switch it on again.
+    ProcessAecEvent(false);
+    if (is_dsp_online_) {
+        if (const int result = client->RequestStopDetecting(); result != 0) {
+            LOG(ERROR) << "StopRecognition: Stops detection failure " << result;
+            return result;
+        }
+    } else {
+        LOG(WARNING) << "StopRecognition: Dsp isn't ready, restore state for " << handle;
+    }
+    LOG(INFO) << "StopRecognition: Stopped recognition of client " << handle;
+    client->is_started_ = false;
+    PublishStartedClients();
+    SendControlMessage();
+    return 0;
+}
+
+int SoundTriggerHal::ForceRecognitionEvent(int handle) {
+    std::lock_guard lock(lock_);
+    SoundTriggerHalClient* const client = FindRequested("ForceRecognitionEvent", handle);
+    if (client == nullptr) return -EINVAL;
+    if (!is_dsp_online_) {
+        // Not kept for later: a forced event is worth nothing once its moment has passed.
+        LOG(WARNING) << "ForceRecognitionEvent: Dsp isn't ready, ignore request for " << handle;
+        return 0;
+    }
+    LOG(INFO) << "ForceRecognitionEvent: request force trigger for client: " << handle;
+    const int result = client->TriggerForceRecognition();
+    if (result != 0) {
+        LOG(ERROR) << "ForceRecognitionEvent: Force trigger detection failure " << result;
+    }
+    return result;
+}
+
+}  // namespace vendor::quarno::brindlecove::audio::hal::soundtrigger

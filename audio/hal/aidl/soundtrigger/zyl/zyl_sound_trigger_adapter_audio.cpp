@@ -1,0 +1,229 @@
+// What comes up from the DSP: captured audio, detections, and the instant of a hotword.
+#define LOG_TAG "Sthal::ZylSoundTriggerAdapter"
+
+#include <android-base/logging.h>
+#include <fcntl.h>
+#include <string.h>
+
+#include <array>
+#include <cerrno>
+#include <fstream>
+#include <limits>
+
+#include "audio/hal/aidl/soundtrigger/client.h"
+#include "audio/hal/aidl/soundtrigger/zyl/zyl_command.h"
+#include "audio/hal/aidl/soundtrigger/zyl/zyl_mulaw.h"
+#include "audio/hal/aidl/soundtrigger/zyl/zyl_open_policy.h"
+#include "audio/hal/aidl/soundtrigger/zyl/zyl_sound_trigger_adapter.h"
+#include "audio/hal/utils/zyl/zyl_ticks.h"
+
+namespace vendor::quarno::brindlecove::audio::hal::soundtrigger::zyl {
+
+namespace {
+
+using utils::File;
+using utils::zyl::zyl_ticks_to_nanoseconds;
+
+constexpr int kHotwordEngine = static_cast<int>(EngineType::Hotword);
+constexpr int kAmbientMusicEngine = static_cast<int>(EngineType::AmbientMusic);
+constexpr int kAmbientMusicBreakEngine = static_cast<int>(EngineType::AmbientMusicBreak);
+
+// Twice the time that a buffer of 1024 frames takes to fill.
+constexpr int kPollTimeoutMs = 128;
+
+// Where audio is converted, this many samples are, whatever the request: callers pass buffers of at
+// least 2048 bytes, and a count that never changes is one that the compiler unrolls.
+constexpr size_t kConvertedSamples = 1024;
+constexpr size_t kBytesPerSample = sizeof(int16_t);
+
+constexpr uint64_t kMaxHotwordBytes = 4096;
+constexpr unsigned int kMaxAmbientRequest = 2049;
+
+// Fills `raw` with exactly `bytes` bytes from the device. Returns `bytes`, or a negative errno.
+// `*timed_out` tells whether it was the wait that failed, not the read.
+int ReadExactly(File* device, char* raw, int bytes, bool* timed_out) {
+    *timed_out = false;
+    int got = 0;
+    while (true) {
+        if (const int status = device->PollIn(kPollTimeoutMs); status != 0) {
+            LOG(WARNING) << "ReadDspBuffer: Poll buffer timedout.";
+            *timed_out = true;
+            return status;
+        }
+        const int count = device->Read(raw + got, bytes - got);
+        if (count == bytes) return bytes;
+        if (count < 0) return -errno;
+        // Readable and nothing to read: a device at its end, which no further poll would change.
+        if (count == 0) return -EIO;
+        got += count;
+        if (got > bytes) {
+            LOG(ERROR) << "ReadDspBuffer: read buffer overrun " << got << " > " << bytes;
+        }
+        if (got >= bytes) return bytes;
+    }
+}
+
+}  // namespace
+
+// --- captured audio ---
+
+int ZylSoundTriggerAdapter::ReadDspBuffer(int engine_type, char* buffer, unsigned int size,
+                                          int channels) {
+    switch (engine_type) {
+        case kHotwordEngine:
+            return ReadHotwordBuffer(buffer, size, channels);
+        case kAmbientMusicEngine:
+        case kAmbientMusicBreakEngine:
+            return ReadAmbientBuffer(buffer, size);
+        default:
+            LOG(ERROR) << "ReadDspBuffer: wrong model type: " << engine_type;
+            return -EINVAL;
+    }
+}
+
+int ZylSoundTriggerAdapter::ReadHotwordBuffer(char* buffer, unsigned int size, int channels) {
+    const bool mono = channels == 1;
+    const uint64_t wanted = mono ? uint64_t{size} * kHotwordChannels : size;
+    if (wanted > kMaxHotwordBytes) {
+        LOG(ERROR) << "ReadDspBuffer: invalid requested size " << wanted << " for hotword.";
+        return -EINVAL;
+    }
+    const int bytes = static_cast<int>(wanted);
+    // The device always delivers both channels. Staged here and not in the adapter: a stream that
+    // is being closed and its successor may read side by side.
+    std::array<char, kMaxHotwordBytes> hotword_raw{};
+    File device(kHotwordPcmDevice, O_RDONLY);
+    (void)device.Open();  // A device that could not be opened fails the wait.
+    bool timed_out = false;
+    const int result = ReadExactly(&device, hotword_raw.data(), bytes, &timed_out);
+    if (timed_out) return result;
+    UpdateHotwordTimestamp();  // Also after a failed read: the detection is dated all the same.
+    if (result < 1) return result;
+    if (!mono) {
+        memcpy(buffer, hotword_raw.data(), static_cast<size_t>(bytes));
+        return bytes;
+    }
+    for (size_t sample = 0; sample < kConvertedSamples; ++sample) {
+        memcpy(buffer + sample * kBytesPerSample,
+               &hotword_raw[sample * kHotwordChannels * kBytesPerSample], kBytesPerSample);
+    }
+    return bytes / kHotwordChannels;
+}
+
+int ZylSoundTriggerAdapter::ReadAmbientBuffer(char* buffer, unsigned int size) {
+    if (size > kMaxAmbientRequest) {
+        LOG(ERROR) << "ReadDspBuffer: invalid requested size " << size / 2 << " for ambient music.";
+        return -EINVAL;
+    }
+    const int bytes = static_cast<int>(size / kBytesPerSample);  // One byte of mu-law a sample.
+    std::array<uint8_t, kConvertedSamples> ambient_raw{};
+    File device(kAmbientPcmDevice, O_RDONLY);
+    (void)device.Open();  // A device that could not be opened fails the wait.
+    bool timed_out = false;
+    const int result =
+            ReadExactly(&device, reinterpret_cast<char*>(ambient_raw.data()), bytes, &timed_out);
+    if (result < 1) return result;
+    ExpandMulaw(ambient_raw, buffer);
+    return bytes * static_cast<int>(kBytesPerSample);
+}
+
+// --- the instant of a hotword ---
+
+int64_t ZylSoundTriggerAdapter::ReadDspTimestamp(int engine_type) {
+    return engine_type == kHotwordEngine ? hotword_timestamp_ns_.load() : 0;
+}
+
+// Once per detection, with its first buffer: asks the DSP when it heard the hotword, and moves that
+// instant from the DSP's clock to the kernel's. Where it cannot, the older instant stays.
+void ZylSoundTriggerAdapter::UpdateHotwordTimestamp() {
+    if (hotword_timestamp_read_.exchange(true)) return;
+    const int64_t dsp_time_ns = ReadHotwordTimestampFromDsp();
+    int64_t offset_ns = 0;
+    if (!ReadTimestampOffset(offset_ns)) return;
+    const int64_t kernel_time_ns = dsp_time_ns - offset_ns;
+    if (kernel_time_ns >= 1) hotword_timestamp_ns_ = kernel_time_ns;
+}
+
+int64_t ZylSoundTriggerAdapter::ReadHotwordTimestampFromDsp() {
+    auto query = MakeCommand<HotwordTimestampPayload>(CMD_AUDIO_INPUT_GET_HOTWORD_TIMESTAMP);
+    const int status = Exchange(&query);
+    if (status != 0) {
+        LOG(ERROR) << "ReadHotwordTimestampFromDsp: Error with: " << status;
+        return -1;
+    }
+    return zyl_ticks_to_nanoseconds(query.ticks);
+}
+
+// How far the DSP's clock is ahead of the kernel's. It was started first, so an offset that is not
+// positive is no offset.
+bool ZylSoundTriggerAdapter::ReadTimestampOffset(int64_t& offset) {
+    std::ifstream node(kClockNode);
+    if (!node) {
+        LOG(ERROR) << "ReadTimestampOffset: Open failure for " << kClockNode;
+        return false;
+    }
+    uint64_t ticks = 0;
+    uint64_t boottime_ns = 0;
+    node >> ticks >> boottime_ns;
+    // A boot time beyond the signed range is none: it is what a negative number is read as.
+    if (!node || boottime_ns > static_cast<uint64_t>(std::numeric_limits<int64_t>::max())) {
+        LOG(ERROR) << "ReadTimestampOffset: Failed to read zyl clock and kernel boot time from "
+                      "sysfs.";
+        return false;
+    }
+    offset = zyl_ticks_to_nanoseconds(ticks) - static_cast<int64_t>(boottime_ns);
+    return offset > 0;
+}
+
+// --- detections ---
+
+int ZylSoundTriggerAdapter::GetNotificationFileDescriptor() {
+    if (notification_file_ == nullptr) {
+        notification_file_ = std::make_unique<File>(kNotificationDevice, O_RDWR | O_NONBLOCK);
+        (void)notification_file_->Open(kOpenAttempts, kOpenDelayUs);
+    }
+    return notification_file_->fd();
+}
+
+void ZylSoundTriggerAdapter::ResetNotificationFileDescriptor() {
+    if (notification_file_ == nullptr) return;
+    notification_file_->Close();
+    notification_file_.reset();
+}
+
+int ZylSoundTriggerAdapter::ReadDspNotification(int* engine_type, std::string& payload) {
+    if (notification_file_ == nullptr) return -EINVAL;
+    NotificationRecord record;
+    const int size = notification_file_->Read(reinterpret_cast<char*>(&record), sizeof(record));
+    if (size < 0) {
+        const int error = errno;
+        if (error == EINTR || error == EAGAIN) return 0;
+        LOG(ERROR) << "ReadDspNotification: Read failed " << strerror(error);
+        return -error;
+    }
+    if (size != sizeof(record)) {
+        LOG(WARNING) << "ReadDspNotification: read unknown event.";
+        return 0;
+    }
+    switch (record.id) {
+        case kHotwordDetected:
+            hotword_timestamp_read_ = false;  // The next hotword buffer dates this detection.
+            *engine_type = kHotwordEngine;
+            return 0;
+        case kAmbientMusicDetected:
+            *engine_type = kAmbientMusicEngine;
+            break;
+        case kAmbientMusicBreakDetected:
+            *engine_type = kAmbientMusicBreakEngine;
+            break;
+        default:
+            LOG(WARNING) << "ReadDspNotification: Unknown cmd.id: " << record.id;
+            *engine_type = 0;
+            return 0;
+    }
+    const size_t length = strnlen(record.payload.data(), record.payload.size());
+    if (length > 0) payload.assign(record.payload.data(), length);
+    return 0;
+}
+
+}  // namespace vendor::quarno::brindlecove::audio::hal::soundtrigger::zyl

@@ -1,0 +1,144 @@
+#pragma once
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <ostream>
+#include <sstream>
+#include <streambuf>
+#include <string>
+#include <string_view>
+#include <vector>
+
+// The dump writer: what every object's Dump() writes its lines with.
+namespace vendor::quarno::brindlecove::audio::hal::utils::dumpsys {
+
+namespace internal {
+
+// Unbuffered: what is put in one go leaves in one write(). Errors are swallowed, since a dump never
+// fails towards its caller.
+class FileDescriptorStreamBuffer : public std::streambuf {
+  public:
+    explicit FileDescriptorStreamBuffer(int32_t descriptor = -1) : fd(descriptor) {}
+
+    const int32_t fd;  // Not owned.
+
+  protected:
+    std::streamsize xsputn(const char* data, std::streamsize count) override {
+        const ssize_t written = write(fd, data, static_cast<size_t>(count));
+        return written < 0 ? 0 : written;
+    }
+
+    int_type overflow(int_type c) override {
+        if (traits_type::eq_int_type(c, traits_type::eof())) return c;
+        const char byte = traits_type::to_char_type(c);
+        [[maybe_unused]] const ssize_t ignored = write(fd, &byte, 1);
+        return c;
+    }
+};
+
+// Takes everything and keeps nothing. Has no state, so one serves all threads.
+class NullStreamBuffer : public std::streambuf {
+  public:
+    static NullStreamBuffer* Shared() {
+        // Never freed: a dump may still run while the process exits.
+        static NullStreamBuffer* const shared = new NullStreamBuffer;
+        return shared;
+    }
+
+  protected:
+    std::streamsize xsputn(const char*, std::streamsize count) override { return count; }
+    int_type overflow(int_type c) override { return c; }
+};
+
+}  // namespace internal
+
+/**
+ * One dump request: where the output goes, how far its lines are indented, and which objects are
+ * asked for. An object that dumps another one below itself copies the request and raises the copy's
+ * indentation.
+ *
+ * A copy writes to the descriptor of the request that it was copied from, which must outlive it.
+ */
+struct DumpsysInfo {
+    /** A request as the service receives it. `descriptor` stays the caller's. */
+    explicit DumpsysInfo(int32_t descriptor) : own_buffer(descriptor), stream_buffer(&own_buffer) {}
+
+    DumpsysInfo(const DumpsysInfo& other)
+        : own_buffer(-1),
+          stream_buffer(other.stream_buffer),
+          indentation(other.indentation),
+          args(other.args) {}
+    DumpsysInfo& operator=(const DumpsysInfo&) = delete;
+
+    internal::FileDescriptorStreamBuffer own_buffer;
+    std::streambuf* stream_buffer;  // The first request's buffer, in every copy.
+    int32_t indentation = 0;        // Blanks in front of each line; negative counts as 0.
+    std::vector<std::string_view> args;
+};
+
+/** A copy of `info` for lines one level below it. */
+inline DumpsysInfo Nested(const DumpsysInfo& info) {
+    constexpr int32_t kColumns = 2;
+    DumpsysInfo nested(info);
+    nested.indentation = std::clamp(info.indentation, 0, INT32_MAX - kColumns) + kColumns;
+    return nested;
+}
+
+inline constexpr std::string_view kIndentationString =
+        "                                            ";
+static_assert(kIndentationString.size() == 44, "lines are indented by at most 44 blanks");
+
+/**
+ * Writes one line: indentation on construction, then whatever is inserted, then, on destruction, a
+ * newline and the whole line in one write, so that the lines of concurrent dumps do not mix.
+ * Belongs to the thread that makes it.
+ */
+class Dumpsys {
+  public:
+    /** `tag` is the log tag of the object that dumps; the request's arguments select by it. */
+    Dumpsys(const DumpsysInfo& info, std::string_view tag) : output_(GetStreamBuffer(info, tag)) {
+        const auto blanks = static_cast<size_t>(std::max(info.indentation, 0));
+        line_ << kIndentationString.substr(0, blanks);
+    }
+
+    ~Dumpsys() {
+        line_ << '\n';
+        const std::string line = line_.str();
+        output_.write(line.data(), static_cast<std::streamsize>(line.size()));
+    }
+
+    Dumpsys(const Dumpsys&) = delete;
+    Dumpsys& operator=(const Dumpsys&) = delete;
+
+    template <typename T>
+    Dumpsys& operator<<(const T& value) {
+        line_ << value;
+        return *this;
+    }
+
+    Dumpsys& operator<<(std::ios_base& (*manipulator)(std::ios_base&)) {
+        line_ << manipulator;
+        return *this;
+    }
+
+    /**
+     * The buffer that a line with `tag` goes to: the request's, or one that discards when the
+     * request names tags and none of them is the beginning of this one.
+     */
+    static std::streambuf* GetStreamBuffer(const DumpsysInfo& info, std::string_view tag) {
+        if (info.args.empty() || tag.empty()) return info.stream_buffer;
+        const bool selected =
+                std::any_of(info.args.begin(), info.args.end(),
+                            [tag](std::string_view arg) { return tag.starts_with(arg); });
+        if (selected) return info.stream_buffer;
+        return internal::NullStreamBuffer::Shared();
+    }
+
+  private:
+    std::ostream output_;
+    std::ostringstream line_;
+};
+
+}  // namespace vendor::quarno::brindlecove::audio::hal::utils::dumpsys

@@ -1,0 +1,14 @@
+# Every target is clean with these, under GCC and clang.
+add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Werror)
+
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    # The lock annotations are clang's; GCC only notes that it does not know them.
+    add_compile_options(-Wno-attributes)
+elseif(CMAKE_CXX_FLAGS MATCHES "-stdlib=libc\\+\\+")
+    # libc++ annotates std::mutex and std::lock_guard, so clang can check GUARDED_BY and REQUIRES.
+    add_compile_options(-Wthread-safety)
+    add_compile_definitions(_LIBCPP_ENABLE_THREAD_SAFETY_ANNOTATIONS)
+else()
+    # libstdc++ does not annotate them: here the attributes would only complain of that.
+    add_compile_options(-Wthread-safety -Wno-thread-safety-attributes -Wno-thread-safety-analysis)
+endif()

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <chrono>
+#include <memory>
+
+#include "audio/hal/utils/file/file.h"
+
+namespace vendor::quarno::brindlecove::audio::hal::utils::zyl {
+
+/**
+ * Exchanges one command at a time with the DSP over its command device.
+ *
+ * The device takes a command by one write, or refuses it with an errno. It becomes readable when
+ * the answer is there; a read then delivers the reply, which has the length of its command and
+ * begins with the same header, or fails with the errno that the DSP refused the command with.
+ *
+ * Not thread-safe: its owner serialises Open, Execute and Close.
+ */
+class ZylCommandExecutor {
+  public:
+    /**
+     * How long Execute waits for the answer. The DSP answers within a few milliseconds, also while
+     * it loads a model; after this long it has crashed, and its restart is under way.
+     */
+    static constexpr std::chrono::milliseconds kReplyTimeout{200};
+
+    /** Longest command, in bytes. Commands are held on the stack, nothing is allocated. */
+    static constexpr int kMaxCommandBytes = 256;
+
+    /** @param device  The command device, to be opened for reading and writing, non-blocking. */
+    explicit ZylCommandExecutor(std::unique_ptr<File> device);
+
+    /** Opens the device. @return 0 or a negative errno; -ENODEV without a device. */
+    [[nodiscard]] int Open();
+
+    /**
+     * Sends a command and waits for its reply, up to kReplyTimeout.
+     *
+     * A reply with another id or sequence number is a late one to an earlier command; it is dropped
+     * and the wait goes on within the same time.
+     *
+     * @param command  The whole command, header included, with the `size` below in its header. The
+     *                 reply is written over it on success; on failure it is left as it was.
+     * @param size     Bytes of the command, from the header's 8 to kMaxCommandBytes.
+     * @return 0, or a negative errno: -EINVAL no whole header or a size that is not the header's,
+     *         -EMSGSIZE too long, -ENODEV no device, -EBADF not open, -ETIMEDOUT no reply in time,
+     *         -EIO a command that the device took only a part of, or a torn reply; any other is
+     * what the device or the DSP refused the command with.
+     */
+    [[nodiscard]] int Execute(char* command, int size);
+
+    /** Closes the device. */
+    void Close();
+
+  private:
+    int AwaitReply(char* command, int size);
+
+    const std::unique_ptr<File> device_;
+};
+
+}  // namespace vendor::quarno::brindlecove::audio::hal::utils::zyl

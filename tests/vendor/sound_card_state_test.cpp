@@ -1,0 +1,80 @@
+#include "audio/hal/utils/soundcardstate/sound_card_state.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+#include <vector>
+
+namespace {
+
+namespace monitor = ::vendor::quarno::brindlecove::audio::hal::utils::soundcardstate;
+
+struct Recorder : monitor::SoundCardStateListener {
+    void OnSoundCardStateChanged(bool online) override { heard.push_back(online); }
+
+    std::vector<bool> heard;
+};
+
+TEST(SoundCardStateTest, ListenerIsRegisteredOnceAndCanReturn) {
+    monitor::SoundCardState state;
+    Recorder listener;
+
+    EXPECT_FALSE(state.RegisterListener(nullptr));
+    EXPECT_TRUE(state.RegisterListener(&listener));
+    EXPECT_FALSE(state.RegisterListener(&listener));
+    state.Report(true);
+    state.UnregisterListener(&listener);
+    state.Report(false);
+    EXPECT_FALSE(state.IsOnline());
+    EXPECT_TRUE(state.RegisterListener(&listener));
+    state.Report(true);
+
+    EXPECT_EQ((std::vector<bool>{true, true}), listener.heard);
+}
+
+// Stays in its callback for a while, to see what the monitor lets happen meanwhile.
+struct Lingering : monitor::SoundCardStateListener {
+    explicit Lingering(monitor::SoundCardState* reporter) : state(reporter) {}
+
+    void OnSoundCardStateChanged(bool online) override {
+        called = true;
+        const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(50);
+        while (std::chrono::steady_clock::now() < end) {
+            if (state->IsOnline() != online) overtaken = true;
+            if (gone) called_after_leaving = true;
+        }
+    }
+
+    monitor::SoundCardState* const state;
+    std::atomic<bool> called = false;
+    std::atomic<bool> gone = false;
+    std::atomic<bool> overtaken = false;
+    std::atomic<bool> called_after_leaving = false;
+};
+
+TEST(SoundCardStateTest, RunningReportIsWaitedForByTheNextOneAndByAListenerThatLeaves) {
+    monitor::SoundCardState state;
+    Recorder first;
+    Lingering leaving(&state);
+    Recorder last;
+    ASSERT_TRUE(state.RegisterListener(&first));
+    ASSERT_TRUE(state.RegisterListener(&leaving));
+    ASSERT_TRUE(state.RegisterListener(&last));
+
+    std::thread up([&state] { state.Report(true); });
+    while (!leaving.called) std::this_thread::yield();
+    std::thread down([&state] { state.Report(false); });
+    state.UnregisterListener(&leaving);
+    leaving.gone = true;
+    up.join();
+    down.join();
+
+    EXPECT_FALSE(leaving.overtaken);
+    EXPECT_FALSE(leaving.called_after_leaving);
+    EXPECT_EQ((std::vector<bool>{true, false}), first.heard);
+    EXPECT_EQ(first.heard, last.heard);
+}
+
+}  // namespace
