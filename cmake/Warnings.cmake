@@ -6,7 +6,8 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     add_compile_options(-Wno-attributes)
 elseif(CMAKE_CXX_FLAGS MATCHES "-stdlib=libc\\+\\+")
     # libc++ annotates std::mutex and std::lock_guard, so clang can check GUARDED_BY and REQUIRES.
-    add_compile_options(-Wthread-safety)
+    # -beta: the order of locks, too.
+    add_compile_options(-Wthread-safety -Wthread-safety-beta)
     add_compile_definitions(_LIBCPP_ENABLE_THREAD_SAFETY_ANNOTATIONS)
 else()
     # libstdc++ does not annotate them: here the attributes would only complain of that.

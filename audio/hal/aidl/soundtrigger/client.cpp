@@ -3,10 +3,12 @@
 #include "audio/hal/aidl/soundtrigger/client.h"
 
 #include <android-base/logging.h>
+#include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <new>
+#include <chrono>
 #include <utility>
 
 #include "audio/hal/aidl/soundtrigger/silence.h"
@@ -21,7 +23,6 @@ using ::aidl::android::media::audio::common::AudioConfig;
 using ::aidl::android::media::audio::common::AudioFormatType;
 using ::aidl::android::media::audio::common::PcmType;
 using ::aidl::android::media::soundtrigger::RecognitionStatus;
-using ::aidl::android::media::soundtrigger::SoundModelType;
 
 constexpr char kNilUuid[] = "00000000-0000-0000-0000-000000000000";
 constexpr int32_t kEventSampleRateHz = 16000;
@@ -34,6 +35,24 @@ AudioConfig CaptureConfig(int32_t channel_layout) {
     config.base.format.type = AudioFormatType::PCM;
     config.base.format.pcm = PcmType::INT_16_BIT;
     return config;
+}
+
+// A model's descriptor may be the end of a pipe into which nobody writes. The HAL is locked while
+// it is read, so it is not waited for without end.
+constexpr std::chrono::milliseconds kModelDataTimeout{1000};
+
+// False only when there is nothing to read: what is wrong with a descriptor is the read's to find.
+bool HasDataWithin(int fd, std::chrono::milliseconds timeout) {
+    if (fd < 0) return true;
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (true) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(
+                deadline - std::chrono::steady_clock::now());
+        pollfd descriptor{.fd = fd, .events = POLLIN, .revents = 0};
+        const int ready = poll(&descriptor, 1, std::max(0, static_cast<int>(left.count())));
+        if (ready >= 0) return ready > 0;
+        if (errno != EINTR) return true;
+    }
 }
 
 int ToRequestResult(int state_result) {
@@ -94,10 +113,16 @@ int SoundTriggerHalClient::Initialize(const SoundModel& model,
         return -EINVAL;
     }
     const auto data_size = static_cast<size_t>(model.dataSize);
-    // The size is the framework's word. Too much of it must not end the service.
-    model_data_.reset(new (std::nothrow) char[data_size]());
+    // The size is the framework's word, and may be far more than there is to read. Memory of calloc
+    // is zero without having been touched, so what is not read costs nothing.
+    model_data_.reset(static_cast<char*>(std::calloc(data_size, 1)));
     if (model_data_ == nullptr) {
         LOG(ERROR) << "Initialize: Can't allocate model data of size: " << data_size;
+        return -EINVAL;
+    }
+    if (!HasDataWithin(model.data.get(), kModelDataTimeout)) {
+        LOG(ERROR) << "Initialize: nothing to read in the model's descriptor for "
+                   << kModelDataTimeout.count() << " ms";
         return -EINVAL;
     }
     const ssize_t read_size = read(model.data.get(), model_data_.get(), data_size);

@@ -9,6 +9,7 @@
 #include <aidl/android/media/soundtrigger/SoundModelType.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <memory>
 #include <string>
 #include <variant>
@@ -63,7 +64,8 @@ class RecognitionCallback {
  * that the HAL makes for a capture without a detection, which has no model.
  *
  * Owned by SoundTriggerHal, under whose lock everything here runs. A client never speaks to the DSP
- * by itself except to force a recognition and to read audio: all else is its runtime state's.
+ * by itself except to force a recognition and to read audio and its time stamp: all else is its
+ * runtime state's.
  */
 class SoundTriggerHalClient {
   public:
@@ -91,7 +93,8 @@ class SoundTriggerHalClient {
      * whether they are a model.
      *
      * @return 0, or -EINVAL for a type other than KEYPHRASE and GENERIC, for a dataSize below 1 or
-     *         beyond what memory there is, and for a descriptor that cannot be read.
+     *         beyond what memory there is, and for a descriptor that cannot be read or has nothing
+     *         to read within a second.
      */
     [[nodiscard]] int Initialize(const SoundModel& model,
                                  std::shared_ptr<ISoundTriggerHwCallback> callback);
@@ -164,7 +167,7 @@ class SoundTriggerHalClient {
     int32_t model_size() const { return model_size_; }
     const char* model_data() const { return model_data_.get(); }
 
-    // The HAL's notes about this client, written by the HAL alone.
+    // The HAL's notes about this client, which the HAL alone writes (the engine: Initialize, too).
     int32_t handle_;
     int32_t io_handle_ = 0;  // The capture stream that the framework will read a detection from.
     EngineType engine_type_ = EngineType::Unknown;
@@ -175,11 +178,15 @@ class SoundTriggerHalClient {
     bool is_internal_client_ = false;        // Made by the HAL for that, not by the framework.
 
   private:
+    struct FreeDeleter {
+        void operator()(char* memory) const { std::free(memory); }
+    };
+
     SoundModelType model_type_ = SoundModelType::INVALID;
     int32_t model_size_ = 0;
     std::string uuid_;
     std::string vendor_uuid_;
-    std::unique_ptr<char[]> model_data_;
+    std::unique_ptr<char[], FreeDeleter> model_data_;
     std::shared_ptr<ISoundTriggerHwCallback> callback_;
     std::unique_ptr<RuntimeStateBase> runtime_state_;  // Never null.
     SoundTriggerAdapter* const adapter_;

@@ -23,6 +23,7 @@ std::string toString(RuntimeState state);
 /** True, after an ERROR line, when `client` is null. */
 bool IsInvalidClient(SoundTriggerHalClient* client);
 
+// clang-format off
 /**
  * A client's runtime state: decides which requests are allowed, carries them out in the DSP, and
  * when the DSP has done its part, replaces itself in the client by the state that follows.
@@ -31,20 +32,21 @@ bool IsInvalidClient(SoundTriggerHalClient* client);
  * logged and leaves the state as it is; what the DSP had already done is not undone. A request that
  * a state does not know is refused without a word.
  *
- *                  ToLoadState             ToDetecting             ToCallbackProcessing
- *   ModelUnloaded ------------> ModelLoaded ----------> StartDetecting --------->
- * CallbackProcessing |                         |                        | | | | | | ToBuffering
- *         '-------------------------+------------------------'                           v
- *                                   | ToInternalForceRecognition   ToBuffering       Buffering
- *                                   v                                   ^
- *                          InternalForceDetected -----------------------'
+ *                ToLoadState            ToDetecting               ToCallbackProcessing
+ *  ModelUnloaded -----------> ModelLoaded ---------> StartDetecting -----------> CallbackProcessing
+ *        |                         |                       |                             |
+ *        '-------------------------+-----------------------'                             | ToBuffering
+ *                                  | ToInternalForceRecognition                          v
+ *                                  v                              ToBuffering
+ *                        InternalForceDetected -------------------------------------> Buffering
  *
  * From every state that has the DSP detect or capture, ToLoadState leads back to ModelLoaded and
- * ToUnloadState to ModelUnloaded; from the two that follow a detection, ToDetecting leads back to
+ * ToUnloadState to ModelUnloaded; from CallbackProcessing and Buffering, ToDetecting leads back to
  * StartDetecting.
  *
  * No lock of its own: runs under the HAL's.
  */
+// clang-format on
 class RuntimeStateBase {
   public:
     virtual ~RuntimeStateBase() = default;

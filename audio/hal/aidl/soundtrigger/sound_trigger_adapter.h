@@ -42,8 +42,9 @@ inline std::string toString(TuningType type) {
  * A status is 0 on success, a negative errno, or a failure status of the DSP's command channel,
  * passed through as it came. Callers treat everything but 0 as failure.
  *
- * Safe to call from any thread. The HAL makes all calls with its lock held, except
- * GetLibraryArchitecture, ReadDspBuffer and ReadDspTimestamp, which run beside the others.
+ * The HAL makes its calls with its lock held, from whatever thread, except GetLibraryArchitecture,
+ * ReadDspBuffer and ReadDspTimestamp, which run beside the others and each other, and those that
+ * reset the DSP before there is another thread.
  */
 class SoundTriggerAdapter {
   public:
@@ -75,7 +76,7 @@ class SoundTriggerAdapter {
      *                  Ambient: at most 2049; an odd last byte is not delivered.
      * @param channels  1 or 2; ambient audio is always one channel.
      * @return Bytes placed in `buffer`, or a negative errno: -EINVAL for a bad engine or size,
-     *         -ETIMEDOUT when no audio came within 128 ms, else what the device failed with.
+     *         -ETIMEDOUT when no more audio came for 128 ms, else what the device failed with.
      */
     [[nodiscard]] virtual int ReadDspBuffer(int engine_type, char* buffer, unsigned int size,
                                             int channels) = 0;

@@ -4,6 +4,7 @@
 
 #include <android-base/logging.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
@@ -25,7 +26,7 @@ using utils::dumpsys::Dumpsys;
 using utils::dumpsys::DumpsysInfo;
 
 constexpr int kBulkFrames = 1024;
-constexpr int kBytesPerSample = 2;
+constexpr unsigned int kBytesPerSample = 2;
 constexpr int kSampleRateHz = 16000;
 constexpr int64_t kFrameDurationNs = 1'000'000'000 / kSampleRateHz;
 static_assert(kFrameDurationNs == 62500);
@@ -102,7 +103,7 @@ int SoundTriggerDriverOperations::Read(unsigned char* buffer, int size) {
     std::lock_guard lock(lock_);
     if (hal_ == nullptr) return -ENODEV;
     if (buffer == nullptr) return -EINVAL;
-    if (channel_count_ <= 0) {
+    if (channel_count_ != 1 && channel_count_ != 2) {
         LOG(ERROR) << "Read: Invalid channel count " << channel_count_;
         return -EINVAL;
     }
@@ -137,7 +138,7 @@ int SoundTriggerDriverOperations::ReadFromHal(unsigned char* buffer, unsigned in
     }
     std::array<char, kLeastReadBytes> staging;
     const int result = hal_->ReadBuffer(engine_type_, staging.data(), size, channel_count_);
-    if (result >= 0) std::memcpy(destination, staging.data(), size);
+    if (result > 0) std::memcpy(destination, staging.data(), std::min<size_t>(result, size));
     return result;
 }
 
@@ -172,7 +173,8 @@ int SoundTriggerDriverOperations::GetBulkSize() const {
 }
 
 int SoundTriggerDriverOperations::GetFrameSize() const {
-    return channel_count_ * kBytesPerSample;
+    // Without a sign while it is multiplied: the count is the audio HAL's word.
+    return static_cast<int>(static_cast<unsigned int>(channel_count_) * kBytesPerSample);
 }
 
 void SoundTriggerDriverOperations::SetLatency(int) {}
@@ -189,7 +191,7 @@ void SoundTriggerDriverOperations::SetUpPcmConfig() {
             .channels = channel_count_,
             .sample_rate = kSampleRateHz,
             .frames_per_period = kBulkFrames,
-            .bytes_per_sample = kBytesPerSample,
+            .bytes_per_sample = static_cast<int>(kBytesPerSample),
             .is_interleaved = true,
     };
     if (!pcm_processor_->SetUp(config)) {

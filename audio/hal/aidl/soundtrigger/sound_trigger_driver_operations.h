@@ -21,8 +21,8 @@ class SoundTriggerHal;
  *
  *   built --Start()--> bound to a detection --Read()...--> --Stop()--> gone
  *
- * Read, Stop, GetPosition and the destructor take this object's lock, and the HAL's inside it;
- * Start and Dump take none of this object's. The HAL must outlive it.
+ * Read, Stop, GetPosition, the processor's two operations and the destructor take this object's
+ * lock, and the HAL's inside it; Start and Dump take none of this object's. The HAL must outlive it.
  */
 class SOUND_TRIGGER_EXPORT SoundTriggerDriverOperations {
   public:
@@ -47,12 +47,14 @@ class SOUND_TRIGGER_EXPORT SoundTriggerDriverOperations {
     virtual int Write(unsigned char* buffer, int size);
 
     /**
-     * Reads captured audio, 16-bit at 16 kHz. Blocks until it is there, for up to 192 ms.
+     * Reads captured audio, 16-bit at 16 kHz. Blocks until all of it is there, or until none has
+     * come for 128 ms, and 64 ms more where the DSP fails.
      *
      * @param buffer  Room for `size` bytes; nothing is written beyond them.
      * @param size    In bytes. A negative one counts as positive.
      * @return Bytes delivered: silence where the DSP fails or has gone. -ENODEV without a HAL;
-     *         -EINVAL for a null buffer, for INT_MIN, or when the stream has no channels.
+     *         -EINVAL for a null buffer, for INT_MIN, or when the stream has other than 1 or 2
+     *         channels.
      */
     virtual int Read(unsigned char* buffer, int size) EXCLUDES(lock_);
 

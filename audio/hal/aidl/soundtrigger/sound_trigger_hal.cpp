@@ -78,11 +78,15 @@ SoundTriggerHal::SoundTriggerHal(std::unique_ptr<SoundTriggerAdapter> adapter)
     for (auto& io_handle : started_io_handles_) io_handle = kNotStarted;
 }
 
-// Takes no lock: no other thread knows of this object yet.
+// Takes no lock: no other thread knows of this object yet. Best effort: at boot the DSP may be down
+// still, and its online report does the rest.
+void SoundTriggerHal::ResetDspAtStart() {
+    (void)ResetDsp();
+}
+
 bool SoundTriggerHal::Initialize() {
     LOG(INFO) << "Initialize";
-    // Best effort: at boot the DSP may be down still, and its online report does the rest.
-    (void)ResetDsp();
+    ResetDspAtStart();
 
     control_thread_ = std::thread(&SoundTriggerHal::ControlThreadLoop, this);
     if (pthread_setname_np(control_thread_.native_handle(), kControlThreadName) != 0) {

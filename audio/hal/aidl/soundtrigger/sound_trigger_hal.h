@@ -13,6 +13,7 @@
 
 #include <array>
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -48,13 +49,14 @@ namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
  *
  *   built --Initialize()--> running --~SoundTriggerHal()--> gone
  *
- * Results are 0 or a negative errno: -EINVAL for every refusal, else what the DSP failed with.
- * Nothing throws.
+ * Results are 0, or -EINVAL for every refusal, or what the DSP failed with, as it came from the
+ * adapter. Nothing throws.
  *
  * Threads: all operations may be called from any thread, also from a framework callback, once
  * Initialize has returned. One mutex guards everything; operations hold it from entry to return,
- * a model's download included, except GetProperties, GetModelHandle, ReadBuffer and ReadTimestamp,
- * which never wait for it. A framework callback is made from the control thread without it.
+ * a model's download included, except GetProperties, GetModelHandle, ReadBuffer, ReadTimestamp,
+ * GetPrefix and GetParameter, which never wait for it. A framework callback is made from the
+ * control thread without it.
  */
 class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
                                              public PowerEventListener,
@@ -105,7 +107,7 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
      *         when the monitor refuses the registration. The HAL works in every case: the DSP
      *         counts as offline until OnSoundCardStateChanged says otherwise.
      */
-    bool Initialize() NO_THREAD_SAFETY_ANALYSIS;
+    bool Initialize();
 
     // --- models ---
 
@@ -141,7 +143,9 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
             EXCLUDES(lock_);
 
     /**
-     * Forgets a model. One that is started need not be stopped first.
+     * Forgets a model. One that is started need not be stopped first. No event of it comes after a
+     * successful return: one that is on its way is dropped or, if the framework is just being
+     * called, waited for (up to 500 ms, unless called from that very callback).
      *
      * @return 0; -EINVAL for an unknown handle, or when the DSP fails: then the model stays loaded
      *         and the call may be repeated.
@@ -168,7 +172,8 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
                                        const RecognitionConfig& config) EXCLUDES(lock_);
 
     /**
-     * Stops recognition. Switches the echo canceller off for every hotword model, too.
+     * Stops recognition. Switches the echo canceller off for every hotword model, too. No event of
+     * the model comes after a successful return: see UnloadSoundModel.
      *
      * @return 0; -EINVAL for an unknown handle, for a model that is not started, or when the DSP
      *         fails: then the model stays started and the call may be repeated.
@@ -191,8 +196,8 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
      * client of the HAL's own.
      *
      * @return 0; -EINVAL while the DSP is offline or a detection of a hotword model is being
-     *         processed or captured. Where the DSP refuses, the model used is dropped, even if it
-     *         is the framework's.
+     *         processed or captured. Where the model's state or the DSP refuses, the model used is
+     *         dropped, even if it is the framework's.
      */
     [[nodiscard]] int InternalForceRecognition() EXCLUDES(lock_);
 
@@ -210,8 +215,9 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
             EXCLUDES(lock_);
 
     /**
-     * Reads captured audio, 16-bit at 16 kHz. Never waits for another operation of the HAL, and
-     * allocates nothing.
+     * Reads captured audio, 16-bit at 16 kHz. Never waits for the HAL's lock, and allocates
+     * nothing. The first read of a hotword also asks the DSP for the hotword's instant, one command
+     * among those of the other operations.
      *
      * @param engine_type    From StartBufferingByIoHandle.
      * @param buffer         Room for at least 2048 bytes whatever `size` says: see
@@ -219,7 +225,8 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
      * @param size           Wanted, in bytes.
      * @param channel_count  1 or 2.
      * @return Bytes delivered: a DSP that fails delivers silence. -ENODEV while it is offline.
-     *         Blocks for up to 128 ms, and 64 ms more after a failure.
+     *         Blocks until all of it is there, or until none has come for 128 ms, and 64 ms more
+     *         after another failure.
      */
     [[nodiscard]] int ReadBuffer(int engine_type, char* buffer, uint32_t size, int channel_count);
 
@@ -284,6 +291,14 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
         int highest_fd = -1;
     };
 
+    // An event between the transition that made it and the return of the framework's callback.
+    struct Delivery {
+        int32_t handle = 0;
+        std::thread::id thread;     // That it is delivered on.
+        bool is_executing = false;  // The framework is being called.
+        bool is_dropped = false;    // Not to be delivered any more.
+    };
+
     // Framework handles run from 1 to this number, the internal client's from 0.
     static constexpr int32_t kMaxSoundModels = 3;
     static constexpr int64_t kNotStarted = INT64_MIN;  // No io handle: those are 32 bits wide.
@@ -310,6 +325,7 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
 
     // The DSP and the audio environment.
     int ResetDsp() REQUIRES(lock_);
+    void ResetDspAtStart() NO_THREAD_SAFETY_ANALYSIS;
     int ResetModelInDsp(int engine_type) REQUIRES(lock_);
     void PrepareDspOnline() REQUIRES(lock_);
     void PrepareDspOffline() REQUIRES(lock_);
@@ -331,7 +347,9 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
     void HandleReady(const WaitSet& ready) EXCLUDES(lock_);
     void DrainControlPipe(int pipe_fd) REQUIRES(lock_);
     SoundTriggerHalClient* ReadDetection(std::string* payload, int* result) REQUIRES(lock_);
-    void DeliverRecognition(int32_t handle, const std::string& payload) EXCLUDES(lock_);
+    void DeliverRecognition(const std::string& payload) EXCLUDES(lock_);
+    std::optional<RecognitionCallback> TakeCallback(const std::string& payload) EXCLUDES(lock_);
+    void EndDelivery(int32_t handle) REQUIRES(lock_);
     void ReleaseLockOnceMore() NO_THREAD_SAFETY_ANALYSIS;
 
     // Written under `lock_`; read without it on the capture path.
@@ -350,6 +368,9 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
     int32_t active_usage_count_ GUARDED_BY(lock_) = 0;
     std::array<PlaybackUsecaseState, 4> playback_usecases_ GUARDED_BY(lock_);
     utils::wakelock::WakeLock wake_lock_ GUARDED_BY(lock_);
+
+    std::optional<Delivery> delivery_ GUARDED_BY(lock_);
+    std::condition_variable delivery_ended_;
 
     // The io handles of the started clients, by model handle, for GetModelHandle, which must not
     // wait for `lock_` nor look into a client that another thread may be destroying. Rewritten

@@ -50,8 +50,8 @@ int SoundTriggerHal::InternalForceRecognition() {
     }
     if (const int result = client->RequestInternalForceRecognition(); result != 0) {
         LOG(ERROR) << "InternalForceRecognition: Request internal reocognition failure " << result;
-        // The framework's model, too: half of what was asked may have happened in the DSP, and only
-        // a model loaded anew is known to be in a known state.
+        // The framework's model, too, and also where it was the model's state that refused. That is
+        // meant: what the DSP runs by now is not known, and a model loaded anew settles it.
         RemoveClient(*target);
         return result;
     }

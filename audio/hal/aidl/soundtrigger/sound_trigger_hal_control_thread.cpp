@@ -25,6 +25,10 @@ static_assert(sizeof(ControlMessage) == 4);
 // would spin until the DSP is reported offline.
 constexpr std::chrono::milliseconds kDspRestartPause{100};
 
+// A framework that calls stop with a lock held that its callback waits for gets its answer after
+// this long; it gives every call 3 s in all.
+constexpr std::chrono::milliseconds kDeliveryTimeout{500};
+
 // select() knows no descriptor beyond this; FD_SET would write past the end of the set.
 bool IsSelectable(int fd) {
     return fd >= 0 && fd < FD_SETSIZE;
@@ -97,10 +101,10 @@ void SoundTriggerHal::CloseControlPipe() {
     control_pipe_.write_end = -1;
 }
 
-// The thread's last act: one release more than there were holds. The owners of this library rely on
-// a thread that ends leaving the lock free whatever happened in it, so it is kept. It relies on
-// `lock_` being a plain mutex, which takes it without complaint, and on no other thread holding the
-// lock just then: the destructor is waiting for this thread to end, without the lock.
+// The thread's last act: one release more than there were holds, kept on purpose. It relies on
+// `lock_` being a plain mutex, for which it has no effect while nobody holds it. In destruction
+// nobody does: the destructor waits for this thread without the lock. After a select() that failed
+// for good, which only a broken descriptor set or no memory brings about, somebody may.
 void SoundTriggerHal::ReleaseLockOnceMore() {
     lock_.unlock();
 }
@@ -128,7 +132,7 @@ SoundTriggerHal::WaitSet SoundTriggerHal::PrepareWaitSet() {
 }
 
 void SoundTriggerHal::HandleReady(const WaitSet& ready) {
-    std::optional<int32_t> detected_handle;
+    bool is_detected = false;
     std::string payload;  // New in each turn: a record without text must not show an older one's.
     int result = 0;
     {
@@ -136,12 +140,12 @@ void SoundTriggerHal::HandleReady(const WaitSet& ready) {
         if (FD_ISSET(ready.pipe_fd, &ready.read_set)) DrainControlPipe(ready.pipe_fd);
         if (ready.notification_fd >= 0 && FD_ISSET(ready.notification_fd, &ready.read_set) &&
             is_dsp_online_) {
-            SoundTriggerHalClient* const client = ReadDetection(&payload, &result);
-            if (client != nullptr && result == 0) detected_handle = client->handle_;
+            const SoundTriggerHalClient* const client = ReadDetection(&payload, &result);
+            is_detected = client != nullptr && result == 0;
+            if (is_detected) delivery_ = {client->handle_, std::this_thread::get_id()};
         }
     }
-    // Without the lock, since the framework may answer the event with any request.
-    if (detected_handle) DeliverRecognition(*detected_handle, payload);
+    if (is_detected) DeliverRecognition(payload);
     if (result == -ENODEV) {
         LOG(WARNING) << "ControlThreadLoop: Wait for dsp interface when restarting.";
         std::this_thread::sleep_for(kDspRestartPause);
@@ -190,17 +194,38 @@ SoundTriggerHalClient* SoundTriggerHal::ReadDetection(std::string* payload, int*
     return client;
 }
 
-void SoundTriggerHal::DeliverRecognition(int32_t handle, const std::string& payload) {
-    std::optional<RecognitionCallback> callback;
-    {
-        std::lock_guard lock(lock_);
-        // Looked up again: the model may have been unloaded since, and then there is nobody to
-        // tell.
-        const SoundTriggerHalClient* const client = FindClient(handle);
-        if (client == nullptr) return;
-        callback = client->PrepareCallback(payload);
+// --- delivery ---
+
+void SoundTriggerHal::DeliverRecognition(const std::string& payload) {
+    // Without the lock, since the framework may answer the event with any request.
+    if (const auto callback = TakeCallback(payload)) callback->Execute();
+    std::lock_guard lock(lock_);
+    delivery_.reset();
+    delivery_ended_.notify_all();
+}
+
+// Makes the event; none when its model has been stopped or unloaded since the detection was read.
+std::optional<RecognitionCallback> SoundTriggerHal::TakeCallback(const std::string& payload) {
+    std::lock_guard lock(lock_);
+    const SoundTriggerHalClient* const client = FindClient(delivery_->handle);
+    if (client == nullptr || delivery_->is_dropped) return std::nullopt;
+    delivery_->is_executing = true;
+    return client->PrepareCallback(payload);
+}
+
+// The framework takes an event after the stop or unload of its model for a broken HAL. So whoever
+// stops or unloads sees to the event that is on its way, before it returns.
+void SoundTriggerHal::EndDelivery(int32_t handle) {
+    if (!delivery_ || delivery_->handle != handle) return;
+    if (delivery_->thread == std::this_thread::get_id()) return;  // Called by the callback itself.
+    delivery_->is_dropped = true;
+    const auto deadline = std::chrono::steady_clock::now() + kDeliveryTimeout;
+    // For the wait only: the lock goes back to the caller, as it came.
+    std::unique_lock lock(lock_, std::adopt_lock);
+    while (delivery_ && delivery_->handle == handle && delivery_->is_executing) {
+        if (delivery_ended_.wait_until(lock, deadline) == std::cv_status::timeout) break;
     }
-    callback->Execute();
+    (void)lock.release();
 }
 
 }  // namespace vendor::quarno::brindlecove::audio::hal::soundtrigger

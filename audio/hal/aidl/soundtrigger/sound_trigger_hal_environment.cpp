@@ -63,8 +63,8 @@ void SoundTriggerHal::OnSoundCardStateChanged(bool online) {
     std::lock_guard lock(lock_);
     LOG(INFO) << "OnSoundCardStateChanged: " << BoolText(online);
     is_dsp_online_ = online;
-    // A repeated report is not filtered: the work of each is harmless, and the report of a restart
-    // so short that its offline half was missed must have its effect.
+    // A repeated report is not filtered. It asks each client again, and the client's state decides:
+    // a model that counts as loaded is not sent again, a detection is stopped and started.
     if (online) {
         PrepareDspOnline();
     } else {
@@ -92,7 +92,7 @@ void SoundTriggerHal::PrepareDspOffline() {
 }
 
 int SoundTriggerHal::ResetDsp() {
-    // Best effort up to the tuning, whose result is the one that tells whether the DSP is there.
+    // Best effort: only the last result is told.
     (void)adapter_->SetupEraserInDsp(false);
     (void)adapter_->SetupMicSwapInDsp(false);
     (void)adapter_->SetupReferenceSource(false);
@@ -161,8 +161,8 @@ void SoundTriggerHal::OnRoutingGraphChanged(const RoutingGraph& graph) {
         playback->in_routing_graph = true;
         matched = true;
     }
-    // While any playback is on the loudspeaker, the others keep what they had: a graph in
-    // transition leaves edges out that come back at once, and the canceller must not flap.
+    // Only a graph without any match clears, and then all of them: while some playback is on the
+    // loudspeaker, a usecase that is not in the graph keeps what it had. That is meant.
     if (!matched) {
         for (PlaybackUsecaseState& playback : playback_usecases_) playback.in_routing_graph = false;
     }

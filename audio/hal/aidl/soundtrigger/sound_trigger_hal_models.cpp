@@ -98,6 +98,7 @@ int SoundTriggerHal::UnloadSoundModel(int handle) {
     LOG(INFO) << "UnloadSoundModel: Unload model with handle " << handle;
     RemoveClient(handle);
     SendControlMessage();
+    EndDelivery(handle);
     return 0;
 }
 

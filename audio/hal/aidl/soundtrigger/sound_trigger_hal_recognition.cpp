@@ -61,6 +61,7 @@ int SoundTriggerHal::StopRecognition(int handle) {
     client->is_started_ = false;
     PublishStartedClients();
     SendControlMessage();
+    EndDelivery(handle);
     return 0;
 }
 

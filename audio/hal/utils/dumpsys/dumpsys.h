@@ -1,9 +1,13 @@
 #pragma once
 
+#include <pthread.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <csignal>
 #include <cstdint>
+#include <ctime>
 #include <ostream>
 #include <sstream>
 #include <streambuf>
@@ -16,6 +20,31 @@ namespace vendor::quarno::brindlecove::audio::hal::utils::dumpsys {
 
 namespace internal {
 
+// One write() that a vanished reader cannot end the process with: where a pipe or socket has no
+// reader, the write fails with EPIPE and no SIGPIPE. Returns what write() returns.
+inline ssize_t WriteWithoutSigpipe(int fd, const char* data, size_t count) {
+    sigset_t sigpipe;
+    sigset_t previous;
+    sigset_t pending;
+    sigemptyset(&sigpipe);
+    sigaddset(&sigpipe, SIGPIPE);
+    // One that was pending before is somebody else's and stays.
+    sigemptyset(&pending);
+    (void)sigpending(&pending);
+    const bool was_pending = sigismember(&pending, SIGPIPE) == 1;
+    if (pthread_sigmask(SIG_BLOCK, &sigpipe, &previous) != 0) return -1;
+    const ssize_t written = write(fd, data, count);
+    const int error = errno;
+    if (written < 0 && error == EPIPE && !was_pending) {
+        const timespec at_once{};
+        while (sigtimedwait(&sigpipe, nullptr, &at_once) == -1 && errno == EINTR) {
+        }
+    }
+    (void)pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+    errno = error;
+    return written;
+}
+
 // Unbuffered: what is put in one go leaves in one write(). Errors are swallowed, since a dump never
 // fails towards its caller.
 class FileDescriptorStreamBuffer : public std::streambuf {
@@ -26,14 +55,14 @@ class FileDescriptorStreamBuffer : public std::streambuf {
 
   protected:
     std::streamsize xsputn(const char* data, std::streamsize count) override {
-        const ssize_t written = write(fd, data, static_cast<size_t>(count));
+        const ssize_t written = WriteWithoutSigpipe(fd, data, static_cast<size_t>(count));
         return written < 0 ? 0 : written;
     }
 
     int_type overflow(int_type c) override {
         if (traits_type::eq_int_type(c, traits_type::eof())) return c;
         const char byte = traits_type::to_char_type(c);
-        [[maybe_unused]] const ssize_t ignored = write(fd, &byte, 1);
+        (void)WriteWithoutSigpipe(fd, &byte, 1);
         return c;
     }
 };

@@ -5,10 +5,10 @@
 
 #include <android-base/logging.h>
 #include <fcntl.h>
-#include <string.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <utility>
 
 #include "audio/hal/aidl/soundtrigger/client.h"
@@ -201,6 +201,10 @@ int ZylSoundTriggerAdapter::LoadSoundModelToDsp(int engine_type, int size, const
 
 int ZylSoundTriggerAdapter::WriteSoundModelData(int engine_type, int size, const char* data) {
     std::lock_guard lock(model_data_lock_);
+    return WritePieces(engine_type, size, data);
+}
+
+int ZylSoundTriggerAdapter::WritePieces(int engine_type, int size, const char* data) {
     if (size < 0) {
         LOG(ERROR) << "WriteSoundModelData: negative model size: " << size;
         return -EINVAL;
@@ -278,12 +282,16 @@ int ZylSoundTriggerAdapter::SendTuningBlock(
 
     for (uint32_t offset = 0; offset < block.size;) {
         const uint32_t left = block.size - offset;
-        RecordHeader record{};
-        if (left >= sizeof(record)) memcpy(&record, block.data + offset, sizeof(record));
-        if (left < sizeof(record) || record.value_bytes < sizeof(record.value) ||
-            record.value_bytes > left - kValueOffset) {
-            LOG(ERROR) << "SendTuningToDsp: malformed record at byte " << offset << " of "
-                       << block.size << ", value length: " << record.value_bytes;
+        RecordHeader record;
+        if (left < sizeof(record)) {
+            LOG(ERROR) << "SendTuningToDsp: record cut off at byte " << offset << " of "
+                       << block.size;
+            return -EINVAL;
+        }
+        memcpy(&record, block.data + offset, sizeof(record));
+        if (record.value_bytes < sizeof(record.value) || record.value_bytes > left - kValueOffset) {
+            LOG(ERROR) << "SendTuningToDsp: record at byte " << offset << " of " << block.size
+                       << " has a value of " << record.value_bytes << " bytes";
             return -EINVAL;
         }
         // No blank after the colon: the line has been so since the first release.

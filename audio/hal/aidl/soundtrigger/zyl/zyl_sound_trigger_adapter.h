@@ -96,6 +96,8 @@ class ZylSoundTriggerAdapter : public SoundTriggerAdapter {
     std::unique_ptr<CommandBase> CreateWriteModelCommand(int engine_type, unsigned int offset);
     int WriteSoundModelData(int engine_type, int size, const char* data) EXCLUDES(model_data_lock_)
             EXCLUDES(command_lock_);
+    int WritePieces(int engine_type, int size, const char* data) REQUIRES(model_data_lock_)
+            EXCLUDES(command_lock_);
 
     // Audio.
     int ReadHotwordBuffer(char* buffer, unsigned int size, int channels);

@@ -3,12 +3,15 @@
 
 #include <android-base/logging.h>
 #include <fcntl.h>
-#include <string.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
-#include <fstream>
+#include <charconv>
+#include <cstring>
 #include <limits>
+#include <optional>
+#include <string_view>
 
 #include "audio/hal/aidl/soundtrigger/client.h"
 #include "audio/hal/aidl/soundtrigger/zyl/zyl_command.h"
@@ -36,6 +39,8 @@ constexpr int kPollTimeoutMs = 128;
 constexpr size_t kConvertedSamples = 1024;
 constexpr size_t kBytesPerSample = sizeof(int16_t);
 
+constexpr uint8_t kMulawSilence = 0xFF;
+
 constexpr uint64_t kMaxHotwordBytes = 4096;
 constexpr unsigned int kMaxAmbientRequest = 2049;
 
@@ -61,6 +66,16 @@ int ReadExactly(File* device, char* raw, int bytes, bool* timed_out) {
         }
         if (got >= bytes) return bytes;
     }
+}
+
+// Takes the unsigned decimal number, and the white space before it, off the front of `text`.
+std::optional<uint64_t> TakeNumber(std::string_view* text) {
+    text->remove_prefix(std::min(text->find_first_not_of(" \t\n\v\f\r"), text->size()));
+    uint64_t number = 0;
+    const auto [end, error] = std::from_chars(text->data(), text->data() + text->size(), number);
+    if (error != std::errc()) return std::nullopt;
+    text->remove_prefix(static_cast<size_t>(end - text->data()));
+    return number;
 }
 
 }  // namespace
@@ -116,7 +131,8 @@ int ZylSoundTriggerAdapter::ReadAmbientBuffer(char* buffer, unsigned int size) {
         return -EINVAL;
     }
     const int bytes = static_cast<int>(size / kBytesPerSample);  // One byte of mu-law a sample.
-    std::array<uint8_t, kConvertedSamples> ambient_raw{};
+    std::array<uint8_t, kConvertedSamples> ambient_raw;
+    ambient_raw.fill(kMulawSilence);  // For what a shorter request leaves of the fixed count.
     File device(kAmbientPcmDevice, O_RDONLY);
     (void)device.Open();  // A device that could not be opened fails the wait.
     bool timed_out = false;
@@ -157,21 +173,22 @@ int64_t ZylSoundTriggerAdapter::ReadHotwordTimestampFromDsp() {
 // How far the DSP's clock is ahead of the kernel's. It was started first, so an offset that is not
 // positive is no offset.
 bool ZylSoundTriggerAdapter::ReadTimestampOffset(int64_t& offset) {
-    std::ifstream node(kClockNode);
-    if (!node) {
+    File node(kClockNode, O_RDONLY);
+    if (node.Open() != 0) {
         LOG(ERROR) << "ReadTimestampOffset: Open failure for " << kClockNode;
         return false;
     }
-    uint64_t ticks = 0;
-    uint64_t boottime_ns = 0;
-    node >> ticks >> boottime_ns;
-    // A boot time beyond the signed range is none: it is what a negative number is read as.
-    if (!node || boottime_ns > static_cast<uint64_t>(std::numeric_limits<int64_t>::max())) {
+    std::array<char, 64> text;  // Two numbers of at most 20 digits.
+    const int size = node.Read(text.data(), text.size());
+    std::string_view rest(text.data(), static_cast<size_t>(std::max(size, 0)));
+    const std::optional<uint64_t> ticks = TakeNumber(&rest);
+    const std::optional<uint64_t> boottime_ns = TakeNumber(&rest);
+    if (!ticks || !boottime_ns || *boottime_ns > uint64_t{std::numeric_limits<int64_t>::max()}) {
         LOG(ERROR) << "ReadTimestampOffset: Failed to read zyl clock and kernel boot time from "
                       "sysfs.";
         return false;
     }
-    offset = zyl_ticks_to_nanoseconds(ticks) - static_cast<int64_t>(boottime_ns);
+    offset = zyl_ticks_to_nanoseconds(*ticks) - static_cast<int64_t>(*boottime_ns);
     return offset > 0;
 }
 

@@ -19,7 +19,7 @@ constexpr int kDockedMode = 86;
 constexpr auto kBlockType = TamberloConfigParser::Type::kSoundTrigger;
 
 // Beyond this it is no tuning file but a mistake (a folder says it is LONG_MAX bytes long).
-constexpr long kMaxFileBytes = 16 * 1024 * 1024;
+constexpr long kMaxFileBytes = 16L * 1024 * 1024;
 
 struct FileCloser {
     void operator()(FILE* file) const { fclose(file); }

@@ -1,0 +1,10 @@
+#pragma once
+
+namespace sthal {
+
+// From now on Ctrl-C and SIGTERM no longer end the process but make Interrupted() true, so that a
+// run can end cleanly. A second one ends the process at once.
+void CatchInterrupts();
+bool Interrupted();
+
+}  // namespace sthal
