@@ -1,0 +1,34 @@
+#include "host/virtual_dsp/board/board.h"
+
+#include <utility>
+
+namespace virtual_dsp {
+namespace {
+
+MicrophoneOptions WithClockOf(const DspOptions& dsp, MicrophoneOptions microphone) {
+    if (!microphone.boottime_ns) microphone.boottime_ns = dsp.boottime_ns;
+    return microphone;
+}
+
+}  // namespace
+
+Board::Board(BoardOptions options)
+    : dsp_(options.dsp), server_({dsp_, faults_, wake_locks_, tuning_}, options.directory) {
+    dsp_.SetReadinessListener([this](Readiness) {
+        if (dsp_.IsUp()) {
+            server_.Wake();
+        } else {
+            server_.OnDspDown();
+        }
+    });
+    faults_.SetReleaseListener([this] { server_.Wake(); });
+    microphone_.emplace(dsp_, WithClockOf(options.dsp, options.microphone));
+}
+
+std::unique_ptr<Board> Board::Create(BoardOptions options, std::string* error) {
+    std::unique_ptr<Board> board(new Board(std::move(options)));
+    if (!board->server_.Start(error)) return nullptr;
+    return board;
+}
+
+}  // namespace virtual_dsp

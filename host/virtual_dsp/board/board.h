@@ -1,0 +1,61 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "host/virtual_dsp/board/faults.h"
+#include "host/virtual_dsp/board/fuse_server.h"
+#include "host/virtual_dsp/board/microphone.h"
+#include "host/virtual_dsp/board/node_table.h"
+#include "host/virtual_dsp/board/tuning_image.h"
+#include "host/virtual_dsp/board/wake_locks.h"
+#include "host/virtual_dsp/dsp/dsp.h"
+
+namespace virtual_dsp {
+
+struct BoardOptions {
+    DspOptions dsp;
+    MicrophoneOptions microphone;  // Its clock, unless set, is the DSP's.
+    std::string directory = kBoardDirectory;
+};
+
+// The virtual board: a DSP, its microphone, and the device nodes that programs reach it through.
+// The nodes are there from Create() to the destructor. One board at a time in a directory.
+//
+// Callbacks that the caller hands in (the DSP's clock, the journal's listener) may run on the
+// thread that serves the nodes: they must not use the nodes themselves.
+class Board {
+  public:
+    // Null, with `error` set, when the nodes cannot be served: no /dev/fuse, not on the board (see
+    // enter_board.h), or another board in the same directory.
+    [[nodiscard]] static std::unique_ptr<Board> Create(BoardOptions options, std::string* error);
+    // Calls in progress on the nodes end with an error.
+    ~Board() = default;
+
+    Dsp& dsp() { return dsp_; }
+    FaultPlan& faults() { return faults_; }
+    Microphone& microphone() { return *microphone_; }
+    WakeLocks& wake_locks() { return wake_locks_; }
+
+    // What programs find as the tuning file. There is none to begin with.
+    void SetTuningFile(std::vector<uint8_t> contents) { tuning_.Set(std::move(contents)); }
+    void RemoveTuningFile() { tuning_.Remove(); }
+
+  private:
+    explicit Board(BoardOptions options);
+
+    // In the order of their use: the microphone stops before the server does, and begins when the
+    // DSP has its listener.
+    Dsp dsp_;
+    FaultPlan faults_;
+    WakeLocks wake_locks_;
+    TuningImage tuning_;
+    FuseServer server_;
+    std::optional<Microphone> microphone_;
+};
+
+}  // namespace virtual_dsp
