@@ -79,7 +79,18 @@ TEST_F(ZylCommandExecutorTest, MissingReplyIsWaitedForAlsoAfterALateOne) {
         EXPECT_EQ(-ETIMEDOUT, Execute(late));
         EXPECT_GE(steady_clock::now() - start, ZylCommandExecutor::kReplyTimeout);
         EXPECT_EQ(kCommand, buffer_);
+        EXPECT_EQ(0, Execute(kReply)) << "an answer makes the next wait a whole one again";
     }
+}
+
+TEST_F(ZylCommandExecutorTest, SilentDspIsNotWaitedForOncePerCommand) {
+    const auto start = steady_clock::now();
+    for (int command = 0; command < 1000; ++command) ASSERT_EQ(-ETIMEDOUT, Execute(""));
+    EXPECT_LT(steady_clock::now() - start, 2 * ZylCommandExecutor::kSilenceLimit);
+    EXPECT_EQ(0, Execute(kReply)) << "an answer that is there at once counts all the same";
+    const auto answered = steady_clock::now();
+    EXPECT_EQ(-ETIMEDOUT, Execute(""));
+    EXPECT_GE(steady_clock::now() - answered, ZylCommandExecutor::kReplyTimeout);
 }
 
 TEST_F(ZylCommandExecutorTest, LateRepliesDoNotProlongTheWait) {

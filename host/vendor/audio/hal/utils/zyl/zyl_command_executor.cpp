@@ -1,15 +1,19 @@
 #include "audio/hal/utils/zyl/zyl_command_executor.h"
 
-#include <errno.h>
-#include <string.h>
-
+#include <algorithm>
 #include <array>
+#include <cerrno>
+#include <chrono>
 #include <cstdint>
+#include <cstring>
 #include <utility>
 
 namespace vendor::quarno::brindlecove::audio::hal::utils::zyl {
 
 namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
 
 // What commands and replies begin with, little-endian as this machine is: a reserved byte, the
 // sequence number, the length in bytes and the command id (16 bits each), two reserved bytes.
@@ -52,31 +56,51 @@ int ZylCommandExecutor::Execute(char* command, int size) {
 }
 
 int ZylCommandExecutor::AwaitReply(char* command, int size) {
-    using std::chrono::milliseconds;
-    using std::chrono::steady_clock;
+    const auto began = steady_clock::now();
+    const milliseconds patience = Patience(began);
+    const int result = ReadReply(command, size, patience);
+    if (result == -ETIMEDOUT) {
+        silence_ += patience;
+        silent_until_ = steady_clock::now();
+    } else {
+        silence_ = milliseconds::zero();
+    }
+    return result;
+}
 
+milliseconds ZylCommandExecutor::Patience(steady_clock::time_point now) {
+    if (silence_ >= kSilenceLimit && now - silent_until_ >= kSilencePause) {
+        silence_ = milliseconds::zero();
+    }
+    return std::min(kReplyTimeout, std::max(milliseconds::zero(), kSilenceLimit - silence_));
+}
+
+int ZylCommandExecutor::ReadReply(char* command, int size, milliseconds patience) {
     const Header expected(command);
-    const auto deadline = steady_clock::now() + kReplyTimeout;
+    const auto deadline = steady_clock::now() + patience;
     std::array<char, kMaxCommandBytes> reply;
-    for (auto left = kReplyTimeout; left > milliseconds::zero();
-         left = std::chrono::ceil<milliseconds>(deadline - steady_clock::now())) {
-        const int polled = device_->PollIn(static_cast<int>(left.count()));
+    while (true) {
+        const auto left = std::chrono::ceil<milliseconds>(deadline - steady_clock::now());
+        // Also without any time left: an answer that is there already is taken.
+        const int polled =
+                device_->PollIn(static_cast<int>(std::max(milliseconds::zero(), left).count()));
         if (polled != 0) return polled;
 
         const int got = device_->Read(reply.data(), size);
         if (got < 0) {
             // Neither is an answer of the DSP.
-            if (errno == EINTR || errno == EAGAIN) continue;
-            return -errno;
+            if (errno != EINTR && errno != EAGAIN) return -errno;
+        } else {
+            if (got < kHeaderBytes) return -EIO;
+            const Header header(reply.data());
+            if (header.id == expected.id && header.sequence == expected.sequence) {
+                if (got != size || header.size != size) return -EIO;
+                memcpy(command, reply.data(), static_cast<size_t>(size));
+                return 0;
+            }
         }
-        if (got < kHeaderBytes) return -EIO;
-        const Header header(reply.data());
-        if (header.id != expected.id || header.sequence != expected.sequence) continue;
-        if (got != size || header.size != size) return -EIO;
-        memcpy(command, reply.data(), static_cast<size_t>(size));
-        return 0;
+        if (left <= milliseconds::zero()) return -ETIMEDOUT;
     }
-    return -ETIMEDOUT;
 }
 
 void ZylCommandExecutor::Close() {

@@ -24,6 +24,14 @@ class ZylCommandExecutor {
      */
     static constexpr std::chrono::milliseconds kReplyTimeout{200};
 
+    /**
+     * How long it waits in all for a DSP that answers nothing any more. When that is used up, only
+     * answers that are there at once count, until one comes or kSilencePause has passed: an owner
+     * with a thousand commands to send must not wait out a thousand time-outs.
+     */
+    static constexpr std::chrono::milliseconds kSilenceLimit{500};
+    static constexpr std::chrono::milliseconds kSilencePause{1000};
+
     /** Longest command, in bytes. Commands are held on the stack, nothing is allocated. */
     static constexpr int kMaxCommandBytes = 256;
 
@@ -34,7 +42,7 @@ class ZylCommandExecutor {
     [[nodiscard]] int Open();
 
     /**
-     * Sends a command and waits for its reply, up to kReplyTimeout.
+     * Sends a command and waits for its reply, up to kReplyTimeout (see also kSilenceLimit).
      *
      * A reply with another id or sequence number is a late one to an earlier command; it is dropped
      * and the wait goes on within the same time.
@@ -54,8 +62,13 @@ class ZylCommandExecutor {
 
   private:
     int AwaitReply(char* command, int size);
+    int ReadReply(char* command, int size, std::chrono::milliseconds patience);
+    std::chrono::milliseconds Patience(std::chrono::steady_clock::time_point now);
 
     const std::unique_ptr<File> device_;
+    // How long the DSP has been waited for in vain since it last answered, and until when.
+    std::chrono::milliseconds silence_{0};
+    std::chrono::steady_clock::time_point silent_until_;
 };
 
 }  // namespace vendor::quarno::brindlecove::audio::hal::utils::zyl
