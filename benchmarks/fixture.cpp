@@ -1,0 +1,176 @@
+#include "benchmarks/fixture.h"
+
+#include <aidl/android/media/soundtrigger/RecognitionConfig.h>
+#include <android-base/logging.h>
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/select.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <utility>
+
+#include "benchmarks/measure.h"
+#include "host/virtual_dsp/dsp/sample_pattern.h"
+#include "host/virtual_dsp/dsp/sound_model.h"
+#include "tools/sthal/demo_tuning.h"
+
+namespace bench {
+
+namespace {
+
+using ::aidl::android::media::soundtrigger::RecognitionConfig;
+using ::aidl::android::media::soundtrigger::SoundModel;
+using ::aidl::android::media::soundtrigger::SoundModelType;
+
+std::atomic<uint64_t> log_lines{0};
+
+void Require(bool ok, const char* what) {
+    if (ok) return;
+    (void)std::fprintf(stderr, "bench: %s failed\n", what);
+    std::exit(1);
+}
+
+}  // namespace
+
+void Arrival::Mark() {
+    const int64_t now = NowNs();
+    std::lock_guard lock(lock_);
+    at_ns_ = now;
+    arrived_.notify_all();
+}
+
+int64_t Arrival::Wait() {
+    std::unique_lock lock(lock_);
+    const bool came = arrived_.wait_for(lock, std::chrono::seconds(5), [&] { return at_ns_ != 0; });
+    Require(came, "waiting for a detection");
+    return std::exchange(at_ns_, 0);
+}
+
+class Fixture::Callback
+    : public ::aidl::android::hardware::soundtrigger3::BnSoundTriggerHwCallback {
+  public:
+    explicit Callback(Arrival* arrival) : arrival_(arrival) {}
+
+    ndk::ScopedAStatus modelUnloaded(int32_t) override { return ndk::ScopedAStatus::ok(); }
+    ndk::ScopedAStatus phraseRecognitionCallback(
+            int32_t, const ::aidl::android::media::soundtrigger::PhraseRecognitionEvent&) override {
+        arrival_->Mark();
+        return ndk::ScopedAStatus::ok();
+    }
+    ndk::ScopedAStatus recognitionCallback(
+            int32_t, const ::aidl::android::media::soundtrigger::RecognitionEvent&) override {
+        arrival_->Mark();
+        return ndk::ScopedAStatus::ok();
+    }
+
+  private:
+    Arrival* const arrival_;
+};
+
+Fixture::Fixture() : callback_(ndk::SharedRefBase::make<Callback>(&arrival_)) {
+    android::base::SetLogger([](auto&&...) { log_lines.fetch_add(1, std::memory_order_relaxed); });
+    std::string error;
+    board_ = virtual_dsp::Board::Create({}, &error);
+    if (board_ == nullptr) {
+        (void)std::fprintf(stderr, "bench: %s\n", error.c_str());
+        std::exit(1);
+    }
+    board_->SetTuningFile(sthal::DemoTuningFile());
+    hal_ = soundtrigger::SoundTriggerHalBuilder::BuildSoundTriggerHal();
+    (void)hal_->Initialize();
+    hal_->OnSoundCardStateChanged(true);
+}
+
+Fixture::~Fixture() {
+    hal_.reset();
+    board_.reset();
+}
+
+std::vector<uint8_t> Fixture::Model(virtual_dsp::Engine engine, size_t bytes) {
+    // A template that is never heard: detections come by force.
+    return virtual_dsp::BuildSoundModel(
+            {engine, 0.9F,
+             virtual_dsp::PatternChannel(uint64_t{1} << 40, virtual_dsp::kMinTemplateFrames, 0)},
+            bytes);
+}
+
+SoundModel Fixture::Prepare(virtual_dsp::Engine engine, const std::vector<uint8_t>& model) {
+    SoundModel sound_model;
+    sound_model.type = engine == virtual_dsp::Engine::kHotword ? SoundModelType::KEYPHRASE
+                                                               : SoundModelType::GENERIC;
+    sound_model.vendorUuid = std::to_string(++models_);
+    sound_model.dataSize = static_cast<int32_t>(model.size());
+    const int fd = memfd_create("model", MFD_CLOEXEC);
+    Require(write(fd, model.data(), model.size()) == static_cast<ssize_t>(model.size()), "memfd");
+    Require(lseek(fd, 0, SEEK_SET) == 0, "lseek");
+    sound_model.data.set(fd);
+    return sound_model;
+}
+
+int Fixture::Load(const SoundModel& model) {
+    int handle = -1;
+    Require(hal_->LoadSoundModel(model, callback_, &handle) == 0, "load");
+    return handle;
+}
+
+void Fixture::Unload(int handle) {
+    Require(hal_->UnloadSoundModel(handle) == 0, "unload");
+}
+
+void Fixture::Start(int handle, int io_handle) {
+    Require(hal_->StartRecognition(handle, 0, io_handle, RecognitionConfig{}) == 0, "start");
+}
+
+void Fixture::Stop(int handle) {
+    Require(hal_->StopRecognition(handle) == 0, "stop");
+}
+
+void Fixture::HearBulk() {
+    constexpr size_t kFrames = 1024;
+    dsp().Hear(virtual_dsp::PatternFrames(heard_frames_, kFrames), virtual_dsp::BoottimeNow());
+    heard_frames_ += kFrames;
+}
+
+void Fixture::TellDsp(uint16_t id) {
+    const wire::CommandHeader header{0, 0, sizeof(wire::CommandHeader), id, 0};
+    std::vector<uint8_t> reply;
+    const auto* const bytes = reinterpret_cast<const uint8_t*>(&header);
+    Require(dsp().Execute({bytes, sizeof(header)}, &reply) == 0, "a command to the DSP");
+}
+
+void Fixture::SetLogging(bool on) {
+    (void)android::base::SetMinimumLogSeverity(on ? android::base::INFO
+                                                  : android::base::FATAL_WITHOUT_ABORT);
+}
+
+BareListener::BareListener(Arrival* arrival) : arrival_(arrival) {
+    Require(pipe2(pipe_, O_NONBLOCK | O_CLOEXEC) == 0, "pipe");
+    node_ = open(wire::kNotificationDevice, O_RDWR | O_NONBLOCK | O_CLOEXEC);
+    Require(node_ >= 0, "opening the notification node");
+    thread_ = std::thread(&BareListener::Run, this);
+}
+
+BareListener::~BareListener() {
+    (void)close(pipe_[1]);
+    thread_.join();
+    (void)close(pipe_[0]);
+    (void)close(node_);
+}
+
+void BareListener::Run() {
+    while (true) {
+        fd_set set;
+        FD_ZERO(&set);
+        FD_SET(pipe_[0], &set);
+        FD_SET(node_, &set);
+        if (select(std::max(pipe_[0], node_) + 1, &set, nullptr, nullptr, nullptr) <= 0) continue;
+        if (FD_ISSET(pipe_[0], &set)) return;
+        wire::NotificationRecord record;
+        if (read(node_, &record, sizeof(record)) == sizeof(record)) arrival_->Mark();
+    }
+}
+
+}  // namespace bench
