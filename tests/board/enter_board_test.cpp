@@ -3,6 +3,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <string>
 
@@ -16,7 +17,7 @@ class EnterBoardTest : public ::testing::Test {
   protected:
     // Ends with 55 when it gets one of the two signals; says when it is ready for them.
     static constexpr char kWaiting[] =
-            "trap 'kill $!; exit 55' TERM INT; sleep 1000 & echo ready; wait";
+            "trap 'exit 55' TERM INT; echo ready; while :; do sleep 0.02; done";
 
     void SetUp() override {
         if (const auto reason = BoardUnavailableReason()) GTEST_SKIP() << *reason;

@@ -1,4 +1,5 @@
 #include <future>
+#include <set>
 #include <thread>
 
 #include "tests/board/board_fixture.h"

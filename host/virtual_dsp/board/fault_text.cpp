@@ -1,9 +1,11 @@
 #include "host/virtual_dsp/board/fault_text.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
+#include <limits>
 #include <sstream>
 #include <utility>
 #include <vector>

@@ -19,7 +19,7 @@ int MoveUp(int fd) {
     constexpr int kFromTheEnd = 16;
     rlimit limit{};
     if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur <= kFromTheEnd) return fd;
-    constexpr rlim_t kHighest = 1 << 20;
+    constexpr rlim_t kHighest = 4096;  // A table costs memory up to its highest number.
     const int lowest = static_cast<int>(std::min(limit.rlim_cur, kHighest)) - kFromTheEnd;
     const int moved = fcntl(fd, F_DUPFD_CLOEXEC, lowest);
     if (moved < 0) return fd;

@@ -33,7 +33,9 @@ bool TakeOwnDescriptorTable(int kept) {
 }  // namespace
 
 FuseServer::FuseServer(NodeContext context, std::string directory)
-    : context_(context), directory_(std::move(directory)) {}
+    : context_(context),
+      directory_(std::move(directory)),
+      event_fd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
 
 bool FuseServer::Start(std::string* error) {
     struct statfs status {};
@@ -41,9 +43,8 @@ bool FuseServer::Start(std::string* error) {
         *error = "another virtual board is being served on " + directory_;
         return false;
     }
-    event_fd_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     if (event_fd_ < 0) {
-        *error = std::string("cannot make an event descriptor: ") + strerror(errno);
+        *error = "no descriptor left for the server of the nodes";
         return false;
     }
     was_dumpable_ = prctl(PR_GET_DUMPABLE);

@@ -40,7 +40,7 @@ class FuseServer {
 
     const NodeContext context_;
     const std::string directory_;
-    int event_fd_ = -1;
+    const int event_fd_;  // Wakes the serving thread; known by this number in both tables.
     int was_dumpable_ = 1;
     std::atomic<bool> stop_ = false;
     std::atomic<bool> dsp_went_down_ = false;
