@@ -1,0 +1,184 @@
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/ioctl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <mutex>
+#include <semaphore>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "audio/hal/aidl/soundtrigger/sound_trigger_hal.h"
+#include "tests/product/log_capture.h"
+#include "tests/product/recording_callback.h"
+#include "tests/product/scripted_adapter.h"
+
+namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
+
+using namespace std::string_literals;
+using ::testing::ElementsAre;
+using ::testing::StartsWith;
+using enum ::aidl::android::media::soundtrigger::SoundModelType;
+
+inline constexpr int kHotword = 1;
+inline constexpr int kAmbient = 2;
+
+/** What has no caller in the library, and what no caller can see. Holds the HAL's lock. */
+class SoundTriggerHalPeer {
+  public:
+    explicit SoundTriggerHalPeer(SoundTriggerHal& hal) : hal_(hal), lock_(hal.lock_) {}
+    int ResetDsp() { return hal_.ResetDsp(); }
+    int ResetModelInDsp(int engine) { return hal_.ResetModelInDsp(engine); }
+    // What the control thread has not read yet.
+    int PendingMessageBytes() {
+        int bytes = -1;
+        EXPECT_EQ(0, ioctl(hal_.control_pipe_.read_end, FIONREAD, &bytes));
+        return bytes;
+    }
+
+  private:
+    SoundTriggerHal& hal_;
+    const std::lock_guard<std::mutex> lock_;
+};
+
+inline SoundTriggerHal::SoundModel ModelOf(SoundTriggerHalClient::SoundModelType type,
+                                           const std::string& vendor_uuid,
+                                           std::string_view bytes = "model") {
+    SoundTriggerHal::SoundModel model;
+    model.type = type;
+    model.uuid = "uuid of any";
+    model.vendorUuid = vendor_uuid;
+    model.data.set(memfd_create("model", MFD_CLOEXEC));
+    EXPECT_LE(0, pwrite(model.data.get(), bytes.data(), bytes.size(), 0));
+    model.dataSize = static_cast<int32_t>(bytes.size());
+    return model;
+}
+
+/** What `dumped`, asked so, writes. */
+template <typename T>
+std::string DumpOf(T& dumped, std::vector<std::string_view> args = {}, int indentation = 0) {
+    const ::ndk::ScopedFileDescriptor file(memfd_create("dump", MFD_CLOEXEC));
+    utils::dumpsys::DumpsysInfo info(file.get());
+    info.args = std::move(args);
+    info.indentation = indentation;
+    dumped.Dump(info);
+    std::string text(static_cast<size_t>(lseek(file.get(), 0, SEEK_END)), '\0');
+    EXPECT_LE(0, pread(file.get(), text.data(), text.size(), 0));
+    return text;
+}
+
+inline std::vector<pid_t> ControlThreads() {
+    std::vector<pid_t> threads;
+    for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
+        std::string name;
+        std::getline(std::ifstream(thread.path() / "comm"), name);
+        if (name == "SthalControl") threads.push_back(std::stoi(thread.path().filename()));
+    }
+    return threads;
+}
+
+/** A HAL on a scripted DSP, built and no more. */
+class HalTest : public ::testing::Test {
+  protected:
+    void TearDown() override { leave_.release(); }
+
+    // What an operation came to: its result, all that it told the DSP, and every line above INFO.
+    void Check(int expected, int result, const std::string& commands = "",
+               const LogCapture::Lines& problems = {}, int line = __builtin_LINE()) {
+        const ::testing::ScopedTrace trace("", line, "the step in this line");
+        EXPECT_EQ(expected, result);
+        EXPECT_EQ(commands, dsp_.TakeCommands());
+        EXPECT_EQ(problems, log_.TakeProblems());
+    }
+    void Forget() {
+        (void)dsp_.Take();
+        (void)log_.Take();
+    }
+
+    void Fail(const char* call) { dsp_.Script({.call = call, .result = -EIO}); }
+    void Online(bool online) { hal_->OnSoundCardStateChanged(online); }
+    // From now on the eraser is wanted by every started hotword model.
+    void PlayOnLoudspeaker() {
+        hal_->OnRoutingGraphChanged({.edges = {{"deep-buffer-playback", "speaker"}}});
+        (void)dsp_.TakeCommands();
+    }
+
+    int TryLoad(const SoundTriggerHal::SoundModel& model) {
+        handle_ = -77;
+        return hal_->LoadSoundModel(model, callback_, &handle_);
+    }
+    // Loads a model unlike the others and returns its handle.
+    int Load(SoundTriggerHalClient::SoundModelType type) {
+        EXPECT_EQ(0, TryLoad(ModelOf(type, "vendor uuid " + std::to_string(++models_made_))));
+        Forget();
+        return handle_;
+    }
+    // The same, with recognition started.
+    int Start(SoundTriggerHalClient::SoundModelType type, int io_handle,
+              const SoundTriggerHal::RecognitionConfig& config = {}) {
+        const int handle = Load(type);
+        EXPECT_EQ(0, hal_->StartRecognition(handle, 0, io_handle, config));
+        (void)dsp_.TakeCommands();
+        return handle;
+    }
+    // Has the DSP report a detection and waits until the framework has been told.
+    void Detect(int engine, const std::string& payload = "payload") {
+        const size_t events = callback_->events().size();
+        dsp_.Notify({.engine = engine, .payload = payload});
+        callback_->WaitForEvents(events + 1);
+    }
+    // Keeps the control thread in a callback, with an ambient model of handle 1, until leave_.
+    void Hold() {
+        std::counting_semaphore<> entered{0};
+        callback_->SetAction([&](int) {
+            entered.release();
+            EXPECT_TRUE(leave_.try_acquire_for(kDeadline)) << "not released";
+        });
+        (void)Start(GENERIC, 10);
+        dsp_.Notify({.engine = kAmbient});
+        EXPECT_TRUE(entered.try_acquire_for(kDeadline)) << "no callback";
+        callback_->SetAction(nullptr);
+        Forget();
+    }
+
+    // A field of one client in the dump; "" without such a client.
+    std::string Field(int handle, const std::string& label) {
+        const std::string dump = DumpOf(*hal_);
+        const size_t client = dump.find("  Client: " + std::to_string(handle) + "\n");
+        if (client == std::string::npos) return "";
+        const size_t value = dump.find(label + ": ", client) + label.size() + 2;
+        return dump.substr(value, dump.find('\n', value) - value);
+    }
+    std::string State(int handle) { return Field(handle, "Runtime state"); }
+
+    LogCapture log_;
+    std::counting_semaphore<> leave_{0};
+    ScriptedAdapter& dsp_ = *new ScriptedAdapter;  // The HAL's.
+    const std::shared_ptr<RecordingCallback> callback_ =
+            ::ndk::SharedRefBase::make<RecordingCallback>();
+    std::unique_ptr<SoundTriggerHal> hal_ =
+            SoundTriggerHalBuilder::BuildSoundTriggerHal(std::unique_ptr<ScriptedAdapter>(&dsp_));
+    int handle_ = 0;  // What the last load gave out.
+    int models_made_ = 0;
+};
+
+/** The same, initialised, the DSP online and the control thread waiting. */
+class RunningHalTest : public HalTest {
+  protected:
+    void SetUp() override {
+        (void)hal_->Initialize();
+        dsp_.WaitForCall("Unwatch");
+        Online(true);
+        dsp_.WaitForCall("Unwatch", 2);
+        Forget();
+    }
+};
+
+}  // namespace vendor::quarno::brindlecove::audio::hal::soundtrigger

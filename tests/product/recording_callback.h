@@ -1,0 +1,74 @@
+#pragma once
+
+#include <aidl/android/hardware/soundtrigger3/BnSoundTriggerHwCallback.h>
+#include <gtest/gtest.h>
+
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+#include "tests/product/scripted_adapter.h"
+
+namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
+
+/**
+ * The framework's end of a model: keeps what it is told, and may answer. Every call fails in the
+ * end, since that must not matter. Thread-safe.
+ */
+class RecordingCallback
+    : public ::aidl::android::hardware::soundtrigger3::BnSoundTriggerHwCallback {
+  public:
+    struct Event {
+        int handle;
+        bool is_phrase;
+        ::aidl::android::media::soundtrigger::PhraseRecognitionEvent event;  // Or its common part.
+    };
+
+    // Run inside every call from now on. The event counts as come when this has returned.
+    void SetAction(std::function<void(int handle)> action) {
+        std::lock_guard lock(lock_);
+        action_ = std::move(action);
+    }
+    std::vector<Event> events() const {
+        std::lock_guard lock(lock_);
+        return events_;
+    }
+    void WaitForEvents(size_t count) {
+        std::unique_lock lock(lock_);
+        EXPECT_TRUE(grown_.wait_for(lock, kDeadline, [&] { return events_.size() >= count; }))
+                << events_.size() << " events came in time, not " << count;
+    }
+
+    ::ndk::ScopedAStatus modelUnloaded(int) override { return ::ndk::ScopedAStatus::ok(); }
+    ::ndk::ScopedAStatus phraseRecognitionCallback(
+            int handle,
+            const ::aidl::android::media::soundtrigger::PhraseRecognitionEvent& event) override {
+        return Keep({handle, true, event});
+    }
+    ::ndk::ScopedAStatus recognitionCallback(
+            int handle,
+            const ::aidl::android::media::soundtrigger::RecognitionEvent& event) override {
+        return Keep({handle, false, {.common = event, .phraseExtras = {}}});
+    }
+
+  private:
+    ::ndk::ScopedAStatus Keep(Event event) {
+        std::unique_lock lock(lock_);
+        const std::function<void(int)> action = action_;
+        lock.unlock();
+        if (action) action(event.handle);
+        lock.lock();
+        events_.push_back(std::move(event));
+        grown_.notify_all();
+        return ::ndk::ScopedAStatus::fromExceptionCode(EX_ILLEGAL_STATE);
+    }
+
+    mutable std::mutex lock_;
+    std::condition_variable grown_;
+    std::vector<Event> events_;
+    std::function<void(int)> action_;
+};
+
+}  // namespace vendor::quarno::brindlecove::audio::hal::soundtrigger

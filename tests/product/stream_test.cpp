@@ -1,0 +1,177 @@
+// The driver operations behind a capture stream.
+#include <chrono>
+#include <climits>
+
+#include "audio/hal/aidl/soundtrigger/sound_trigger_driver_operations.h"
+#include "tests/product/hal_test.h"
+
+namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
+namespace {
+
+using std::chrono::steady_clock;
+
+class StreamTest : public RunningHalTest {
+  protected:
+    void TearDown() override { stream_.reset(); }
+
+    std::unique_ptr<SoundTriggerDriverOperations> Build(int channels, bool is_internal = false) {
+        SoundTriggerDriverOperationsBuilder builder;
+        builder.hal = hal_.get();
+        builder.io_handle = 10;
+        builder.channel_count = channels;
+        builder.is_internal_force = is_internal;
+        return builder.Build();
+    }
+
+    // A stream on a detection of its own.
+    void Open(int channels, SoundModelType type = KEYPHRASE) {
+        (void)Start(type, 10);
+        Detect(type == KEYPHRASE ? kHotword : kAmbient);
+        stream_ = Build(channels);
+        EXPECT_TRUE(stream_->Start());
+    }
+
+    // The bytes of one read into a buffer that ends where it must.
+    std::string Read(int size) {
+        const std::unique_ptr<unsigned char[]> buffer(new unsigned char[static_cast<size_t>(size)]);
+        const int count = stream_->Read(buffer.get(), size);
+        EXPECT_GE(count, 0);
+        return {reinterpret_cast<char*>(buffer.get()), static_cast<size_t>(std::max(count, 0))};
+    }
+
+    std::pair<long, long> Position() {
+        std::pair<long, long> position;
+        EXPECT_TRUE(stream_->GetPosition(position.first, position.second));
+        return position;
+    }
+
+    std::unique_ptr<SoundTriggerDriverOperations> stream_;
+};
+
+TEST_F(StreamTest, PositionAddsTheCumulativeCountToTheHotwordsInstantOnEachRead) {
+    const auto now = [] { return steady_clock::now().time_since_epoch().count(); };
+    Open(1);
+    (void)Read(2048);
+    const long before = now();
+    const auto [frames, time_ns] = Position();
+    EXPECT_EQ(1024, frames);
+    EXPECT_TRUE(before <= time_ns && time_ns <= now()) << "not the clock's: " << time_ns;
+
+    dsp_.timestamp_ns = 5'000'000'000;
+    (void)Read(2048);
+    EXPECT_EQ(std::pair(2048L, 5'000'000'000), Position());
+    (void)Read(2048);
+    EXPECT_EQ(std::pair(3072L, 5'000'000'000 + 3072 * 62500), Position());
+    (void)Read(2048);
+    EXPECT_EQ(std::pair(4096L, 5'000'000'000 + (3072 + 4096) * 62500), Position());
+}
+
+TEST_F(StreamTest, SmallAndOddReadsStayWithinTheirBuffer) {
+    std::string pattern(4096, '\0');
+    for (size_t k = 0; k < pattern.size(); ++k) pattern[k] = static_cast<char>(k % 251);
+    struct Case {
+        SoundModelType type;
+        int channels;
+        std::vector<int> sizes;
+    };
+    for (const Case& stream : {Case{KEYPHRASE, 1, {0, 1, 2, 255, 2047, 2048}},
+                               Case{KEYPHRASE, 2, {1, 4, 2047, 2050, 4096}},
+                               Case{GENERIC, 1, {1, 3, 2047, 2048, 2049}}}) {
+        Open(stream.channels, stream.type);
+        for (const int size : stream.sizes) {
+            const int delivered = stream.type == GENERIC ? size / 2 * 2 : size;
+            EXPECT_EQ(pattern.substr(0, static_cast<size_t>(delivered)), Read(size)) << size;
+        }
+        EXPECT_EQ(0, hal_->UnloadSoundModel(1));
+    }
+}
+
+TEST_F(StreamTest, DspThatHasGoneIsSilenceAtThePaceOfAudioThatDoesNotCount) {
+    Open(2);
+    Online(false);
+    const auto start = steady_clock::now();
+    EXPECT_EQ(std::string(500, '\0'), Read(500));
+    EXPECT_GE(steady_clock::now() - start, std::chrono::milliseconds(64));
+    EXPECT_EQ(0, Position().first);
+}
+
+TEST_F(StreamTest, BadArgumentsAreRefusedBeforeTheDspIsAsked) {
+    unsigned char buffer[64];
+    Open(2);
+    Check(-EINVAL, stream_->Read(nullptr, 64));
+    Check(-EINVAL, stream_->Read(buffer, INT_MIN), "",
+          {"E DriverOperations: Read: Invalid size -2147483648"});
+    Check(-EINVAL, stream_->Write(buffer, 64));
+    Check(-EINVAL, Build(0)->Read(buffer, 64), "",
+          {"E DriverOperations: Read: Invalid channel count 0"});
+    Check(-EINVAL, Build(-1)->Read(buffer, 64), "",
+          {"E DriverOperations: Read: Invalid channel count -1"});
+    Check(64, stream_->Read(buffer, -64), "");
+    EXPECT_EQ(1024, stream_->GetBulkSize());
+
+    SoundTriggerDriverOperations orphan(nullptr, 10, 2, true);
+    long frames = -7;
+    EXPECT_EQ(-ENODEV, orphan.Read(buffer, 64));
+    EXPECT_FALSE(orphan.GetPosition(frames, frames));
+    EXPECT_EQ(-7, frames) << "touched";
+    EXPECT_FALSE(orphan.Start());
+}
+
+TEST_F(StreamTest, InternalForcedStreamBeginsItsRecognitionWhenBuiltAndEndsItTwice) {
+    log_.SetMinimum(::android::base::DEBUG);
+    Fail("Internal");
+    EXPECT_EQ(nullptr, Build(1, true));
+    Forget();
+
+    stream_ = Build(1, true);
+    EXPECT_TRUE(stream_->Start());
+    EXPECT_TRUE(stream_->Stop());
+    EXPECT_EQ("", State(0));
+    Check(false, stream_->Start(), "Start(1) Internal(0) Stop(1) Unload(1)",
+          {"E DriverOperations: Start: Can't find valid client by 10, is_internal_forced: true"});
+    auto other = Build(1, true);
+    EXPECT_EQ("InternalForceDetected", State(0));
+    other.reset();
+    EXPECT_EQ("", State(0));
+    EXPECT_TRUE(log_.HasInOrder(
+            {"D DriverOperations: Start: io_handle 10, with engine type: 1",
+             "D DriverOperations: Stop: Stopped zero latency capture",
+             "D DriverOperations: Stop: io_handle 10",
+             "D DriverOperations: ~SoundTriggerDriverOperations: Stopped zero latency capture"}));
+}
+
+class Halver : public PcmProcessor {
+  public:
+    explicit Halver(PcmConfig* config) : config_(config) {}
+    bool SetUp(const PcmConfig& config) override {
+        *config_ = config;
+        return false;
+    }
+    int Process(unsigned char* buffer, int frames) override {
+        buffer[0] = 'p';
+        return frames / 2;
+    }
+
+  private:
+    PcmConfig* const config_;
+};
+
+TEST_F(StreamTest, ProcessorDecidesWhatIsDelivered) {
+    PcmConfig config;
+    Open(2);
+    stream_->SetPcmProcessor(std::make_unique<Halver>(&config));
+    stream_->SetUpPcmConfig();
+    EXPECT_THAT(log_.TakeProblems(),
+                ElementsAre("W DriverOperations: SetUpPcmConfig: set up pcm processor failed"));
+    EXPECT_EQ(std::tuple(2, 16000, 1024, 2, true),
+              std::tuple(config.channels, config.sample_rate, config.frames_per_period,
+                         config.bytes_per_sample, config.is_interleaved));
+    EXPECT_EQ((std::string{'p', 1, 2, 3}), Read(11)) << "two whole frames, of which one is left";
+    EXPECT_EQ(
+            "SoundTrigger operations:\n  Io handle: 10\n  Channel count: 2\n"
+            "  Total transmit bytes: 1\n  Is internal force: 0\n",
+            DumpOf(*stream_));
+}
+
+}  // namespace
+}  // namespace vendor::quarno::brindlecove::audio::hal::soundtrigger
