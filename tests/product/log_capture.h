@@ -49,27 +49,23 @@ class LogCapture {
         ::android::base::SetMinimumLogSeverity(severity);
     }
 
-    // Removes what is kept: all of it, or the warnings and worse.
-    Lines Take() {
+    // Removes what is kept: all of it, or what is logged at one of these severities.
+    Lines Take(const std::string& severities = "VDIWEF") {
         std::lock_guard lock(kept_->lock);
-        return std::exchange(kept_->lines, {});
-    }
-    Lines TakeProblems() {
-        std::lock_guard lock(kept_->lock);
-        Lines problems;
-        std::erase_if(kept_->lines, [&problems](const std::string& line) {
-            if (line[0] != 'W' && line[0] != 'E') return false;
-            problems.push_back(line);
+        Lines taken;
+        std::erase_if(kept_->lines, [&](const std::string& line) {
+            if (severities.find(line[0]) == severities.npos) return false;
+            taken.push_back(line);
             return true;
         });
-        return problems;
+        return taken;
     }
+    Lines TakeProblems() { return Take("WEF"); }
 
     ptrdiff_t Count(const std::string& line) const {
         std::lock_guard lock(kept_->lock);
         return std::ranges::count(kept_->lines, line);
     }
-
     void WaitFor(const std::string& line, ptrdiff_t count = 1) {
         std::unique_lock lock(kept_->lock);
         EXPECT_TRUE(kept_->grown.wait_for(
@@ -77,7 +73,6 @@ class LogCapture {
                 << "not logged in time: " << line << " in "
                 << ::testing::PrintToString(kept_->lines);
     }
-
     // These lines occur in this order; others may stand between them.
     ::testing::AssertionResult HasInOrder(const Lines& lines) const {
         std::lock_guard lock(kept_->lock);
