@@ -22,7 +22,8 @@ class SoundTriggerHal;
  *   built --Start()--> bound to a detection --Read()...--> --Stop()--> gone
  *
  * Read, Stop, GetPosition, the processor's two operations and the destructor take this object's
- * lock, and the HAL's inside it; Start and Dump take none of this object's. The HAL must outlive it.
+ * lock, and the HAL's inside it; Start and Dump take none of this object's. The HAL must outlive
+ * it.
  */
 class SOUND_TRIGGER_EXPORT SoundTriggerDriverOperations {
   public:
