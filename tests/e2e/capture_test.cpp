@@ -196,7 +196,7 @@ TEST_P(CaptureOfEachKindTest, StaysWholeWhileModelsLoadDumpsRunAndThePhoneIsDock
     const Engine other = is_ambient ? Engine::kHotword : Engine::kAmbientMusic;
     (void)LoadAndStart(engine, kHotwordIo);
     Play();
-    ASSERT_TRUE(callback_->WaitForEvents(1));
+    ASSERT_NO_FATAL_FAILURE(callback_->WaitForEvents(1));
     const auto stream = Open(kHotwordIo, channels);
 
     constexpr size_t kBigModel = 16 * 1024 * 1024;
@@ -237,7 +237,7 @@ TEST_F(CaptureTest, TwoEnginesAreCapturedAtOnceAndTheirAudioDoesNotMix) {
     (void)LoadAndStart(Engine::kHotword, kHotwordIo);
     (void)LoadAndStart(Engine::kAmbientMusic, kAmbientIo);
     Play();
-    ASSERT_TRUE(callback_->WaitForEvents(2));
+    ASSERT_NO_FATAL_FAILURE(callback_->WaitForEvents(2));
     const auto hotword = Open(kHotwordIo, 2);
     const auto ambient = Open(kAmbientIo, 1);
 
@@ -253,7 +253,7 @@ TEST_F(CaptureTest, TwoEnginesAreCapturedAtOnceAndTheirAudioDoesNotMix) {
 TEST_F(CaptureTest, FailedReadsBecomeSilenceAndNoFrameIsLostOverThem) {
     (void)LoadAndStart(Engine::kHotword, kHotwordIo);
     Play();
-    ASSERT_TRUE(callback_->WaitForEvents(1));
+    ASSERT_NO_FATAL_FAILURE(callback_->WaitForEvents(1));
     const auto stream = Open(kHotwordIo, 2);
     const std::vector<int16_t> before = ReadBulks(*stream, 2, 2);
 
@@ -274,7 +274,7 @@ TEST_F(CaptureTest, FailedReadsBecomeSilenceAndNoFrameIsLostOverThem) {
 TEST_F(CaptureTest, StreamRunsOnSilenceWhileTheDspIsGoneAndHasAudioAgainAfterTheNextHotword) {
     (void)LoadAndStart(Engine::kHotword, kHotwordIo);
     Play(0, kTemplateFirst + kTemplateFrames + kPrerollFrames);
-    ASSERT_TRUE(callback_->WaitForEvents(1));
+    ASSERT_NO_FATAL_FAILURE(callback_->WaitForEvents(1));
     const auto stream = Open(kHotwordIo, 2);
     (void)ExpectPattern(ReadBulk(*stream, 2), 2, Plain);
 
@@ -288,7 +288,7 @@ TEST_F(CaptureTest, StreamRunsOnSilenceWhileTheDspIsGoneAndHasAudioAgainAfterThe
     board_->dsp().Boot();
     hal_->OnSoundCardStateChanged(true);
     Play();
-    ASSERT_TRUE(callback_->WaitForEvents(2)) << "the framework missed the next hotword";
+    ASSERT_NO_FATAL_FAILURE(callback_->WaitForEvents(2));
     const auto next = Open(kHotwordIo, 2);
     uint64_t first = 0;
     (void)ExpectPattern(ReadBulks(*next, 2, 20), 2, Plain, &first);

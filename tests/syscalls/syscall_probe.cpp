@@ -57,6 +57,8 @@ void Probe() {
     if (board == nullptr) return;
     const auto hal = soundtrigger::SoundTriggerHalBuilder::BuildSoundTriggerHal();
     (void)hal->Initialize();
+    // Before it has its pipe, the control thread cannot be woken.
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
     hal->OnSoundCardStateChanged(true);
     const int handle = Load(*hal);
     const auto start = [&] {
