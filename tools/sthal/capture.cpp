@@ -32,13 +32,14 @@ audio::Result<std::unique_ptr<Capture>> Capture::Open(Phone& phone, const Captur
     builder.channel_count = options.channels;
     builder.is_internal_force = options.is_internal_force;
     capture->stream_ = builder.Build();
+    std::string error;
     if (capture->stream_ == nullptr) {
-        return Opened::Error("the HAL refused internal force recognition");
+        error = "the HAL refused internal force recognition";
+    } else if (!capture->stream_->Start()) {
+        error = "no detection to capture on io handle " + std::to_string(options.io_handle);
     }
-    if (!capture->stream_->Start()) {
-        return Opened::Error("no detection to capture on io handle " +
-                             std::to_string(options.io_handle));
-    }
+    capture->RecordOpening(error);
+    if (!error.empty()) return Opened::Error(error);
     phone.timeline().Line(Lane::kCapture,
                           "stream opened on io handle " + std::to_string(options.io_handle) + ", " +
                                   std::to_string(options.channels) +
@@ -56,7 +57,9 @@ Capture::~Capture() = default;
 bool Capture::ReadOnce() {
     const int bytes = stream_->GetBulkSize() * stream_->GetFrameSize();
     std::vector<int16_t> bulk(static_cast<size_t>(bytes) / sizeof(int16_t));
+    const int64_t begin_ns = BoottimeNow();
     const int got = stream_->Read(reinterpret_cast<unsigned char*>(bulk.data()), bytes);
+    RecordRead(begin_ns, got);
     if (got < 0) {
         phone_.timeline().Line(Lane::kCapture, "read failed: " + std::to_string(got));
         return false;
@@ -81,10 +84,38 @@ bool Capture::ReadOnce() {
     return true;
 }
 
+void Capture::RecordOpening(const std::string& error) {
+    RecordedStream stream{.io_handle = options_.io_handle,
+                          .channels = options_.channels,
+                          .is_internal = options_.is_internal_force,
+                          .begin_ns = opened_ns_,
+                          .error = error};
+    if (error.empty()) {
+        stream.opened_ns = BoottimeNow();
+        stream.bulk_frames = stream_->GetBulkSize();
+    }
+    recorded_as_ = phone_.timeline().record().AddStream(std::move(stream));
+}
+
+void Capture::RecordRead(int64_t begin_ns, int result) {
+    RunRecord& record = phone_.timeline().record();
+    if (!record.is_enabled()) return;
+    RecordedRead read{.begin_ns = begin_ns, .end_ns = BoottimeNow(), .result = result};
+    long frames = 0;
+    long time_ns = 0;
+    if (stream_->GetPosition(frames, time_ns)) {
+        read.position = frames;
+        read.time_stamp_ns = time_ns;
+    }
+    read.left = phone_.RecordFill();
+    record.AddRead(recorded_as_, read);
+}
+
 void Capture::Close() {
     if (stream_ == nullptr) return;
     (void)stream_->Stop();
     stream_.reset();
+    phone_.timeline().record().CloseStream(recorded_as_);
     phone_.timeline().Line(Lane::kCapture,
                            "stream closed after " + std::to_string(sound_.frames()) + " frames");
 }

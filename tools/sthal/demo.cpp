@@ -23,6 +23,7 @@
 #include "tools/sthal/demo_tuning.h"
 #include "tools/sthal/interrupt.h"
 #include "tools/sthal/phone.h"
+#include "tools/sthal/run_files.h"
 #include "tools/sthal/verdict.h"
 
 namespace sthal {
@@ -75,6 +76,8 @@ class Demo {
     void WaitUntilHeard(size_t frame);
     audio::Sound Reference(size_t* lead) const;
     void ShowDump(const char* when);
+    DemoStatus Tell();
+    std::string Title() const;
     void Say(Lane lane, const std::string& text) { timeline_.Line(lane, text); }
     bool HasModel() const { return options_.story != Story::kZeroLatency; }
     bool IsAmbient() const { return options_.story == Story::kAmbient; }
@@ -295,6 +298,28 @@ bool Demo::StopAndUnload() {
     return phone_->Unload(*handle_) && stopped;
 }
 
+// What the run is about, for the heading of its files.
+std::string Demo::Title() const {
+    std::string title = "\"" + options_.phrase + "\"";
+    switch (options_.story) {
+        case Story::kHotword:
+            break;
+        case Story::kZeroLatency:
+            title = "capture without a detection";
+            break;
+        case Story::kAmbient:
+            title = "music";
+            break;
+        case Story::kRestart:
+            title += ", the DSP crashes";
+            break;
+        case Story::kDock:
+            title += " on the dock";
+            break;
+    }
+    return options_.microphone_file ? title + " in " + *options_.microphone_file : title;
+}
+
 void Demo::ShowDump(const char* when) {
     if (!options_.dump) return;
     Say(Lane::kTool, std::string("dump ") + when + ":");
@@ -302,6 +327,19 @@ void Demo::ShowDump(const char* when) {
 }
 
 DemoStatus Demo::Run() {
+    const bool wants_files = !options_.trace_file.empty() || !options_.report_file.empty();
+    if (!wants_files) return Tell();
+    timeline_.record().Enable("sthal demo: " + Title());
+    const DemoStatus status = Tell();
+    phone_.reset();  // Where the run broke off: the record is not complete before.
+    const std::string problem =
+            WriteRunFiles(timeline_.record(), options_.trace_file, options_.report_file);
+    if (problem.empty()) return status;
+    Say(Lane::kTool, problem);
+    return status == DemoStatus::kDelivered ? DemoStatus::kFailed : status;
+}
+
+DemoStatus Demo::Tell() {
     timeline_.Heading(
             "A recording and a model are made",
             "The recording is what the phone's two microphones will hear. The model holds "
@@ -353,6 +391,7 @@ DemoStatus Demo::Conclude() {
     }
     const Verdict verdict = Judge(findings_);
     phone_.reset();
+    timeline_.record().SetVerdict(verdict.text);
     timeline_.Block("");
     timeline_.Block(verdict.text);
     return verdict.status;

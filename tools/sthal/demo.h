@@ -33,6 +33,8 @@ struct DemoOptions {
     std::optional<double> capture_seconds;  // To the end of the recording when absent.
     int channels = 2;
     std::string output_folder = "demo-output";
+    std::string trace_file;   // Empty: none.
+    std::string report_file;  // Empty: none.
     bool dump = false;
     bool verbose = false;
 };

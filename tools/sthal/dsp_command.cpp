@@ -36,7 +36,8 @@ constexpr int kLookAgainMs = 200;
 constexpr std::chrono::seconds kAwaitLimit{10};
 
 constexpr char kFooter[] =
-        "With --control, each line of the standard input is a request, and is answered by one line\n"
+        "With --control, each line of the standard input is a request, and is answered by one "
+        "line\n"
         "that begins with 'ok' or 'error'; the end of the input ends the DSP:\n"
         "  play FILE            let the microphones hear a WAV file, to its end\n"
         "  pattern FRAME COUNT  the same for test audio of which every sample is known\n"
@@ -171,7 +172,8 @@ void WaitForInterrupt() {
 
 DspCommand::DspCommand(CLI::App& app) : directory_(virtual_dsp::kBoardDirectory) {
     CLI::App* const dsp = app.add_subcommand(
-            "dsp", "Serve the DSP's device nodes alone, for a HAL in another process on the board.");
+            "dsp",
+            "Serve the DSP's device nodes alone, for a HAL in another process on the board.");
     dsp->footer(kFooter);
     dsp->add_option("--directory", directory_, "where to mount the nodes")->capture_default_str();
     dsp->add_option("--speed", speed_, "let the microphones hear so many times faster; 0: at once")

@@ -9,6 +9,8 @@
 #include "host/virtual_dsp/board/enter_board.h"
 #include "tools/sthal/demo.h"
 #include "tools/sthal/interrupt.h"
+#include "tools/sthal/run_command.h"
+#include "tools/sthal/shell_command.h"
 #include "tools/sthal/tuning_command.h"
 
 namespace sthal {
@@ -63,6 +65,10 @@ CLI::App* AddDemo(CLI::App& app, DemoOptions& options) {
             ->check(CLI::Range(1, 2));
     demo->add_option("--out", options.output_folder, "folder for the WAV files")
             ->capture_default_str();
+    demo->add_option("--trace", options.trace_file,
+                     "write what happened when, for Perfetto or chrome://tracing (JSON)");
+    demo->add_option("--report", options.report_file,
+                     "write a page that shows the run, for a browser (HTML)");
     demo->add_flag("--dump", options.dump, "print the HAL's dump at each stage");
     demo->add_flag("-v,--verbose", options.verbose, "print all log lines and all DSP details");
 
@@ -90,15 +96,22 @@ int Run(int argc, char** argv) {
     DemoOptions demo_options;
     CLI::App* const demo = AddDemo(app, demo_options);
     TuningCommand tuning(app);
+    RunCommand run(app);
+    ShellCommand shell(app);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : static_cast<int>(DemoStatus::kUsage);
     }
     if (tuning.IsChosen()) return tuning.Run();
-    if (!demo->parsed()) return static_cast<int>(DemoStatus::kUsage);
+    if (shell.IsChosen() && shell.WantsHelpOnly()) return shell.Run();
+    if (!demo->parsed() && !run.IsChosen() && !shell.IsChosen()) {
+        return static_cast<int>(DemoStatus::kUsage);
+    }
     if (const auto status = virtual_dsp::EnterBoard(argc, argv)) return *status;
     CatchInterrupts();
+    if (run.IsChosen()) return run.Run();
+    if (shell.IsChosen()) return shell.Run();
     return static_cast<int>(RunDemo(demo_options));
 }
 

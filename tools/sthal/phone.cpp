@@ -85,6 +85,7 @@ audio::Result<std::unique_ptr<Phone>> Phone::Boot(const PhoneOptions& options, T
     std::unique_ptr<Phone> phone(new Phone(options, timeline));
     virtual_dsp::BoardOptions board_options;
     board_options.microphone.speed = options.speed;
+    board_options.microphone.noise_seed = options.noise_seed;
     board_options.microphone.idle = virtual_dsp::MicrophoneOptions::Idle::kNoise;
     board_options.microphone.boottime_ns = [clock = phone->microphone_clock_] {
         return clock->Now();
@@ -117,46 +118,95 @@ Phone::Phone(const PhoneOptions& options, Timeline& timeline)
               text += "; " + DurationText(event.entered_ns - record_ns) + " after the record";
           }
           timeline_.LineAt(event.entered_ns, Lane::kEvent, text);
-      })) {}
+          record().Add(RecordedEvent{.handle = event.handle,
+                                     .entered_ns = event.entered_ns,
+                                     .returned_ns = BoottimeNow(),
+                                     .text = event.ToString()});
+      })),
+      shown_from_(options.verbose ? android::base::VERBOSE : android::base::WARNING) {}
 
 Phone::~Phone() {
+    if (hal_ != nullptr && record().is_enabled()) (void)Dump();
     hal_.reset();
     if (board_ != nullptr) board_->dsp().journal().SetListener({});
     board_.reset();
     android::base::SetLogger(android::base::StderrLogger);
 }
 
+void Phone::SetLogLevel(android::base::LogSeverity severity) {
+    shown_from_ = severity;
+    (void)android::base::SetMinimumLogSeverity(std::min(severity, android::base::INFO));
+}
+
 void Phone::ShowLogLine(android::base::LogSeverity severity, const char* tag, const char* text) {
     const std::string_view line(text);
-    const bool is_problem = severity >= android::base::WARNING;
-    if (!is_problem && !options_.verbose && !line.starts_with("ChangeStateTo: ")) return;
+    if (options_.on_log) options_.on_log(line);
+    record().AddLogLine(severity, tag, line);
+    if (severity < shown_from_ && !line.starts_with("ChangeStateTo: ")) return;
     std::string shown;
     if (severity == android::base::WARNING) shown = "warning: ";
     if (severity > android::base::WARNING) shown = "error: ";
     shown += line;
-    if (options_.verbose) shown += std::string("  [") + tag + "]";
+    if (shown_from_ < android::base::INFO) shown += std::string("  [") + tag + "]";
     timeline_.Line(Lane::kHal, shown);
 }
 
 void Phone::ShowJournal(const virtual_dsp::JournalEntry& entry) {
-    if (IsDetection(entry)) latest_record_ns_ = entry.boottime_ns;
-    if (IsDetail(entry) && !options_.verbose) return;
+    record().Add(entry);
+    if (IsDetection(entry)) {
+        latest_record_ns_ = entry.boottime_ns;
+        RecordFill();
+    }
+    if (entry.source == "model-data" && options_.on_model_piece) options_.on_model_piece();
+    if (IsDetail(entry) && shown_from_ >= android::base::INFO) return;
     const bool names_itself = entry.source == "command";
     timeline_.LineAt(entry.boottime_ns, Lane::kDsp,
                      names_itself ? entry.text : entry.source + ": " + entry.text);
 }
 
-bool Phone::Report(const std::string& call, int result, int64_t started_ns) {
+bool Phone::Report(const std::string& call, int result, int64_t started_ns, RecordedCall about) {
+    last_result_ = result;
+    about.begin_ns = started_ns;
+    about.end_ns = BoottimeNow();
+    about.result = result;
+    const size_t name_end = std::min(call.find(' '), call.size());
+    about.name = call.substr(0, name_end);
+    about.detail = call.substr(std::min(name_end + 1, call.size()));
     timeline_.Line(Lane::kFramework, call + " -> " + ResultText(result) + ", took " +
-                                             DurationText(BoottimeNow() - started_ns));
+                                             DurationText(about.end_ns - started_ns));
+    record().Add(std::move(about));
     return result == 0;
+}
+
+RecordedCall Phone::ServiceCall(const char* name, std::string detail) const {
+    return {.caller = RecordedCall::Caller::kAudioService,
+            .name = name,
+            .detail = std::move(detail)};
+}
+
+BufferFill Phone::RecordFill() {
+    if (!record().is_enabled()) return {};
+    using virtual_dsp::PcmPort;
+    // The hotword port has two channels of 16 bits, the other one mu-law.
+    constexpr size_t kHotwordFrameBytes = 4;
+    const virtual_dsp::Dsp& dsp = board_->dsp();
+    const BufferFill fill{
+            .ns = BoottimeNow(),
+            .hotword_frames = dsp.PcmBytesReady(PcmPort::kHotword) / kHotwordFrameBytes,
+            .ambient_frames = dsp.PcmBytesReady(PcmPort::kAmbient)};
+    record().Add(fill);
+    return fill;
 }
 
 // --- the audio service ---
 
 bool Phone::Initialize() {
     timeline_.Line(Lane::kTool, "the audio service initialises the HAL");
-    const bool online = hal_->Initialize();
+    bool online = false;
+    {
+        const CallSpan span(record(), ServiceCall("Initialize"));
+        online = hal_->Initialize();
+    }
     // The sound card comes up a little later on a phone, too; a report before the control thread
     // has made its pipe would be logged as an error of no consequence.
     std::this_thread::sleep_for(kSoundCardDelay);
@@ -168,6 +218,8 @@ bool Phone::Initialize() {
 void Phone::ReportDsp(bool online) {
     timeline_.Line(Lane::kTool, online ? "the sound card monitor reports: online"
                                        : "the sound card monitor reports: offline");
+    const CallSpan span(record(),
+                        ServiceCall("OnSoundCardStateChanged", online ? "online" : "offline"));
     sound_card_.Report(online);
 }
 
@@ -184,7 +236,11 @@ void Phone::BootDsp() {
 void Phone::Dock(bool connected) {
     timeline_.Line(Lane::kTool,
                    connected ? "the phone is put on its dock" : "the phone is taken off its dock");
-    hal_->OnDockChargerConnected(connected);
+    {
+        const CallSpan span(record(),
+                            ServiceCall("OnDockChargerConnected", connected ? "true" : "false"));
+        hal_->OnDockChargerConnected(connected);
+    }
     std::string names;
     for (const std::string& name : board_->wake_locks().Held()) names += " " + name;
     timeline_.Line(Lane::kTool, "wake locks held:" + (names.empty() ? " none" : names));
@@ -192,18 +248,38 @@ void Phone::Dock(bool connected) {
 
 void Phone::Play(std::string_view usecase, std::string_view device, AudioUsage usage) {
     RoutingGraph graph;
-    SourceMetadata metadata;
     if (device.empty()) {
-        timeline_.Line(Lane::kTool, std::string(usecase) + " ends");
+        Route(graph);
+        PlayTracks(usecase, {});
     } else {
-        timeline_.Line(Lane::kTool, std::string(usecase) + " plays " + toString(usage) + " on " +
-                                            std::string(device));
         graph.edges.push_back({std::string(usecase), std::string(device)});
+        Route(graph);
+        PlayTracks(usecase, {&usage, 1});
+    }
+}
+
+void Phone::Route(const RoutingGraph& graph) {
+    std::string text;
+    for (const auto& edge : graph.edges) {
+        text += (text.empty() ? "" : ", ") + edge.source + " to " + edge.sink;
+    }
+    timeline_.Line(Lane::kTool, "routed: " + (text.empty() ? "nothing" : text));
+    const CallSpan span(record(), ServiceCall("OnRoutingGraphChanged", text));
+    hal_->OnRoutingGraphChanged(graph);
+}
+
+void Phone::PlayTracks(std::string_view usecase, std::span<const AudioUsage> usages) {
+    std::string text;
+    SourceMetadata metadata;
+    for (const AudioUsage usage : usages) {
+        text += (text.empty() ? " plays " : ", ") + toString(usage);
         PlaybackTrackMetadata track;
         track.usage = usage;
         metadata.tracks.push_back(track);
     }
-    hal_->OnRoutingGraphChanged(graph);
+    timeline_.Line(Lane::kTool, std::string(usecase) + (text.empty() ? " ends" : text));
+    const CallSpan span(record(),
+                        ServiceCall("OnSourceMetadataChanged", std::string(usecase) + text));
     hal_->OnSourceMetadataChanged(usecase, metadata);
 }
 
@@ -215,7 +291,12 @@ void Phone::FanCharger(bool present) {
     Boolean value;
     value.value = present;
     (void)parameter.ext.setParcelable(value);
-    const bool taken = hal_->SetParameter(parameter);
+    bool taken = false;
+    {
+        const CallSpan span(record(),
+                            ServiceCall("SetParameter", present ? "fan: true" : "fan: false"));
+        taken = hal_->SetParameter(parameter);
+    }
     timeline_.Line(Lane::kTool, std::string("SetParameter ") + kFanChargerParameter + " -> " +
                                         (taken ? "taken" : "refused"));
 }
@@ -225,8 +306,13 @@ std::string Phone::Dump(std::span<const std::string_view> arguments) {
     if (!file.ok()) return "(no memory for the dump)\n";
     DumpsysInfo info(file.get());
     info.args.assign(arguments.begin(), arguments.end());
-    hal_->Dump(info);
-    return ReadAll(file.get());
+    {
+        const CallSpan span(record(), ServiceCall("Dump"));
+        hal_->Dump(info);
+    }
+    std::string text = ReadAll(file.get());
+    record().AddDump(text);
+    return text;
 }
 
 // --- the framework ---
@@ -263,8 +349,12 @@ std::optional<int> Phone::Load(SoundModelType type, std::span<const uint8_t> mod
         result = hal_->LoadSoundModel(sound_model, framework_, &handle);
     }
     call += size;
+    if (result != 0) handle = 0;
     if (result == 0) call += ", model " + std::to_string(handle);
-    if (!Report(call, result, started_ns)) return std::nullopt;
+    const bool loaded = Report(call, result, started_ns,
+                               {.kind = RecordedCall::Kind::kLoad, .name = {}, .handle = handle});
+    record().AddModel(handle, name, model);
+    if (!loaded) return std::nullopt;
     return handle;
 }
 
@@ -273,23 +363,38 @@ bool Phone::Start(int handle, int io_handle, const RecognitionConfig& config) {
     const int result = hal_->StartRecognition(handle, /*device_handle=*/0, io_handle, config);
     return Report("startRecognition model " + std::to_string(handle) + ", io handle " +
                           std::to_string(io_handle),
-                  result, started_ns);
+                  result, started_ns,
+                  {.kind = RecordedCall::Kind::kStart,
+                   .name = {},
+                   .handle = handle,
+                   .io_handle = io_handle});
 }
 
 bool Phone::Stop(int handle) {
     const int64_t started_ns = BoottimeNow();
     const int result = hal_->StopRecognition(handle);
-    return Report("stopRecognition model " + std::to_string(handle), result, started_ns);
+    return Report("stopRecognition model " + std::to_string(handle), result, started_ns,
+                  {.kind = RecordedCall::Kind::kStop, .name = {}, .handle = handle});
 }
 
 bool Phone::Unload(int handle) {
     const int64_t started_ns = BoottimeNow();
     const int result = hal_->UnloadSoundModel(handle);
-    return Report("unloadSoundModel model " + std::to_string(handle), result, started_ns);
+    return Report("unloadSoundModel model " + std::to_string(handle), result, started_ns,
+                  {.kind = RecordedCall::Kind::kUnload, .name = {}, .handle = handle});
+}
+
+bool Phone::ForceRecognition(int handle) {
+    const int64_t started_ns = BoottimeNow();
+    const int result = hal_->ForceRecognitionEvent(handle);
+    return Report("forceRecognitionEvent model " + std::to_string(handle), result, started_ns,
+                  {.name = {}, .handle = handle});
 }
 
 std::shared_ptr<Playback> Phone::PlayRecording(const audio::Sound& recording) {
-    return Playback::Begin(board_->microphone(), microphone_clock_, recording);
+    auto playback = Playback::Begin(board_->microphone(), microphone_clock_, recording);
+    record().AddPlayback(recording, playback);
+    return playback;
 }
 
 }  // namespace sthal

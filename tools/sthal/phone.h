@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -31,6 +32,11 @@ struct PhoneOptions {
     double speed = 1.0;                               // Of the microphone; 1 is real time.
     std::optional<std::vector<uint8_t>> tuning_file;  // None: the vendor partition has none.
     bool verbose = false;                             // All log lines and DSP journal entries.
+    uint32_t noise_seed = 1;                          // Of what is heard while nothing is played.
+    // Both are called from any thread, and must not use the phone: the HAL's log lines, shown or
+    // not; and each piece of a model that has reached the DSP.
+    std::function<void(std::string_view line)> on_log{};
+    std::function<void()> on_model_piece{};
 };
 
 /**
@@ -58,6 +64,10 @@ class Phone {
     FrameworkCallback& framework() { return *framework_; }
     Timeline& timeline() { return timeline_; }
 
+    // Shows the HAL's log lines from this severity on, and its changes of state; below INFO the
+    // DSP's details as well.
+    void SetLogLevel(android::base::LogSeverity severity);
+
     // --- the audio service ---
     bool Initialize();
     // What the sound card monitor reports. The DSP itself is crashed and booted by CrashDsp and
@@ -69,6 +79,10 @@ class Phone {
     // Routes a playback usecase to a device, with one track of a usage; an empty device ends it.
     void Play(std::string_view usecase, std::string_view device,
               ::aidl::android::media::audio::common::AudioUsage usage);
+    // The two halves of Play: everything that is routed, and the usages of a usecase's tracks.
+    void Route(const ::vendor::quarno::brindlecove::audio::hal::audio::router::RoutingGraph& graph);
+    void PlayTracks(std::string_view usecase,
+                    std::span<const ::aidl::android::media::audio::common::AudioUsage> usages);
     void FanCharger(bool present);
     std::string Dump(std::span<const std::string_view> arguments = {});
 
@@ -81,9 +95,16 @@ class Phone {
                const ::aidl::android::media::soundtrigger::RecognitionConfig& config);
     bool Stop(int handle);
     bool Unload(int handle);
+    bool ForceRecognition(int handle);
+    // What the latest of these calls returned.
+    int last_result() const { return last_result_; }
 
     // --- the room ---
     std::shared_ptr<Playback> PlayRecording(const audio::Sound& recording);
+
+    // Notes in the run's record how much audio the DSP holds ready, and returns it; nothing when
+    // no record is kept.
+    BufferFill RecordFill();
 
     // When the DSP raised its latest detection record, in boot time; 0 before the first.
     int64_t latest_record_ns() const { return latest_record_ns_; }
@@ -92,8 +113,10 @@ class Phone {
     Phone(const PhoneOptions& options, Timeline& timeline);
     void ShowLogLine(android::base::LogSeverity severity, const char* tag, const char* text);
     void ShowJournal(const virtual_dsp::JournalEntry& entry);
-    // Prints a framework call with its result and how long it took.
-    bool Report(const std::string& call, int result, int64_t started_ns);
+    // Prints a framework call with its result and how long it took, and records it.
+    bool Report(const std::string& call, int result, int64_t started_ns, RecordedCall about = {});
+    RunRecord& record() { return timeline_.record(); }
+    RecordedCall ServiceCall(const char* name, std::string detail = {}) const;
 
     const PhoneOptions options_;
     Timeline& timeline_;
@@ -103,6 +126,8 @@ class Phone {
     std::shared_ptr<FrameworkCallback> framework_;
     std::unique_ptr<soundtrigger::SoundTriggerHal> hal_;
     std::atomic<int64_t> latest_record_ns_{0};
+    std::atomic<android::base::LogSeverity> shown_from_;
+    int last_result_ = 0;
 };
 
 }  // namespace sthal

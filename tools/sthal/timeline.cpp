@@ -48,7 +48,8 @@ std::string Wrapped(std::string_view text, std::string_view indent) {
 
 }  // namespace
 
-Timeline::Timeline(Sink sink) : start_ns_(virtual_dsp::BoottimeNow()), sink_(std::move(sink)) {}
+Timeline::Timeline(Sink sink)
+    : start_ns_(virtual_dsp::BoottimeNow()), sink_(std::move(sink)), record_(start_ns_) {}
 
 void Timeline::Heading(std::string_view title, std::string_view explanation) {
     std::string text;
@@ -57,6 +58,7 @@ void Timeline::Heading(std::string_view title, std::string_view explanation) {
         text = "\n" + std::to_string(++headings_) + ". ";
     }
     text.append(title);
+    record_.AddStep(virtual_dsp::BoottimeNow(), title);
     Print(text + '\n' + Wrapped(explanation, "   "));
 }
 
@@ -65,6 +67,7 @@ void Timeline::Line(Lane lane, std::string_view text) {
 }
 
 void Timeline::LineAt(int64_t boottime_ns, Lane lane, std::string_view text) {
+    if (lane == Lane::kTool) record_.AddStep(boottime_ns, text);
     char prefix[48];
     const double seconds = static_cast<double>(boottime_ns - start_ns_) / 1e9;
     (void)std::snprintf(prefix, sizeof(prefix), "%10.3f s  %-10s  ", seconds, LaneText(lane));

@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "tools/sthal/record.h"
+
 namespace sthal {
 
 // Who speaks in a line of the timeline.
@@ -34,12 +36,15 @@ class Timeline {
     void Block(std::string_view text);
 
     int64_t start_ns() const { return start_ns_; }
+    // What becomes of the run's files; gets the tool's own lines and the headings from here.
+    RunRecord& record() { return record_; }
 
   private:
     void Print(const std::string& text);
 
     const int64_t start_ns_;
     const Sink sink_;
+    RunRecord record_;
     std::mutex lock_;
     int headings_ = 0;  // Under lock_.
 };

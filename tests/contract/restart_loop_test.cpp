@@ -1,0 +1,57 @@
+#include "tests/contract/restart_loop.h"
+
+#include <android-base/logging.h>
+
+#include "tests/soak/soak_dsp.h"
+
+namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
+
+namespace {
+
+/** On a DSP in memory, where a call takes next to no time. */
+class RestartLoopTest : public ::testing::Test {
+  protected:
+    RestartLoopTest() {
+        ::android::base::SetMinimumLogSeverity(::android::base::FATAL);
+        hal_ = SoundTriggerHalBuilder::BuildSoundTriggerHal(dsp_.MakeAdapter());
+        (void)hal_->Initialize();
+        hal_->OnSoundCardStateChanged(true);
+    }
+    ~RestartLoopTest() override {
+        hal_.reset();
+        ::android::base::SetMinimumLogSeverity(::android::base::INFO);
+    }
+
+    RestartLoop Loop(SoundTriggerHalClient::SoundModelType type) {
+        const int engine = type == SoundTriggerHalClient::SoundModelType::KEYPHRASE ? 1 : 2;
+        return {.rounds = 10'000,
+                .trigger = [=, this] { dsp_.With([=](SoakDsp& dsp) { dsp.Detect(engine); }); },
+                .next_payload = [this] { return std::to_string(++starts_); },
+                .longest_wait = std::chrono::microseconds(60),
+                .load =
+                        [type](FrameworkMonitor& monitor, auto callback) {
+                            const std::vector<uint8_t> bytes = {1, 2, 3};
+                            return LoadModel(monitor, type, bytes, "model", std::move(callback));
+                        }};
+    }
+
+    SharedSoakDsp dsp_;
+    std::unique_ptr<SoundTriggerHal> hal_;
+    int starts_ = 0;
+};
+
+TEST_F(RestartLoopTest, StartedAnewAfterAStopAModelNeverGetsAnOldDetection) {
+    RunRestartLoop(hal_.get(), Loop(SoundTriggerHalClient::SoundModelType::KEYPHRASE));
+}
+
+TEST_F(RestartLoopTest, LoadedAnewAfterAnUnloadAModelNeverGetsAnOldDetection) {
+    RestartLoop loop = Loop(SoundTriggerHalClient::SoundModelType::GENERIC);
+    loop.rounds = 3000;
+    loop.is_unloading = true;
+
+    RunRestartLoop(hal_.get(), loop);
+}
+
+}  // namespace
+
+}  // namespace vendor::quarno::brindlecove::audio::hal::soundtrigger

@@ -1,0 +1,101 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "audio/hal/aidl/soundtrigger/sound_trigger_hal.h"
+#include "tests/product/recording_callback.h"
+
+namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
+
+/** What one request came to, as text: a number, or "audio" or "silence" for a read. */
+struct Outcome {
+    std::string result;
+    std::chrono::milliseconds took;
+};
+
+/**
+ * A HAL and all who call it, as words: "load", "start", "detect", "buffer", "read" and so on, so
+ * that a table of faults can name what is done and what comes of it. The second word "music" means
+ * the ambient model instead of the hotword.
+ *
+ * Used by one thread.
+ */
+class Bench {
+  public:
+    // Makes a detection happen.
+    using Detector = std::function<void(int engine)>;
+
+    Bench(std::unique_ptr<SoundTriggerHal> hal, Detector detector,
+          std::string hotword_model = "hotword model", std::string music_model = "music model");
+    ~Bench();
+
+    // Does these things, separated by ", ", one after the other; all must succeed. Reach
+    // initialises the HAL and brings it online first, except for "built".
+    void Reach(std::string_view setup);
+    void DoAll(std::string_view requests);
+    Outcome Do(const std::string& request);
+
+    // All clients, e.g. "1 StartDetecting started aec"; "none" when there are none.
+    std::string State() const;
+    // That a hotword is detected and delivered from here on. `restart`: the framework has to stop
+    // and start recognition for that.
+    void ExpectDetection(bool restart = false);
+
+    RecordingCallback& framework() { return *framework_; }
+    SoundTriggerHal& hal() { return *hal_; }
+
+  private:
+    using Action = std::function<std::string()>;
+
+    std::map<std::string, Action> Actions();
+    int Load(bool is_music);
+    int HandleOf(bool is_music) const;
+    std::string Read(int engine, unsigned size, int channels);
+    std::string Detect(bool is_music);
+    void Route(bool to_speaker);
+    bool ReportFan(bool present);
+
+    const std::shared_ptr<RecordingCallback> framework_ =
+            ::ndk::SharedRefBase::make<RecordingCallback>();
+    const Detector detector_;
+    const std::string models_[2];
+    const std::unique_ptr<SoundTriggerHal> hal_;
+    const std::map<std::string, Action> actions_;
+    int handles_[2] = {-1, -1};
+    int models_loaded_ = 0;
+};
+
+bool IsSuccess(const std::string& result);
+
+/** A row of the table that this program prints. */
+struct ReportRow {
+    std::vector<std::string> cells;
+    bool operator==(const ReportRow&) const = default;
+};
+
+/** What came out, table by table, in the order in which it did. */
+class Report {
+  public:
+    static Report& Get();
+
+    void Begin(const std::string& title, std::vector<std::string> columns);
+    void Add(std::vector<std::string> cells);
+    void PrintMarkdown() const;
+
+  private:
+    struct Table {
+        std::string title;
+        std::vector<ReportRow> rows;  // The first one names the columns.
+    };
+    std::vector<Table> tables_;
+};
+
+std::string Milliseconds(std::chrono::milliseconds duration);
+
+}  // namespace vendor::quarno::brindlecove::audio::hal::soundtrigger

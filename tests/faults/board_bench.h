@@ -1,0 +1,84 @@
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/virtual_dsp/dsp/sample_pattern.h"
+#include "host/virtual_dsp/dsp/sound_model.h"
+#include "tests/board/board_fixture.h"
+#include "tests/faults/bench.h"
+#include "tests/product/log_capture.h"
+
+namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
+
+/** A device that is not there for as long as this lives. */
+class MissingNode {
+  public:
+    explicit MissingNode(const char* path) : path_(path), away_(std::string(path) + ".away") {
+        std::filesystem::rename(path_, away_);
+    }
+    ~MissingNode() { std::filesystem::rename(away_, path_); }
+    MissingNode(const MissingNode&) = delete;
+    MissingNode& operator=(const MissingNode&) = delete;
+
+  private:
+    const std::filesystem::path path_;
+    const std::filesystem::path away_;
+};
+
+/** The library on a virtual board; the microphone plays what the models listen for. */
+class BoardBenchTest : public ::virtual_dsp::BoardTest {
+  protected:
+    // Three pieces, so that there is a first, a middle and a last one.
+    static constexpr size_t kModelBytes = 40000;
+
+    void NewBench(size_t model_bytes = kModelBytes) {
+        bench_.reset();
+        board_.reset();
+        ::virtual_dsp::BoardTest::SetUp();
+        board_->SetTuningFile(tuning_);
+        BuildHal(model_bytes);
+    }
+
+    void BuildHal(size_t model_bytes = kModelBytes) {
+        bench_.reset();
+        bench_ = std::make_unique<Bench>(
+                SoundTriggerHalBuilder::BuildSoundTriggerHal(), [this](int) { Say(); },
+                Model(::virtual_dsp::Engine::kHotword, model_bytes),
+                Model(::virtual_dsp::Engine::kAmbientMusic, model_bytes));
+    }
+
+    void Say() {
+        EXPECT_TRUE(board_->microphone()
+                            .Play(::virtual_dsp::PatternFrames(kFirst, kFrames + 640))
+                            .get());
+    }
+
+    void AddFaults(const std::string& rules) {
+        std::string error;
+        const auto script = ::virtual_dsp::ParseFaults(rules, &error);
+        ASSERT_TRUE(script) << rules << ": " << error;
+        for (const auto& rule : script->rules) board_->faults().Add(rule);
+    }
+
+    static std::string Model(::virtual_dsp::Engine engine, size_t bytes) {
+        const auto model = ::virtual_dsp::BuildSoundModel(
+                {engine, 0.7F, ::virtual_dsp::PatternChannel(kFirst, kFrames, 0)}, bytes);
+        return {model.begin(), model.end()};
+    }
+
+    static constexpr uint64_t kFirst = 12000;
+    static constexpr uint64_t kFrames = 1600;
+
+    void SetUp() override {}
+    void TearDown() override { bench_.reset(); }
+
+    LogCapture log_;
+    std::vector<uint8_t> tuning_;
+    std::unique_ptr<Bench> bench_;
+};
+
+}  // namespace vendor::quarno::brindlecove::audio::hal::soundtrigger

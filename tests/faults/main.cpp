@@ -1,0 +1,22 @@
+// fault_matrix: what every operation of the HAL makes of every failure below it. With --markdown it
+// also prints the tables of docs/reliability.md, as they came out.
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "host/virtual_dsp/board/enter_board.h"
+#include "tests/faults/bench.h"
+
+int main(int argc, char** argv) {
+    if (const auto status = virtual_dsp::EnterBoard(argc, argv)) return *status;
+    testing::InitGoogleTest(&argc, argv);
+    const bool markdown = argc > 1 && strcmp(argv[1], "--markdown") == 0;
+    if (markdown) {
+        auto& listeners = testing::UnitTest::GetInstance()->listeners();
+        delete listeners.Release(listeners.default_result_printer());
+    }
+    const int failed = RUN_ALL_TESTS();
+    using ::vendor::quarno::brindlecove::audio::hal::soundtrigger::Report;
+    if (markdown) Report::Get().PrintMarkdown();
+    return failed;
+}

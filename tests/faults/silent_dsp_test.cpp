@@ -1,0 +1,93 @@
+// How long each operation takes with a DSP that has stopped answering before it began.
+#include <algorithm>
+
+#include "tests/faults/board_bench.h"
+#include "tests/zyl/tuning_image.h"
+
+namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
+namespace {
+
+using std::chrono::milliseconds;
+using zyl::operator+;
+
+// The framework gives a call 3000 ms. Less than a third of it is to be the DSP's.
+constexpr milliseconds kLimit{1000};
+
+// 64 pieces: nobody may wait for each of them.
+constexpr size_t kLargeModelBytes = 1024 * 1024;
+
+struct SilentRow {
+    const char* operation;  // As the public header names it.
+    const char* setup;
+    const char* request;
+};
+
+constexpr SilentRow kRows[] = {
+        {"Initialize", "built", "initialize"},
+        {"GetProperties", "", "properties"},
+        {"LoadSoundModel", "", "load"},
+        {"LoadSoundModel", "internal", "load"},
+        {"UnloadSoundModel", "load", "unload"},
+        {"UnloadSoundModel", "load, start, speaker", "unload"},
+        {"UnloadSoundModel", "load, start, internal", "unload"},
+        {"StartRecognition", "load", "start"},
+        {"StartRecognition", "load, start, speaker, internal", "start"},
+        {"StopRecognition", "load, start, speaker", "stop"},
+        {"StopRecognition", "load, start, speaker, internal", "stop"},
+        {"ForceRecognitionEvent", "load, start", "force"},
+        {"InternalForceRecognition", "", "internal"},
+        {"InternalForceRecognition", "load, start, speaker", "internal"},
+        {"StopInternalForceRecognition", "internal", "stop internal"},
+        {"StopInternalForceRecognition", "load, start, speaker, internal", "stop internal"},
+        {"StartBufferingByIoHandle", "load, start, detect", "buffer"},
+        {"ReadBuffer", "load, start, detect, buffer", "read"},
+        {"ReadBuffer", "load music, start music, detect music, buffer music", "read music"},
+        {"OnSoundCardStateChanged(true)", "offline, load, start, dock, speaker", "online"},
+        {"OnSoundCardStateChanged(true)",
+         "offline, load music, load, load, start, start music, dock, speaker", "online"},
+        {"OnSoundCardStateChanged(false)", "load, start", "offline"},
+        {"OnDockChargerConnected", "load, start", "dock"},
+        {"OnRoutingGraphChanged", "load, start", "speaker"},
+        {"SetParameter", "", "fan"},
+};
+
+class SilentDspTest : public BoardBenchTest, public ::testing::WithParamInterface<size_t> {
+  protected:
+    static void SetUpTestSuite() {
+        Report::Get().Begin("A DSP that is silent from the start",
+                            {"Operation", "From", "Answers never", "Devices gone"});
+    }
+
+    void SetUp() override {
+        const auto values = [](uint32_t id) { return zyl::TuningRecord(id, 4, {1}); };
+        const auto block = values(275) + values(277) + values(279) + values(297);
+        tuning_ = zyl::TuningImage({{zyl::kDefaultMode, {block}}, {zyl::kDockedMode, {block}}});
+        NewBench(kLargeModelBytes);
+        ASSERT_NO_FATAL_FAILURE(bench_->Reach(row().setup));
+    }
+
+    static const SilentRow& row() { return kRows[GetParam()]; }
+};
+
+TEST_P(SilentDspTest, EveryOperationEndsInLessThanASecond) {
+    AddFaults("on command reply hang\non hotword_pcm poll hang\non ambient_pcm poll hang");
+    const milliseconds silent = bench_->Do(row().request).took;
+    EXPECT_LT(silent, kLimit) << row().operation << " from " << row().setup;
+
+    ASSERT_NO_FATAL_FAILURE(SetUp());
+    std::vector<std::unique_ptr<MissingNode>> missing;
+    for (const char* path : {zyl::kCommandDevice, zyl::kModelDataDevice, zyl::kHotwordPcmDevice,
+                             zyl::kAmbientPcmDevice, zyl::kNotificationDevice, zyl::kClockNode}) {
+        missing.push_back(std::make_unique<MissingNode>(path));
+    }
+    const milliseconds gone = bench_->Do(row().request).took;
+    EXPECT_LT(gone, 3 * kLimit) << row().operation << " from " << row().setup;
+
+    Report::Get().Add({row().operation, *row().setup == '\0' ? "idle" : row().setup,
+                       Milliseconds(silent), Milliseconds(gone)});
+}
+
+INSTANTIATE_TEST_SUITE_P(, SilentDspTest, ::testing::Range<size_t>(0, std::size(kRows)));
+
+}  // namespace
+}  // namespace vendor::quarno::brindlecove::audio::hal::soundtrigger

@@ -1,0 +1,109 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/report/written_run.h"
+#include "tools/sthal/ledger.h"
+#include "tools/sthal/markup.h"
+#include "tools/sthal/report.h"
+#include "tools/sthal/trace.h"
+
+namespace sthal {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using ::testing::SizeIs;
+
+RecordedStream StreamAt(int64_t opened_ms, int io_handle) {
+    return {.io_handle = io_handle, .opened_ns = opened_ms * kMs, .bulk_frames = 1024};
+}
+
+TEST(LedgerTest, FollowsADetectionToTheFirstReadThatLeavesLessThanOneMore) {
+    WrittenRun run;
+    run.Start();
+    run.Deliver();
+    run.facts.streams = {StreamAt(1900, 13), StreamAt(2017, 99), StreamAt(2018, 13)};
+    run.facts.streams[2].reads = {
+            {.end_ns = 2019 * kMs, .result = -5},
+            {.end_ns = 2020 * kMs, .result = 4096, .left = {.hotword_frames = 1024}},
+            {.end_ns = 2021 * kMs, .result = 4096, .left = {.hotword_frames = 1023}}};
+
+    const auto detections = Detections(run.facts);
+
+    ASSERT_THAT(detections, SizeIs(1));
+    EXPECT_THAT(detections[0].times, ElementsAre(2000 * kMs, 2010 * kMs, 2012 * kMs, 2015 * kMs,
+                                                 2018 * kMs, 2020 * kMs, 2021 * kMs));
+    EXPECT_EQ(2U, detections[0].stream) << "the stream of that io handle, opened after the event";
+}
+
+TEST(LedgerTest, TheNextDetectionsEventIsNotCountedForAnEarlierOne) {
+    WrittenRun run;
+    run.Start();
+    run.Journal(600, "detector", "hotword detected, score=0.9 frame=9000, captured from frame 1");
+    run.Journal(601, "notification", "hotword record taken");
+    run.Deliver();
+
+    const auto detections = Detections(run.facts);
+
+    ASSERT_THAT(detections, SizeIs(2));
+    EXPECT_EQ(0, detections[0].At(Step::kCallback));
+    EXPECT_EQ(2015 * kMs, detections[1].At(Step::kCallback));
+}
+
+TEST(LedgerTest, PercentilesAreValuesThatWereSeen) {
+    std::vector<Detection> detections(100);
+    for (int64_t i = 0; i < 100; ++i) {
+        Detection& detection = detections[static_cast<size_t>(i)];
+        detection.At(Step::kReadable) = 1000;
+        detection.At(Step::kCallback) = 1000 + 100 - i;  // The read in between is not known.
+    }
+
+    const auto statistics = Statistics(detections);
+
+    ASSERT_THAT(statistics, SizeIs(1));
+    EXPECT_EQ(Step::kCallback, statistics[0].step);
+    EXPECT_EQ(50, statistics[0].p50_ns);
+    EXPECT_EQ(90, statistics[0].p90_ns);
+    EXPECT_EQ(99, statistics[0].p99_ns);
+    EXPECT_EQ(100, statistics[0].max_ns);
+}
+
+TEST(MarkupTest, HostileTextStaysText) {
+    EXPECT_EQ("\"a\\\"\\\\\\u000a\xC3\xA9\xEF\xBF\xBD\"", JsonText("a\"\\\n\xC3\xA9\xFF"));
+    EXPECT_EQ("&lt;b a=&#39;&quot;&amp;", HtmlText("<b a='\"&"));
+    // Overlong, a surrogate, and a sequence that is cut off.
+    EXPECT_THAT(JsonText("\xC0\xAF"), Not(HasSubstr("\xC0")));
+    EXPECT_THAT(HtmlText("\xED\xA0\x80"), Not(HasSubstr("\xED")));
+    EXPECT_EQ("x\xEF\xBF\xBD", HtmlText("x\xE2"));
+}
+
+TEST(MarkupTest, NothingFromOutsideGetsIntoThePageAsMarkup) {
+    WrittenRun run;
+    run.Start();
+    run.facts.title = run.facts.models[0].name = "<script>1</script>";
+    run.Deliver();
+    run.Log(2500, "<script>2</script>");
+    run.facts.log.back().severity = android::base::ERROR;
+    run.Journal(2600, "<script>", "<script>3</script>");
+    run.facts.dumps.push_back({.ns = 1, .text = "<script>4</script>"});
+
+    EXPECT_THAT(ReportHtml(run.facts), Not(HasSubstr("<script")));
+}
+
+TEST(TraceTest, OverlappingSlicesGetRowsOfTheirOwn) {
+    RunFacts facts;
+    for (const int64_t begin : {10, 20}) {
+        facts.calls.push_back({.name = "call" + std::to_string(begin),
+                               .begin_ns = begin * kMs,
+                               .end_ns = (begin + 15) * kMs});
+    }
+
+    const std::string trace = TraceJson(facts);
+
+    EXPECT_THAT(trace, HasSubstr("\"framework calls\""));
+    EXPECT_THAT(trace, HasSubstr("\"framework calls 2\""));
+}
+
+}  // namespace
+}  // namespace sthal

@@ -1,0 +1,135 @@
+// What a scenario's text means, and what its author is told of a mistake. No board is needed: all
+// of it is found out before the first verb is carried out.
+#include "tools/sthal/scenario.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace sthal {
+namespace {
+
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+struct Mistake {
+    const char* name;
+    const char* text;
+    const char* error;
+};
+
+class MistakeTest : public ::testing::TestWithParam<Mistake> {};
+
+TEST_P(MistakeTest, IsToldWithItsPlaceAndWhatWasExpected) {
+    const auto scenario = ParseScenario(GetParam().text, "bug.sthal");
+
+    EXPECT_FALSE(scenario) << "the mistake would be met in the middle of the run";
+    EXPECT_EQ(GetParam().error, scenario.error);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+        Scenario, MistakeTest,
+        ::testing::Values(
+                Mistake{"UnknownVerb", "unload a\n\nlaod keyphrase a\n",
+                        "bug.sthal:3: expected a verb, found 'laod'; did you mean 'load'?"},
+                Mistake{"NothingNear", "frobnicate a\n",
+                        "bug.sthal:1: expected a verb, found 'frobnicate'"},
+                Mistake{"UnknownSecondWord", "capture strat\n",
+                        "bug.sthal:1: expected a verb (capture start, capture stop, capture "
+                        "zero-latency), found 'capture strat'; did you mean 'capture start'?"},
+                Mistake{"WrongChoice", "load keyword a\n",
+                        "bug.sthal:1: expected 'keyphrase' or 'generic', found 'keyword'"},
+                Mistake{"MissingValue", "start\n",
+                        "bug.sthal:1: expected the name of a model, found the end of the line"},
+                Mistake{"MissingValueOfOption", "start a io\n",
+                        "bug.sthal:1: expected a whole number from 0 on, found the end of the "
+                        "line"},
+                Mistake{"ValueOutOfRange", "load keyphrase a threshold 1.5\n",
+                        "bug.sthal:1: expected a number from 0 to 1, found '1.5'"},
+                Mistake{"OptionGivenTwice", "wait event within 3 s within 4 s\n",
+                        "bug.sthal:1: expected 'model', found 'within'"},
+                Mistake{"TooManyWords", "stop a b\n",
+                        "bug.sthal:1: expected the end of the line, found 'b'"},
+                Mistake{"NoTime", "wait heard soon\n",
+                        "bug.sthal:1: expected a time such as 2.5s or 300ms, found 'soon'"},
+                Mistake{"NoResult", "expect result EINVAL\n",
+                        "bug.sthal:1: expected a result such as 0, -22 or -EINVAL, found "
+                        "'EINVAL'"},
+                Mistake{"OpenQuote", "say \"hello\n",
+                        "bug.sthal:1: expected a closing quote, found the end of the line"},
+                Mistake{"NoFault", "fault command reply errno=EWHAT\n",
+                        "bug.sthal:1: expected the name of an error, such as EIO, found "
+                        "errno=EWHAT"},
+                Mistake{"LateSeed", "hush\nseed 3\n",
+                        "bug.sthal:2: expected 'seed' before all other verbs, found it after "
+                        "'hush'"},
+                Mistake{"ShellVerb", "quit\n",
+                        "bug.sthal:1: expected a verb of scenarios, found 'quit', which is for "
+                        "the shell only"},
+                Mistake{"NothingToDo", "# all comment\n",
+                        "bug.sthal:2: expected a verb, found the end of the file"}),
+        [](const auto& instance) { return instance.param.name; });
+
+TEST(ScenarioTest, ReadsSettingsQuotesUnitsAndComments) {
+    const auto scenario = ParseScenario(
+            "seed 42   # the run that failed\n"
+            "speed 4\n"
+            "load keyphrase a say \"he said \\\"go\\\" # twice\" size 64K\r\n"
+            "\twait event model a within 2.5 s  # on time\n"
+            "fault command reply id=227 errno=EIO\n",
+            "bug.sthal");
+
+    ASSERT_TRUE(scenario) << scenario.error;
+    EXPECT_EQ(42U, scenario->seed);
+    EXPECT_EQ(4.0, scenario->speed);
+    ASSERT_EQ(3U, scenario->steps.size());
+    const Scenario::Step& load = scenario->steps[0];
+    EXPECT_EQ(3, load.line);
+    EXPECT_THAT(load.command.values.words, ElementsAre("keyphrase", "a"));
+    EXPECT_EQ("he said \"go\" # twice", load.command.values.Get("say"));
+    const Values& wait = scenario->steps[1].command.values;
+    EXPECT_EQ(2.5, ParseSeconds(wait.Get("within"))) << "the unit stands apart from the number";
+    EXPECT_THAT(scenario->steps[2].command.values.words,
+                ElementsAre("command reply id=227 errno=EIO"));
+}
+
+TEST(NearestMatchTest, ForgivesFewChangesOnly) {
+    const std::vector<std::string> names = {"start", "stop", "say", "dsp crash"};
+
+    EXPECT_EQ("start", NearestMatch("strat", names)) << "neighbours swapped are one change";
+    EXPECT_EQ("dsp crash", NearestMatch("dsp crsh", names));
+    EXPECT_EQ(std::nullopt, NearestMatch("reboot", names));
+    EXPECT_EQ(std::nullopt, NearestMatch("", names));
+}
+
+TEST(CompletionTest, OffersWhatMayComeNext) {
+    const auto literals = [](std::vector<std::string> words) {
+        return CompleteCommand(words).literals;
+    };
+
+    EXPECT_THAT(literals({}), Contains("load")) << "the beginning of a line";
+    EXPECT_THAT(literals({"load"}), ElementsAre("keyphrase", "generic"));
+    EXPECT_THAT(literals({"dsp"}), Contains("journal")) << "the second word of a name";
+    EXPECT_THAT(literals({"start", "a", "io", "3"}), Contains("confidence"));
+    EXPECT_THAT(literals({"start", "a", "io", "3"}), Not(Contains("io"))) << "given already";
+    EXPECT_THAT(literals({"load", "nonsense"}), ElementsAre()) << "after a mistake";
+}
+
+TEST(DocumentationTest, ListsTheVerbsAsTheToolDoes) {
+    std::ifstream file(STHAL_DOCS "/scenarios.md");
+    std::ostringstream text;
+    text << file.rdbuf();
+
+    EXPECT_THAT(text.str(), HasSubstr(VerbHelp()))
+            << "replace the list in docs/scenarios.md by what 'sthal shell --help-verbs' prints";
+}
+
+}  // namespace
+}  // namespace sthal

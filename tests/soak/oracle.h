@@ -1,0 +1,135 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tests/soak/soak_dsp.h"
+#include "tests/soak/step.h"
+
+namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
+
+/** A client of the HAL, as it should be and as it is. */
+struct ClientView {
+    int handle = 0;
+    int io_handle = 0;
+    int engine = 0;
+    bool is_loaded = false;
+    bool is_started = false;
+    bool is_aec_enabled = false;
+    bool is_forced = false;
+    bool is_internal = false;
+    int state = 0;  // Of RuntimeState.
+
+    bool operator==(const ClientView&) const = default;
+};
+
+std::string ToText(const std::vector<ClientView>& clients);
+
+/** An event, as the framework should get it and gets it. */
+struct EventView {
+    int handle = 0;
+    bool is_phrase = false;
+    bool is_capture_available = false;
+    int extra = -1;  // The id of the only phrase extra; -1 without one.
+    std::string payload;
+
+    bool operator==(const EventView&) const = default;
+};
+
+std::string ToText(const std::vector<EventView>& events);
+
+// What a start with configuration `number` asks for.
+struct StartConfiguration {
+    bool is_capture_requested;
+    int audio_capabilities;
+    int extra;  // The id of a phrase extra; -1 for none.
+};
+inline constexpr std::array<StartConfiguration, 4> kConfigurations = {
+        {{false, 0, -1}, {true, 1, 3}, {true, 3, 5}, {false, 1, -1}}};
+
+/**
+ * What the framework, the environment and the DSP may expect of the HAL, as a plain sequential
+ * program: no threads, no classes of states, nothing of the HAL's.
+ *
+ * Each step answers what the HAL's operation must return. A load's answer is the handle.
+ */
+class Oracle {
+  public:
+    // `model_crcs`: of the models that steps name by number, keyphrases first.
+    explicit Oracle(std::array<std::array<uint32_t, kStepModels>, 2> model_crcs)
+        : model_crcs_(model_crcs) {}
+
+    // Built and initialised anew, on the same DSP.
+    void RestartHal();
+    // None for what returns nothing.
+    std::optional<int> Apply(const Step& step);
+
+    // Since the last call.
+    std::vector<EventView> TakeEvents() { return std::exchange(events_, {}); }
+    std::vector<ClientView> clients() const;
+    int ModelHandleOf(int io_handle) const;
+    const DspView& dsp() const { return dsp_.view(); }
+    // Whether the control thread has taken a record from the DSP in the last step, or may have.
+    bool has_read() const { return has_read_; }
+    // What the DSP has to hold, from the wishes alone; after a recovery in which nothing failed.
+    std::optional<DspView> Wanted() const;
+
+  private:
+    // As RuntimeState numbers them.
+    enum State { kUnloaded, kLoaded, kDetecting, kCallback, kBuffering, kForced };
+
+    struct Client : ClientView {
+        int model = -1;  // Its vendor uuid.
+        uint32_t crc = 0;
+        int configuration = 0;
+    };
+
+    // Each: the HAL's result.
+    int Load(int type, int model, int defect);
+    int Unload(int handle);
+    int Start(int handle, int io_handle, int configuration);
+    int Stop(int handle);
+    int Force(int handle);
+    int InternalForce();
+    int StopInternalForce();
+    int StartBuffering(int io_handle, bool is_forced);
+    int Read(bool is_silent) const;
+    void Dock(bool is_docked);
+    void MicSwap(bool is_on);
+    void Route(int usecases);
+    void Online(bool is_online);
+    void Recover();
+
+    // What the DSP does for a client: whether it could.
+    bool Ask(DspOp op, int argument, uint32_t model = 0);
+    bool GoToUnloaded(Client& client);
+    bool GoToLoaded(Client& client);
+    bool GoToDetecting(Client& client);
+    bool GoToForced(Client& client);
+
+    Client* Find(int handle);
+    int SmallestFree(int from) const;
+    void UpdateAec();
+    void SwitchAec(bool is_wanted);
+    void Deliver();
+
+    const std::array<std::array<uint32_t, kStepModels>, 2> model_crcs_;
+    SoakDsp dsp_;
+    std::map<int, Client> clients_;
+    bool is_online_ = false;
+    bool is_docked_ = false;
+    bool is_mic_swapped_ = false;
+    std::array<bool, 4> routed_ = {};
+    std::array<int, 4> tracks_ = {};
+    std::vector<EventView> events_;
+    bool has_read_ = false;
+    bool is_recovered_ = false;
+};
+
+}  // namespace vendor::quarno::brindlecove::audio::hal::soundtrigger

@@ -1,0 +1,73 @@
+#pragma once
+
+#include <cstdint>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
+
+/** One thing that happens to a HAL. What a, b and c say depends on the kind; see step.cpp. */
+struct Step {
+    enum class Kind {
+        // The framework's.
+        kLoad,  // Type, model, defect.
+        kUnload,
+        kStart,  // Handle, io handle, configuration.
+        kStop,
+        kForce,
+        kProperties,
+        // Captures.
+        kInternalForce,
+        kStopInternalForce,
+        kStartBuffering,  // Io handle, whether internal forced.
+        kRead,            // Engine, whether the DSP has no audio.
+        // The environment.
+        kDock,
+        kMicSwap,
+        kRoute,     // A bit for each usecase that is on the loudspeaker.
+        kMetadata,  // Usecase, tracks.
+        kOnline,    // A report, whatever the DSP does.
+        // The DSP's.
+        kDetect,
+        kCrash,    // And it is reported offline at once if a is 1.
+        kRecover,  // Boots and is reported online.
+        kFault,    // Operation, argument, how often.
+        kReadFault,
+        // The service's.
+        kRestartHal,
+    };
+
+    Kind kind;
+    int a = 0;
+    int b = 0;
+    int c = 0;
+};
+
+inline constexpr int kStepModels = 5;  // Of which each handle may load any.
+
+std::string ToText(const Step& step);
+
+/** What a run does, from nothing but its seed: the same on every machine. */
+class StepGenerator {
+  public:
+    // A board's audio is slow, and its reads of records are not the generator's to spoil.
+    StepGenerator(uint64_t seed, bool for_board) : random_(seed), for_board_(for_board) {}
+
+    std::vector<Step> Make(size_t count);
+
+  private:
+    int Below(int limit) { return static_cast<int>(random_() % static_cast<uint64_t>(limit)); }
+    bool OneIn(int chances) { return Below(chances) == 0; }
+    int Handle();
+    Step Next();
+    Step FrameworkStep();
+    Step CaptureStep();
+    Step EnvironmentStep();
+    Step DspStep();
+
+    std::mt19937_64 random_;
+    const bool for_board_;
+};
+
+}  // namespace vendor::quarno::brindlecove::audio::hal::soundtrigger

@@ -1,0 +1,60 @@
+#include "tools/sthal/shell_command.h"
+
+#include <CLI/CLI.hpp>
+
+#include <iostream>
+
+#include "tools/sthal/interrupt.h"
+#include "tools/sthal/shell.h"
+#include "tools/sthal/verbs.h"
+
+namespace sthal {
+
+namespace {
+
+constexpr int kFailed = 1;
+constexpr int kInterrupted = 130;
+
+constexpr char kFooter[] =
+        "Events appear as they arrive. The same verbs make a scenario for 'sthal run'; 'save FILE' "
+        "writes\none of the session. docs/scenarios.md explains them.";
+
+}  // namespace
+
+ShellCommand::ShellCommand(CLI::App& app) {
+    CLI::App* const shell = app.add_subcommand(
+            "shell",
+            "Load, start, speak, break and look, one verb at a time, on the virtual board.");
+    shell->footer(kFooter);
+    shell->add_flag("--help-verbs", wants_verbs_, "list the verbs of the shell and of scenarios");
+    shell->add_option("--speed", speed_, "times faster than real time")
+            ->capture_default_str()
+            ->check(CLI::Range(0.1, 16.0));
+    shell->add_option("--seed", seed_, "of noise and faults")->capture_default_str();
+    shell->add_option("--out", output_folder_, "folder for the WAV files")->capture_default_str();
+    shell->callback([this] { is_chosen_ = true; });
+}
+
+int ShellCommand::Run() const {
+    if (wants_verbs_) {
+        std::cout << VerbHelp();
+        return 0;
+    }
+    SessionOptions options;
+    options.speed = speed_;
+    options.seed = seed_;
+    options.output_folder = output_folder_;
+    options.is_interrupted = Shell::WasInterrupted;
+    Shell::CatchInterrupts();
+    Terminal terminal;
+    const auto session = Session::Begin(options, terminal);
+    if (!session) {
+        std::cerr << "sthal shell: " << session.error << '\n';
+        return kFailed;
+    }
+    const bool is_good = Shell(**session.value).Run();
+    if (Interrupted()) return kInterrupted;
+    return is_good ? 0 : kFailed;
+}
+
+}  // namespace sthal

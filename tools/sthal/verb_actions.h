@@ -1,0 +1,28 @@
+#pragma once
+
+#include "tools/sthal/grammar.h"
+#include "tools/sthal/session.h"
+
+// What verbs do with a session, where that is more than one call. The table of verbs has the forms
+// of their values.
+namespace sthal {
+
+Outcome RunLoad(Session& session, const Values& values);
+Outcome RunStart(Session& session, const Values& values);
+Outcome RunProperties(Session& session, const Values& values);
+Outcome RunCapture(Session& session, const Values& values);
+Outcome RunZeroLatency(Session& session, const Values& values);
+Outcome RunSay(Session& session, const Values& values);
+Outcome RunPlayWav(Session& session, const Values& values);
+Outcome RunPlayMusic(Session& session, const Values& values);
+Outcome RunHush(Session& session, const Values& values);
+Outcome RunDspOnline(Session& session, const Values& values);
+Outcome RunJournal(Session& session, const Values& values);
+Outcome RunForget(Session& session, const Values& values);
+Outcome RunPlayTracks(Session& session, const Values& values);
+Outcome RunTuningLoad(Session& session, const Values& values);
+Outcome RunTuningShow(Session& session, const Values& values);
+Outcome RunDump(Session& session, const Values& values);
+Outcome RunLogLevel(Session& session, const Values& values);
+
+}  // namespace sthal

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tools/sthal/grammar.h"
+#include "tools/sthal/session.h"
+
+namespace sthal {
+
+// One verb of the shell and of scenarios. The table of verbs is all there is to one: its arguments'
+// form checks, completes and explains them.
+struct Verb {
+    enum class Where { kAnywhere, kBeginning, kShell };
+
+    const char* name;  // One or more words.
+    const char* form;  // Of the arguments; see Form.
+    const char* help;  // A sentence without its full stop.
+    Outcome (*run)(Session& session,
+                   const Values& values);  // Null at the beginning, or in a shell.
+    Where where = Where::kAnywhere;
+};
+
+std::span<const Verb> Verbs();
+
+// A line that can be carried out.
+struct Command {
+    const Verb* verb = nullptr;  // Null for an empty line or a comment.
+    Values values{};
+};
+
+// What a line says, or "expected ..., found ...".
+audio::Result<Command> ParseCommand(std::string_view line);
+
+// Words that may follow the given ones, and kinds of values.
+NextWords CompleteCommand(std::span<const std::string> words);
+
+// Every verb with its form and its sentence, as lines of text; `topic` restricts it to verbs that
+// begin so. Empty when none does.
+std::string VerbHelp(std::string_view topic = {});
+
+}  // namespace sthal
