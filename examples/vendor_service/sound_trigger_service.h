@@ -88,7 +88,7 @@ class SoundTriggerService : public ::aidl::android::hardware::soundtrigger3::BnS
                                       int32_t value) override;
 
     /** The arguments are log tags, as Dumpsys selects by them. */
-    binder_status_t dump(int fd, const char** args, uint32_t arg_count);
+    binder_status_t dump(int fd, const char** args, uint32_t arg_count) override;
 
   private:
     // One of the framework's models, from the beginning of its load to the end of its unload.

@@ -92,6 +92,7 @@ int FrameworkMonitor::LoadSoundModel(const SoundModel& model, std::shared_ptr<Ca
     --loads_running_;
     if (result != 0) return result;
     Model loaded{.generation = ++clock_};
+    loaded.restarts = dsp_restarts_running_;
     loaded.last_call = Describe("LoadSoundModel -> " + std::to_string(*handle));
     models_.insert_or_assign(*handle, std::move(loaded));
     unloaded_.erase(*handle);
@@ -127,6 +128,7 @@ int FrameworkMonitor::StartRecognition(int handle, int io_handle, const Recognit
             was_armed = std::exchange(model->second.is_armed, true);
             ++model->second.starts_running;
             model->second.last_start = ++clock_;
+            model->second.restarts = dsp_restarts_running_;
         }
     }
     const int result = calls_->StartRecognition(handle, io_handle, config);
@@ -137,7 +139,6 @@ int FrameworkMonitor::StartRecognition(int handle, int io_handle, const Recognit
     --model.starts_running;
     if (result == 0) {
         model.last_call = Describe("StartRecognition(" + std::to_string(handle) + ") -> 0");
-        model.is_restarted_by_dsp = false;
     } else if (!was_armed && model.starts_running == 0) {
         model.is_armed = false;
     }
@@ -160,7 +161,6 @@ int FrameworkMonitor::StopRecognition(int handle) {
         return result;
     }
     model.is_armed = false;
-    model.is_restarted_by_dsp = false;
     model.disarmed_by = Rule::kEventAfterStop;
     model.last_call = Describe("StopRecognition(" + std::to_string(handle) + ") -> 0");
     return result;
@@ -170,9 +170,15 @@ int FrameworkMonitor::ForceRecognitionEvent(int handle) {
     return calls_->ForceRecognitionEvent(handle);
 }
 
-void FrameworkMonitor::ExpectDspRestart() {
+void FrameworkMonitor::BeginDspRestart() {
     std::lock_guard lock(lock_);
-    for (auto& [handle, model] : models_) model.is_restarted_by_dsp = true;
+    ++dsp_restarts_running_;
+    for (auto& [handle, model] : models_) ++model.restarts;
+}
+
+void FrameworkMonitor::EndDspRestart() {
+    std::lock_guard lock(lock_);
+    --dsp_restarts_running_;
 }
 
 std::vector<FrameworkMonitor::Violation> FrameworkMonitor::violations() const {
@@ -199,12 +205,12 @@ void FrameworkMonitor::OnEvent(const char* event, int handle) {
             }
         } else if (Model& model = found->second; model.is_armed) {
             model.is_armed = false;
-            model.is_restarted_by_dsp = false;
             model.disarmed_by = Rule::kSecondEvent;
             model.last_call = description;
         } else {
-            const bool is_restart = model.disarmed_by == Rule::kSecondEvent &&
-                                    std::exchange(model.is_restarted_by_dsp, false);
+            const bool is_restart =
+                    model.disarmed_by == Rule::kSecondEvent && model.restarts > 0;
+            if (is_restart) --model.restarts;
             Add(is_restart ? Rule::kSecondEventAfterDspRestart : model.disarmed_by, handle,
                 description, model.last_call);
         }

@@ -102,9 +102,10 @@ class FrameworkMonitor {
     int StopRecognition(int handle);
     int ForceRecognitionEvent(int handle);
 
-    // To be called before the HAL is told that the DSP is online: it then starts every model anew
+    // To be called around the report that the DSP is online: the HAL then starts every model anew
     // that has not been stopped, also one whose event has come.
-    void ExpectDspRestart();
+    void BeginDspRestart();
+    void EndDspRestart();
 
     std::vector<Violation> violations() const;
 
@@ -116,7 +117,7 @@ class FrameworkMonitor {
         bool is_armed = false;    // An event may come.
         int starts_running = 0;   // Calls that have begun and not returned.
         uint64_t last_start = 0;  // When the latest began.
-        bool is_restarted_by_dsp = false;
+        int restarts = 0;  // Of the DSP since the last start: each may bring one event more.
         Rule disarmed_by = Rule::kNotStarted;  // What an event now would break.
         std::string last_call = "LoadSoundModel";
     };
@@ -134,6 +135,7 @@ class FrameworkMonitor {
     // All below: under lock_.
     uint64_t clock_ = 0;  // Counts calls and events.
     int loads_running_ = 0;
+    int dsp_restarts_running_ = 0;
     std::map<int, Model> models_;
     std::map<int, std::string> unloaded_;
     std::vector<Violation> violations_;

@@ -87,7 +87,8 @@ TEST_F(FrameworkMonitorTest, EventsOutOfPlaceBreakTheirRule) {
     Start();
     hal_->Detect(1);
     hal_->Detect(1);
-    monitor_.ExpectDspRestart();
+    monitor_.BeginDspRestart();
+    monitor_.EndDspRestart();
     hal_->Detect(1);
     EXPECT_EQ(0, monitor_.StopRecognition(1));
     hal_->Detect(1);

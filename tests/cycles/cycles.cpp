@@ -20,6 +20,8 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include "audio/hal/aidl/soundtrigger/sound_trigger_driver_operations.h"
@@ -51,6 +53,7 @@ constexpr uint64_t kFirst = 12000;
 constexpr uint64_t kFrames = 1600;
 constexpr size_t kModelBytes = 20000;
 constexpr std::chrono::seconds kPatience{20};
+constexpr std::chrono::milliseconds kSettled{100};
 // Chunks that the allocator keeps for the next request count as used; a leak of 8 bytes a cycle
 // comes to more in the long form.
 constexpr int64_t kHeapNoiseBytes = 64 * 1024;
@@ -64,6 +67,18 @@ extern "C" void OnInterrupt(int) {
 size_t EntriesOf(const char* directory) {
     const std::filesystem::directory_iterator entries(directory);
     return static_cast<size_t>(std::distance(begin(entries), end(entries)));
+}
+
+// The control thread closes the notification device, and the board ends a call, in their own time.
+void Settle() {
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    auto same_since = std::chrono::steady_clock::now();
+    size_t last = EntriesOf("/proc/self/fd");
+    while (std::chrono::steady_clock::now() < std::min(deadline, same_since + kSettled)) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        const size_t now = EntriesOf("/proc/self/fd");
+        if (std::exchange(last, now) != now) same_since = std::chrono::steady_clock::now();
+    }
 }
 
 /** What the process holds. */
@@ -288,10 +303,14 @@ int Run(Board& board, int cycles) {
             fprintf(stderr, "in cycle %d\n", number);
             return 1;
         }
-        if (number == kWarmUpCycles) before.emplace();
+        if (number == kWarmUpCycles) {
+            Settle();
+            before.emplace();
+        }
         if (shows_progress && number % 50 == 0) fprintf(stderr, "\r%d", number);
     }
     if (shows_progress) fprintf(stderr, "\r");
+    Settle();
     const bool is_clean = Print(life, cycles, *before, Holdings());
     printf("%s\n", is_clean ? "Nothing was left behind." : "FAILED: see the numbers above.");
     return is_clean ? 0 : 1;

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "audio/hal/utils/tamberlo/tamberlo_config_file.h"
 #include "host/virtual_dsp/dsp/sample_pattern.h"
 #include "host/virtual_dsp/dsp/sound_model.h"
 #include "tests/board/board_fixture.h"
@@ -68,6 +69,21 @@ class BoardBenchTest : public ::virtual_dsp::BoardTest {
         const auto model = ::virtual_dsp::BuildSoundModel(
                 {engine, 0.7F, ::virtual_dsp::PatternChannel(kFirst, kFrames, 0)}, bytes);
         return {model.begin(), model.end()};
+    }
+
+    // A tuning file that sets each of these parameters, docked or not.
+    static std::vector<uint8_t> TuningOf(const std::vector<uint32_t>& ids) {
+        std::vector<uint8_t> records;
+        for (const uint32_t id : ids) {
+            const uint32_t record[] = {id, sizeof(int32_t), 1};
+            const auto* const bytes = reinterpret_cast<const uint8_t*>(record);
+            records.insert(records.end(), bytes, bytes + sizeof(record));
+        }
+        utils::tamberlo::TuningFile file;
+        for (const uint32_t mode : {0U, 86U}) {
+            file.modes[mode][4].push_back({.id = 1, .data = records});
+        }
+        return utils::tamberlo::WriteTuningFile(file).value();
     }
 
     static constexpr uint64_t kFirst = 12000;

@@ -3,7 +3,6 @@
 #include <future>
 
 #include "tests/faults/board_bench.h"
-#include "tests/zyl/tuning_image.h"
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 namespace {
@@ -134,9 +133,7 @@ class NodeFaultsTest : public BoardBenchTest, public ::testing::WithParamInterfa
                              "Retry", "Clients then"});
     }
 
-    void SetUp() override {
-        tuning_ = zyl::TuningImage({{zyl::kDefaultMode, {zyl::TuningRecord(275, 4, {1})}}});
-    }
+    void SetUp() override { tuning_ = TuningOf({275}); }
 };
 
 TEST_P(NodeFaultsTest, RequestEndsAsTheTableSaysAndTheRetryWorks) {

@@ -2,13 +2,11 @@
 #include <algorithm>
 
 #include "tests/faults/board_bench.h"
-#include "tests/zyl/tuning_image.h"
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 namespace {
 
 using std::chrono::milliseconds;
-using zyl::operator+;
 
 // The framework gives a call 3000 ms. Less than a third of it is to be the DSP's.
 constexpr milliseconds kLimit{1000};
@@ -59,9 +57,7 @@ class SilentDspTest : public BoardBenchTest, public ::testing::WithParamInterfac
     }
 
     void SetUp() override {
-        const auto values = [](uint32_t id) { return zyl::TuningRecord(id, 4, {1}); };
-        const auto block = values(275) + values(277) + values(279) + values(297);
-        tuning_ = zyl::TuningImage({{zyl::kDefaultMode, {block}}, {zyl::kDockedMode, {block}}});
+        tuning_ = TuningOf({275, 277, 279, 297});
         NewBench(kLargeModelBytes);
         ASSERT_NO_FATAL_FAILURE(bench_->Reach(row().setup));
     }

@@ -289,8 +289,9 @@ void SoakRun::Metadata(int usecase, int tracks) {
 }
 
 void SoakRun::Online(bool is_online) {
-    if (is_online) monitor_->ExpectDspRestart();
+    if (is_online) monitor_->BeginDspRestart();
     hal_->OnSoundCardStateChanged(is_online);
+    if (is_online) monitor_->EndDspRestart();
 }
 
 void SoakRun::Recover() {

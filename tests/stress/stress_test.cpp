@@ -45,8 +45,9 @@ class StressTest : public ::testing::Test {
     }
 
     void ReportOnline(bool is_online) {
-        if (is_online) monitor_->ExpectDspRestart();
+        if (is_online) monitor_->BeginDspRestart();
         hal_->OnSoundCardStateChanged(is_online);
+        if (is_online) monitor_->EndDspRestart();
     }
 
     // Each: one round of a thread, over and over until the time is up.

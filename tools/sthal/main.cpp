@@ -8,6 +8,7 @@
 
 #include "host/virtual_dsp/board/enter_board.h"
 #include "tools/sthal/demo.h"
+#include "tools/sthal/dsp_command.h"
 #include "tools/sthal/interrupt.h"
 #include "tools/sthal/run_command.h"
 #include "tools/sthal/shell_command.h"
@@ -98,6 +99,7 @@ int Run(int argc, char** argv) {
     TuningCommand tuning(app);
     RunCommand run(app);
     ShellCommand shell(app);
+    DspCommand dsp(app);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
@@ -105,13 +107,14 @@ int Run(int argc, char** argv) {
     }
     if (tuning.IsChosen()) return tuning.Run();
     if (shell.IsChosen() && shell.WantsHelpOnly()) return shell.Run();
-    if (!demo->parsed() && !run.IsChosen() && !shell.IsChosen()) {
+    if (!demo->parsed() && !run.IsChosen() && !shell.IsChosen() && !dsp.IsChosen()) {
         return static_cast<int>(DemoStatus::kUsage);
     }
     if (const auto status = virtual_dsp::EnterBoard(argc, argv)) return *status;
     CatchInterrupts();
     if (run.IsChosen()) return run.Run();
     if (shell.IsChosen()) return shell.Run();
+    if (dsp.IsChosen()) return dsp.Run();
     return static_cast<int>(RunDemo(demo_options));
 }
 

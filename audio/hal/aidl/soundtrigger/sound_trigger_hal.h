@@ -369,6 +369,9 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
     std::array<PlaybackUsecaseState, 4> playback_usecases_ GUARDED_BY(lock_);
     utils::wakelock::WakeLock wake_lock_ GUARDED_BY(lock_);
 
+    // The DSP went down since the control thread last closed the notification device.
+    bool is_notification_stale_ GUARDED_BY(lock_) = false;
+
     std::optional<Delivery> delivery_ GUARDED_BY(lock_);
     std::condition_variable delivery_ended_;
 

@@ -22,8 +22,10 @@ constexpr ControlMessage kWakeUp = 0;
 static_assert(sizeof(ControlMessage) == 4);
 
 // While the DSP restarts, its node stays readable and every read fails: without a pause the loop
-// would spin until the DSP is reported offline.
+// would spin, and fill the log, until the DSP is reported offline. The same goes for a node that
+// fails in another way than a restart's.
 constexpr std::chrono::milliseconds kDspRestartPause{100};
+constexpr std::chrono::milliseconds kReadFailurePause{100};
 
 // A framework that calls stop with a lock held that its callback waits for gets its answer after
 // this long; it gives every call 3 s in all.
@@ -116,10 +118,11 @@ SoundTriggerHal::WaitSet SoundTriggerHal::PrepareWaitSet() {
     wait_set.pipe_fd = control_pipe_.read_end;
     FD_SET(wait_set.pipe_fd, &wait_set.read_set);
     wait_set.highest_fd = wait_set.pipe_fd;
-    if (!HasActiveClient() || !is_dsp_online_) {
-        adapter_->ResetNotificationFileDescriptor();
-        return wait_set;
-    }
+    const bool is_watching = HasActiveClient() && is_dsp_online_;
+    // A DSP that went down and came back between two turns left a descriptor of its former life.
+    if (!is_watching || is_notification_stale_) adapter_->ResetNotificationFileDescriptor();
+    is_notification_stale_ = false;
+    if (!is_watching) return wait_set;
     const int notification_fd = adapter_->GetNotificationFileDescriptor();
     if (!IsSelectable(notification_fd)) {
         LOG(WARNING) << "ControlThreadLoop: Can't get notification fd.";
@@ -135,12 +138,14 @@ void SoundTriggerHal::HandleReady(const WaitSet& ready) {
     bool is_detected = false;
     std::string payload;  // New in each turn: a record without text must not show an older one's.
     int result = 0;
+    bool is_read_failed = false;
     {
         std::lock_guard lock(lock_);
         if (FD_ISSET(ready.pipe_fd, &ready.read_set)) DrainControlPipe(ready.pipe_fd);
         if (ready.notification_fd >= 0 && FD_ISSET(ready.notification_fd, &ready.read_set) &&
             is_dsp_online_) {
             const SoundTriggerHalClient* const client = ReadDetection(&payload, &result);
+            is_read_failed = client == nullptr && result < 0;
             is_detected = client != nullptr && result == 0;
             if (is_detected) delivery_ = {client->handle_, std::this_thread::get_id()};
         }
@@ -149,6 +154,8 @@ void SoundTriggerHal::HandleReady(const WaitSet& ready) {
     if (result == -ENODEV) {
         LOG(WARNING) << "ControlThreadLoop: Wait for dsp interface when restarting.";
         std::this_thread::sleep_for(kDspRestartPause);
+    } else if (is_read_failed) {
+        std::this_thread::sleep_for(kReadFailurePause);
     }
 }
 

@@ -89,6 +89,7 @@ void SoundTriggerHal::PrepareDspOnline() {
 
 void SoundTriggerHal::PrepareDspOffline() {
     for (const auto& [handle, client] : clients_) client->ResetRuntimeState();
+    is_notification_stale_ = true;
 }
 
 int SoundTriggerHal::ResetDsp() {

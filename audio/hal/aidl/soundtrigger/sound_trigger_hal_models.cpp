@@ -148,6 +148,8 @@ SoundTriggerHalClient* SoundTriggerHal::AddClient(int32_t handle) {
 
 void SoundTriggerHal::RemoveClient(int32_t handle) {
     clients_.erase(handle);
+    // An event that was not out yet is none of the model's that gets this handle next.
+    if (delivery_ && delivery_->handle == handle) delivery_->is_dropped = true;
     PublishStartedClients();
 }
 

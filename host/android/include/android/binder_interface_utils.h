@@ -46,6 +46,10 @@ class ICInterface : public SharedRefBase {
   public:
     virtual SpAIBinder asBinder() = 0;
     virtual bool isRemote() = 0;
+    // What `dumpsys` asks for; nothing is written unless an implementation overrides it.
+    virtual binder_status_t dump(int /*fd*/, const char** /*args*/, uint32_t /*numArgs*/) {
+        return STATUS_OK;
+    }
 };
 
 }  // namespace ndk
