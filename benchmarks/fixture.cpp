@@ -13,9 +13,10 @@
 #include <utility>
 
 #include "benchmarks/measure.h"
+#include "benchmarks/rows.h"
+#include "host/virtual_dsp/board/example_tuning.h"
 #include "host/virtual_dsp/dsp/sample_pattern.h"
 #include "host/virtual_dsp/dsp/sound_model.h"
-#include "tools/sthal/demo_tuning.h"
 
 namespace bench {
 
@@ -78,7 +79,7 @@ Fixture::Fixture() : callback_(ndk::SharedRefBase::make<Callback>(&arrival_)) {
         (void)std::fprintf(stderr, "bench: %s\n", error.c_str());
         std::exit(1);
     }
-    board_->SetTuningFile(sthal::DemoTuningFile());
+    board_->SetTuningFile(virtual_dsp::ExampleTuningFile());
     hal_ = soundtrigger::SoundTriggerHalBuilder::BuildSoundTriggerHal();
     (void)hal_->Initialize();
     hal_->OnSoundCardStateChanged(true);
@@ -105,9 +106,13 @@ SoundModel Fixture::Prepare(virtual_dsp::Engine engine, const std::vector<uint8_
     sound_model.dataSize = static_cast<int32_t>(model.size());
     const int fd = memfd_create("model", MFD_CLOEXEC);
     Require(write(fd, model.data(), model.size()) == static_cast<ssize_t>(model.size()), "memfd");
-    Require(lseek(fd, 0, SEEK_SET) == 0, "lseek");
     sound_model.data.set(fd);
+    Rewind(sound_model);
     return sound_model;
+}
+
+void Fixture::Rewind(const SoundModel& model) {
+    Require(lseek(model.data.get(), 0, SEEK_SET) == 0, "lseek");
 }
 
 int Fixture::Load(const SoundModel& model) {
@@ -126,6 +131,19 @@ void Fixture::Start(int handle, int io_handle) {
 
 void Fixture::Stop(int handle) {
     Require(hal_->StopRecognition(handle) == 0, "stop");
+}
+
+int Fixture::BeginCapture(virtual_dsp::Engine engine) {
+    Start(Load(engine, Model(engine, 0)), kIoHandle);
+    Settle();
+    HearBulk();
+    TellDsp(engine == virtual_dsp::Engine::kHotword
+                    ? wire::CMD_AUDIO_INPUT_HOTWORD_FORCE_RECOGNITION
+                    : wire::CMD_AUDIO_INPUT_AMBIENT_MUSIC_FORCE_RECOGNITION);
+    (void)arrival_.Wait();
+    const int engine_type = hal_->StartBufferingByIoHandle(kIoHandle, false);
+    Require(engine_type > 0, "binding a capture");
+    return engine_type;
 }
 
 void Fixture::HearBulk() {
@@ -148,29 +166,52 @@ void Fixture::SetLogging(bool on) {
 
 BareListener::BareListener(Arrival* arrival) : arrival_(arrival) {
     Require(pipe2(pipe_, O_NONBLOCK | O_CLOEXEC) == 0, "pipe");
-    node_ = open(wire::kNotificationDevice, O_RDWR | O_NONBLOCK | O_CLOEXEC);
-    Require(node_ >= 0, "opening the notification node");
     thread_ = std::thread(&BareListener::Run, this);
 }
 
 BareListener::~BareListener() {
-    (void)close(pipe_[1]);
+    is_stopped_ = true;
+    Watch(false);
     thread_.join();
     (void)close(pipe_[0]);
-    (void)close(node_);
+    (void)close(pipe_[1]);
+}
+
+void BareListener::Watch(bool on) {
+    is_watching_ = on;
+    const int32_t word = 0;
+    Require(write(pipe_[1], &word, sizeof(word)) == sizeof(word), "waking the listener");
+}
+
+void BareListener::OpenOrCloseNode() {
+    if (is_watching_ && node_ < 0) {
+        node_ = open(wire::kNotificationDevice, O_RDWR | O_NONBLOCK | O_CLOEXEC);
+        Require(node_ >= 0, "opening the notification node");
+    } else if (!is_watching_ && node_ >= 0) {
+        (void)close(node_);
+        node_ = -1;
+    }
 }
 
 void BareListener::Run() {
-    while (true) {
+    while (!is_stopped_) {
+        OpenOrCloseNode();
         fd_set set;
         FD_ZERO(&set);
         FD_SET(pipe_[0], &set);
-        FD_SET(node_, &set);
+        if (node_ >= 0) FD_SET(node_, &set);
         if (select(std::max(pipe_[0], node_) + 1, &set, nullptr, nullptr, nullptr) <= 0) continue;
-        if (FD_ISSET(pipe_[0], &set)) return;
+        int32_t word = 0;
+        if (FD_ISSET(pipe_[0], &set)) {
+            while (read(pipe_[0], &word, sizeof(word)) > 0) continue;
+        }
         wire::NotificationRecord record;
-        if (read(node_, &record, sizeof(record)) == sizeof(record)) arrival_->Mark();
+        if (node_ >= 0 && FD_ISSET(node_, &set) &&
+            read(node_, &record, sizeof(record)) == sizeof(record)) {
+            arrival_->Mark();
+        }
     }
+    if (node_ >= 0) (void)close(node_);
 }
 
 }  // namespace bench

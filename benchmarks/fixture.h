@@ -20,6 +20,11 @@ namespace bench {
 namespace soundtrigger = ::vendor::quarno::brindlecove::audio::hal::soundtrigger;
 namespace wire = soundtrigger::zyl;
 
+constexpr int kIoHandle = 13;
+constexpr size_t kKiB = 1024;
+constexpr size_t kMiB = 1024 * kKiB;
+constexpr size_t kBulkBytes = 4096;  // 1024 frames of two 16-bit channels.
+
 // Notes when it is entered, which is what the HAL's callback and the bare loop are compared by.
 class Arrival {
   public:
@@ -48,6 +53,8 @@ class Fixture {
     // The model as the framework hands it over, in a descriptor of its own.
     ::aidl::android::media::soundtrigger::SoundModel Prepare(virtual_dsp::Engine engine,
                                                              const std::vector<uint8_t>& model);
+    // Makes the bytes readable once more.
+    static void Rewind(const ::aidl::android::media::soundtrigger::SoundModel& model);
     int Load(const ::aidl::android::media::soundtrigger::SoundModel& model);
     int Load(virtual_dsp::Engine engine, const std::vector<uint8_t>& model) {
         return Load(Prepare(engine, model));
@@ -55,6 +62,9 @@ class Fixture {
     void Unload(int handle);
     void Start(int handle, int io_handle);
     void Stop(int handle);
+    // Loads a model, starts it, has it detect, and binds a capture to the detection, whose audio
+    // every HearBulk() then makes longer by one bulk. Returns the engine type to read with.
+    int BeginCapture(virtual_dsp::Engine engine);
     // 1024 frames into the microphones.
     void HearBulk();
     // A command that the DSP gets by itself, without its node.
@@ -74,19 +84,26 @@ class Fixture {
     int models_ = 0;
 };
 
-// The bare counterpart of the control thread: waits in select for the notification node and a pipe,
-// reads the record, calls.
+// The bare counterpart of the control thread: waits in select for a pipe and, while it is told to
+// watch, for the notification node, which it opens and closes as it is told. Reads the record,
+// calls.
 class BareListener {
   public:
     explicit BareListener(Arrival* arrival);
     ~BareListener();
 
+    // One word through the pipe.
+    void Watch(bool on);
+
   private:
     void Run();
+    void OpenOrCloseNode();
 
     Arrival* const arrival_;
     int pipe_[2] = {-1, -1};
-    int node_ = -1;
+    std::atomic<bool> is_watching_{false};
+    std::atomic<bool> is_stopped_{false};
+    int node_ = -1;  // The thread's.
     std::thread thread_;
 };
 

@@ -1,5 +1,7 @@
 #include "benchmarks/measure.h"
 
+#include <malloc.h>
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdio>
@@ -12,6 +14,17 @@
 namespace {
 
 thread_local uint64_t allocations = 0;
+thread_local int64_t held_bytes = 0;
+
+void* Counted(void* memory) {
+    ++allocations;
+    held_bytes += static_cast<int64_t>(malloc_usable_size(memory));
+    return memory;
+}
+
+void CountFreed(void* memory) {
+    held_bytes -= static_cast<int64_t>(malloc_usable_size(memory));
+}
 
 }  // namespace
 
@@ -21,20 +34,24 @@ extern "C" {
 void* __libc_malloc(size_t size);
 void* __libc_calloc(size_t count, size_t size);
 void* __libc_realloc(void* memory, size_t size);
+void __libc_free(void* memory);
 
 void* malloc(size_t size) {
-    ++allocations;
-    return __libc_malloc(size);
+    return Counted(__libc_malloc(size));
 }
 
 void* calloc(size_t count, size_t size) {
-    ++allocations;
-    return __libc_calloc(count, size);
+    return Counted(__libc_calloc(count, size));
 }
 
 void* realloc(void* memory, size_t size) {
-    ++allocations;
-    return __libc_realloc(memory, size);
+    CountFreed(memory);
+    return Counted(__libc_realloc(memory, size));
+}
+
+void free(void* memory) {
+    CountFreed(memory);
+    __libc_free(memory);
 }
 }
 
@@ -42,6 +59,10 @@ namespace bench {
 
 uint64_t Allocations() {
     return allocations;
+}
+
+int64_t HeldBytes() {
+    return held_bytes;
 }
 
 int64_t NowNs() {
@@ -106,7 +127,9 @@ std::string Number(double value, int digits) {
 }
 
 int Digits(const Row& row) {
-    return row.unit == "us" && row.value < 100 ? 2 : row.unit == "us" ? 1 : 0;
+    if (row.unit == "times") return 3;
+    if (row.unit != "us") return 0;
+    return row.value < 100 ? 2 : 1;
 }
 
 std::string Quoted(const std::string& text) {
@@ -129,8 +152,8 @@ void PrintTable(const std::vector<Row>& rows, std::ostream& out) {
         if (row.p99 > 0) out << ", " << Number(row.p99, digits);
         out << ' ' << row.unit << " | ";
         if (!row.bare.empty()) {
-            out << row.bare << ": " << Number(row.bare_value, digits) << ", "
-                << Number(row.bare_p99, digits);
+            out << row.bare << ": " << Number(row.bare_value, digits);
+            if (row.bare_p99 > 0) out << ", " << Number(row.bare_p99, digits);
         }
         out << " | " << (row.ratio ? Number(*row.ratio, 3) : "") << " | "
             << (row.goal ? Number(*row.goal, 2) : "") << " | "

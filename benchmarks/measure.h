@@ -62,4 +62,8 @@ void PrintJson(const std::vector<Row>& rows, std::ostream& out);
 // not count: the board serves its nodes from this very process.
 uint64_t Allocations();
 
+// Bytes of the heap that this thread has taken and not given back, in blocks as the C library
+// rounds them.
+int64_t HeldBytes();
+
 }  // namespace bench

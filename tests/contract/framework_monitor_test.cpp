@@ -1,5 +1,5 @@
 // The monitor itself: a fake HAL breaks each rule, and keeps them at their edge.
-#include "tests/contract/framework_monitor.h"
+#include "host/framework_monitor/framework_monitor.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -16,7 +16,7 @@
 #include <thread>
 #include <vector>
 
-#include "tests/contract/framework_monitor.h"
+#include "host/framework_monitor/framework_monitor.h"
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 

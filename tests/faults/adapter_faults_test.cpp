@@ -1,10 +1,13 @@
 // Every operation of the adapter fails under every operation of the HAL that reaches it.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <initializer_list>
 #include <memory>
+#include <set>
+#include <string>
 #include <string_view>
 #include <utility>
 
@@ -23,7 +26,8 @@ enum class Then {
     kRestart,  // The engine was left as an internal recognition left it: a stop and a start.
 };
 
-// By which words the scripted DSP's journal knows the adapter's operations.
+// By which words the scripted DSP's journal knows the adapter's operations that can fail. The other
+// two are no calls to the DSP: one closes a device, one tells what is known of an instant.
 constexpr std::pair<const char*, const char*> kJournalWords[] = {
         {"GetLibraryArchitecture", "Library("},
         {"LoadSoundModelToDsp", "Load("},
@@ -93,6 +97,12 @@ constexpr AdapterRow kRows[] = {
         {"StartDetectionInDsp", 1, "load", "internal", "-22", "none", "load", "0", "1 ModelLoaded"},
         {"StartDetectionInDsp", 1, "load, start, internal", "stop internal", "-22",
          "1 ModelLoaded started", "start", "0", "1 StartDetecting started"},
+        {"StartDetectionInDsp", 1, "load, start, internal", "load", "-22", "1 ModelLoaded started",
+         "start", "0", "1 StartDetecting started"},
+        {"StartDetectionInDsp", 1, "load, start, internal", "stop", "-22", "1 ModelLoaded started",
+         "stop", "0", "1 ModelLoaded"},
+        {"StartDetectionInDsp", 1, "load, start, internal", "unload", "-22",
+         "1 ModelLoaded started", "unload", "0", "none"},
 
         {"StopDetectionInDsp", 1, "load, start", "stop", "-22", "1 StartDetecting started", "stop",
          "0", "1 ModelLoaded"},
@@ -108,6 +118,11 @@ constexpr AdapterRow kRows[] = {
          "1 CallbackProcessing started", "unload", "0", "none"},
         {"StopDetectionInDsp", 1, "load, start, detect, buffer", "unload", "-22",
          "1 Buffering started", "unload", "0", "none"},
+        {"StopDetectionInDsp", 1, "load music, start music", "unload music", "-22",
+         "1 StartDetecting started", "unload music", "0", "none"},
+        // A repeated report stops what detects, and starts it again.
+        {"StopDetectionInDsp", 1, "load, start", "online", "done", "1 StartDetecting started",
+         "online", "done", "1 StartDetecting started"},
         {"StopDetectionInDsp", 1, "load, start, speaker", "stop", "-22", "1 StartDetecting started",
          "stop", "0", "1 ModelLoaded"},
         // The internal client goes whatever becomes of it; unloading it stops it once more.
@@ -157,6 +172,8 @@ constexpr AdapterRow kRows[] = {
          "1 Buffering started", "read mono", "audio", "1 Buffering started"},
         {"ReadDspBuffer", 1, "load music, start music, detect music, buffer music", "read music",
          "silence", "1 Buffering started", "read music", "audio", "1 Buffering started"},
+        {"ReadDspBuffer", 1, "load, start, detect, buffer", "instant", "silence, no instant",
+         "1 Buffering started", "instant", "audio, no instant", "1 Buffering started"},
         {"ReadDspBuffer", 1, "internal, buffer internal", "read", "silence", "0 Buffering internal",
          "read", "audio", "0 Buffering internal"},
 
@@ -198,8 +215,28 @@ constexpr AdapterRow kRows[] = {
         {"SetupReferenceSource", 1, "", "online", "done", "none", "online", "done", "none"},
         {"SetupReferenceSource", 1, "load, start", "speaker", "done",
          "1 StartDetecting started aec", "online", "done", "1 StartDetecting started aec"},
+        {"SetupEraserInDsp", 1, "load, start, primary on speaker", "music plays", "done",
+         "1 StartDetecting started aec", "music ends", "done", "1 StartDetecting started"},
+        {"SetupEraserInDsp", 1, "load, start, primary on speaker, music plays", "music ends",
+         "done", "1 StartDetecting started", "music plays", "done", "1 StartDetecting started aec"},
+        {"SetupNeuralAecInDsp", 1, "load, start, primary on speaker", "music plays", "done",
+         "1 StartDetecting started aec", "music ends", "done", "1 StartDetecting started"},
+        {"SetupNeuralAecInDsp", 1, "load, start, primary on speaker, music plays", "music ends",
+         "done", "1 StartDetecting started", "music plays", "done", "1 StartDetecting started aec"},
+        {"SetupReferenceSource", 1, "load, start, primary on speaker", "music plays", "done",
+         "1 StartDetecting started aec", "music ends", "done", "1 StartDetecting started"},
+        {"SetupReferenceSource", 1, "load, start, primary on speaker, music plays", "music ends",
+         "done", "1 StartDetecting started", "music plays", "done", "1 StartDetecting started aec"},
+        {"SetupNeuralAecInDsp", 1, "load, start, speaker", "no speaker", "done",
+         "1 StartDetecting started", "speaker", "done", "1 StartDetecting started aec"},
+        {"SetupReferenceSource", 1, "load, start, speaker", "no speaker", "done",
+         "1 StartDetecting started", "speaker", "done", "1 StartDetecting started aec"},
+        {"SetupReferenceSource", 1, "load, start, speaker", "stop", "0", "1 ModelLoaded", "start",
+         "0", "1 StartDetecting started aec"},
+        {"SetupReferenceSource", 1, "dock", "undock", "done", "none", "online", "done", "none"},
         {"SetupApProcessWithDock", 1, "built", "initialize", "0", "none", "online", "done", "none"},
         {"SetupApProcessWithDock", 1, "", "dock", "done", "none", "online", "done", "none"},
+        {"SetupApProcessWithDock", 1, "dock", "undock", "done", "none", "online", "done", "none"},
         {"SetupApProcessWithDock", 1, "offline", "online", "done", "none", "online", "done",
          "none"},
         {"SetupMicSwapInDsp", 1, "built", "initialize", "0", "none", "online", "done", "none"},
@@ -207,6 +244,7 @@ constexpr AdapterRow kRows[] = {
         {"SetupMicSwapInDsp", 1, "offline, load", "online", "done", "1 ModelLoaded", "online",
          "done", "1 ModelLoaded"},
         {"SendTuningToDsp", 1, "built", "initialize", "0", "none", "online", "done", "none"},
+        {"SendTuningToDsp", 1, "", "dock", "done", "none", "undock", "done", "none"},
         {"SendTuningToDsp", 1, "dock", "undock", "done", "none", "online", "done", "none"},
         {"SendTuningToDsp", 1, "offline, load", "online", "done", "1 ModelLoaded", "online", "done",
          "1 ModelLoaded"},
@@ -273,6 +311,55 @@ TEST_P(AdapterFaultsTest, FailureIsAnsweredAsTheTableSaysAndTheRetryWorks) {
                        std::string(row().result) == "status" ? "the status" : row().result,
                        row().state, row().retry, row().retry_result, row().retry_state,
                        row().then == Then::kRestart ? "stop, start" : "start"});
+}
+
+// A start from each of these is a way through every branch of the HAL that calls the adapter.
+constexpr const char* kSituations[] = {
+        "built",
+        "",
+        "dock",
+        "load",
+        "load music, start music",
+        "internal",
+        "load, internal",
+        "load, start",
+        "load, start, speaker",
+        "load, start, primary on speaker",
+        "load, start, primary on speaker, music plays",
+        "load, start, speaker, internal",
+        "load, start, detect, buffer",
+        "load, start, offline, dock, speaker",
+};
+
+TEST(AdapterFaultsTableTest, HasARowForEveryRequestThatReachesAnOperation) {
+    LogCapture log;
+    std::set<std::string> missing;
+    for (const char* situation : kSituations) {
+        for (const std::string& request : Bench(nullptr, nullptr).Requests()) {
+            auto adapter = std::make_unique<ScriptedAdapter>();
+            ScriptedAdapter& dsp = *adapter;
+            Bench bench(SoundTriggerHalBuilder::BuildSoundTriggerHal(std::move(adapter)),
+                        [&](int engine) { dsp.Notify({.engine = engine, .payload = "text"}); });
+            ASSERT_NO_FATAL_FAILURE(bench.Reach(situation));
+            (void)dsp.Take();
+            if (request.starts_with("detect")) continue;  // Not a request of the framework's.
+            if ((std::string(situation) == "built") != (request == "initialize")) continue;
+            (void)bench.Do(request);
+            for (const std::string& call : dsp.Take()) {
+                for (const auto& words : kJournalWords) {
+                    const std::string operation = words.first;
+                    // What the control thread calls, it calls at some time.
+                    const bool is_later = operation.find("Notification") != operation.npos;
+                    if (is_later || !call.starts_with(words.second)) continue;
+                    const bool has_row = std::ranges::any_of(kRows, [&](const AdapterRow& row) {
+                        return row.call == operation && row.request == request;
+                    });
+                    if (!has_row) missing.insert(operation + " under " + request);
+                }
+            }
+        }
+    }
+    EXPECT_THAT(missing, ::testing::IsEmpty());
 }
 
 INSTANTIATE_TEST_SUITE_P(, AdapterFaultsTest, ::testing::Range<size_t>(0, std::size(kRows)));

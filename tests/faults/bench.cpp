@@ -1,5 +1,6 @@
 #include "tests/faults/bench.h"
 
+#include <aidl/android/media/audio/common/AudioUsage.h>
 #include <aidl/android/media/audio/common/Boolean.h>
 #include <aidl/android/media/soundtrigger/AudioCapabilities.h>
 #include <gtest/gtest.h>
@@ -13,6 +14,7 @@
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 
+using ::aidl::android::media::audio::common::AudioUsage;
 using ::aidl::android::media::audio::common::Boolean;
 using ::aidl::android::media::soundtrigger::AudioCapabilities;
 using ::aidl::android::media::soundtrigger::SoundModelType;
@@ -98,6 +100,7 @@ std::map<std::string, Bench::Action> Bench::Actions() {
     actions["read"] = [this] { return Read(kHotwordEngine, 4096, 2); };
     actions["read mono"] = [this] { return Read(kHotwordEngine, 2048, 1); };
     actions["read music"] = [this] { return Read(kMusicEngine, 2048, 1); };
+    actions["instant"] = [this] { return ReadInstant(); };
     add("properties", [this] {
         SoundTriggerHal::Properties properties;
         return hal_->GetProperties(&properties);
@@ -111,8 +114,11 @@ std::map<std::string, Bench::Action> Bench::Actions() {
     add_void("offline", [this] { hal_->OnSoundCardStateChanged(false); });
     add_void("dock", [this] { hal_->OnDockChargerConnected(true); });
     add_void("undock", [this] { hal_->OnDockChargerConnected(false); });
-    add_void("speaker", [this] { Route(true); });
-    add_void("no speaker", [this] { Route(false); });
+    add_void("speaker", [this] { Route("deep-buffer-playback"); });
+    add_void("primary on speaker", [this] { Route("primary-playback"); });
+    add_void("no speaker", [this] { Route(nullptr); });
+    add_void("music plays", [this] { Play(1); });
+    add_void("music ends", [this] { Play(0); });
     return actions;
 }
 
@@ -143,12 +149,20 @@ Outcome Bench::Do(const std::string& request) {
     return {std::move(result), took};
 }
 
+std::vector<std::string> Bench::Requests() const {
+    std::vector<std::string> requests;
+    for (const auto& [request, action] : actions_) requests.push_back(request);
+    return requests;
+}
+
 std::string Bench::State() const {
     return SoundTriggerHalPeer::StateOf(*hal_);
 }
 
 void Bench::ExpectDetection(bool restart) {
     (void)hal_->StopInternalForceRecognition();
+    // Both models hear the same.
+    if (HandleOf(true) > 0) (void)hal_->StopRecognition(HandleOf(true));
     hal_->OnRoutingGraphChanged({});
     EXPECT_TRUE(ReportFan(false)) << "it swaps the microphones";
     if (State().find(std::to_string(HandleOf(false)) + " ") == std::string::npos) {
@@ -186,6 +200,12 @@ std::string Bench::Read(int engine, unsigned size, int channels) {
     return silent ? "silence" : "audio";
 }
 
+// Audio, and the instant of its hotword, which the first read after a detection asks for.
+std::string Bench::ReadInstant() {
+    const std::string audio = Read(kHotwordEngine, 4096, 2);
+    return audio + (hal_->ReadTimestamp(kHotwordEngine) > 0 ? ", instant" : ", no instant");
+}
+
 std::string Bench::Detect(bool is_music) {
     const size_t before = framework_->events().size();
     detector_(is_music ? kMusicEngine : kHotwordEngine);
@@ -193,10 +213,17 @@ std::string Bench::Detect(bool is_music) {
     return framework_->events().size() == before + 1 ? "0" : "no event";
 }
 
-void Bench::Route(bool to_speaker) {
+void Bench::Route(const char* usecase) {
     SoundTriggerHal::RoutingGraph graph;
-    if (to_speaker) graph.edges.push_back({"deep-buffer-playback", "speaker"});
+    if (usecase != nullptr) graph.edges.push_back({usecase, "speaker"});
     hal_->OnRoutingGraphChanged(graph);
+}
+
+void Bench::Play(size_t tracks) {
+    SoundTriggerHal::SourceMetadata metadata;
+    metadata.tracks.resize(tracks);
+    for (auto& track : metadata.tracks) track.usage = AudioUsage::MEDIA;
+    hal_->OnSourceMetadataChanged("primary-playback", metadata);
 }
 
 bool Bench::ReportFan(bool present) {
@@ -209,7 +236,7 @@ bool Bench::ReportFan(bool present) {
 }
 
 bool IsSuccess(const std::string& result) {
-    return result == "0" || result == "done" || result == "audio";
+    return result == "0" || result == "done" || result == "audio" || result == "audio, instant";
 }
 
 // --- the report ---

@@ -41,6 +41,9 @@ class Bench {
     void DoAll(std::string_view requests);
     Outcome Do(const std::string& request);
 
+    // Every request that Do knows.
+    std::vector<std::string> Requests() const;
+
     // All clients, e.g. "1 StartDetecting started aec"; "none" when there are none.
     std::string State() const;
     // That a hotword is detected and delivered from here on. `restart`: the framework has to stop
@@ -57,8 +60,10 @@ class Bench {
     int Load(bool is_music);
     int HandleOf(bool is_music) const;
     std::string Read(int engine, unsigned size, int channels);
+    std::string ReadInstant();
     std::string Detect(bool is_music);
-    void Route(bool to_speaker);
+    void Route(const char* usecase);
+    void Play(size_t tracks);
     bool ReportFan(bool present);
 
     const std::shared_ptr<RecordingCallback> framework_ =

@@ -32,6 +32,11 @@ constexpr CommandFault kFaults[] = {
          true},
         {"read fails", "on command read id=ID errno=EIO", -EIO, true},
         {"read interrupted", "on command read id=ID times=3 errno=EINTR", 0, true},
+        {"read without an answer yet", "on command read id=ID times=3 errno=EAGAIN", 0, true},
+        {"every call late",
+         "on command open delay=20\non command write id=ID delay=20\n"
+         "on command poll id=ID times=1 delay=20\non command read id=ID delay=20",
+         0, true},
         {"reply cut short", "on command read id=ID short=7", -EIO, true},
         {"reply torn in its id", "on command reply id=ID torn=1 at=4", -ETIMEDOUT, true},
         {"reply torn in its length", "on command reply id=ID torn=1 at=2", -EIO, true},
@@ -83,8 +88,8 @@ constexpr CommandRow kRows[] = {
          "1 StartDetecting started aec", "no speaker", "1 StartDetecting started"},
         {339, false, "", "dock", "done", "done", "none", "none", "online", "none"},
         {342, true, "", "fan", "0", "0", "none", "none", "online", "none"},
-        {354, true, "load, start, detect, buffer", "read", "audio", "audio", "1 Buffering started",
-         "1 Buffering started", "read", "1 Buffering started"},
+        {354, true, "load, start, detect, buffer", "instant", "audio, instant", "audio, no instant",
+         "1 Buffering started", "1 Buffering started", "read", "1 Buffering started"},
 };
 
 struct Tally {

@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <signal.h>
 
+#include <array>
 #include <chrono>
 #include <thread>
 
@@ -112,21 +113,40 @@ TEST_F(ControlThreadTest, DetectionDuringInternalRecognitionIsDropped) {
     EXPECT_EQ("InternalForceDetected", State(1));
 }
 
-TEST_F(ControlThreadTest, OnlyARestartingDspIsGivenAPause) {
-    steady_clock::time_point failed;
-    steady_clock::time_point watched;
+TEST_F(ControlThreadTest, FailedReadIsFollowedByAPauseAndOnlyARestartIsNamed) {
+    std::array<steady_clock::time_point, 2> failed;
+    std::array<steady_clock::time_point, 2> watched;
     (void)Start(GENERIC, 10);
+    dsp_.WaitForCall("Watch");
+    for (size_t i = 0; i < failed.size(); ++i) {
+        dsp_.Script(
+                {.call = "Notification", .during = [&, i] { failed[i] = steady_clock::now(); }});
+        dsp_.Script({.call = "Watch", .during = [&, i] { watched[i] = steady_clock::now(); }});
+    }
     dsp_.Notify({.result = -EIO});
     dsp_.WaitForCall("Watch", 2);
-    dsp_.Script({.call = "Notification", .during = [&] { failed = steady_clock::now(); }});
-    dsp_.Script({.call = "Watch", .during = [&] { watched = steady_clock::now(); }});
     dsp_.Notify({.result = -ENODEV});
     Detect(kAmbient);
     EXPECT_THAT(log_.TakeProblems(),
                 ElementsAre("E Hal: ControlThreadLoop: read trigger event failure: -5",
                             "E Hal: ControlThreadLoop: read trigger event failure: -19",
                             "W Hal: ControlThreadLoop: Wait for dsp interface when restarting."));
-    EXPECT_GE(watched - failed, std::chrono::milliseconds(100)) << "the loop spins";
+    for (size_t i = 0; i < failed.size(); ++i) {
+        EXPECT_GE(watched[i] - failed[i], std::chrono::milliseconds(100)) << "the loop spins";
+    }
+}
+
+TEST_F(ControlThreadTest, RestartBetweenTwoTurnsOpensTheNotificationDeviceAnew) {
+    Hold();
+    Online(false);
+    Online(true);
+    Forget();
+    leave_.release();
+    dsp_.WaitForCall("Watch");
+    std::vector<std::string> calls = dsp_.Take();
+    calls.resize(2);
+    EXPECT_THAT(calls, ElementsAre("Unwatch()", "Watch()"))
+            << "reads from a node of the former DSP";
 }
 
 TEST_F(ControlThreadTest, CallbackMayRestartAndUnloadItsModel) {

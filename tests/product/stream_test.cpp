@@ -99,13 +99,21 @@ TEST_F(StreamTest, BadArgumentsAreRefusedBeforeTheDspIsAsked) {
     Check(-EINVAL, stream_->Read(buffer, INT_MIN), "", {read + "size -2147483648"});
     Check(-EINVAL, stream_->Write(buffer, 64));
     Check(-EINVAL, Build(0)->Read(buffer, 64), "", {read + "channel count 0"});
-    Check(-EINVAL, Build(-1)->Read(buffer, 64), "", {read + "channel count -1"});
+    for (const int count : {-1, 3, INT_MAX}) {
+        Check(-EINVAL, Build(count)->Read(buffer, 64), "",
+              {read + "channel count " + std::to_string(count)});
+    }
     Check(64, stream_->Read(buffer, -64));
     EXPECT_EQ(1024, stream_->GetBulkSize());
 
     SoundTriggerDriverOperations orphan(nullptr, 10, 2, true);
     Check(-ENODEV, orphan.Read(buffer, 64));
-    Check(false, orphan.GetPosition(frames, frames) || orphan.Start());
+    Check(false, orphan.GetPosition(frames, frames));
+    Check(false, orphan.Start(), "", {"E DriverOperations: Start: There is no HAL to read from"});
+    SoundTriggerDriverOperationsBuilder nowhere;
+    nowhere.is_internal_force = true;
+    Check(true, nowhere.Build() == nullptr, "",
+          {"E DriverOperations: Build: There is no HAL to force a recognition"});
     EXPECT_EQ(-7, frames) << "touched";
 }
 

@@ -1,4 +1,4 @@
-"""Runs the demo and checks the trace and the report that it writes.
+"""Runs the demo and scenarios, and checks the trace and the report that they write.
 
 usage: run_files_check.py STHAL FOLDER
 
@@ -9,6 +9,7 @@ import collections
 import html.parser
 import json
 import pathlib
+import re
 import shutil
 import subprocess
 import sys
@@ -23,20 +24,46 @@ LANES = [
 ]
 HEADINGS = [
     "What was wrong", "What the microphones heard", "States over time", "Latency of each step",
-    "Calls into the HAL", "The DSP's journal", "The HAL's dump at the end",
+    "Calls into the HAL, and events", "The DSP's journal", "The HAL's dump at the end",
 ]
+# Detections enough for percentiles, one of them by force; a second event that nobody started
+# anew for, since the DSP had restarted; and a hotword that nobody listens to.
+SCENARIO = """\
+speed 16
+load keyphrase hello say "hello brindle cove"
+start hello io 13
+say "hello brindle cove"
+wait event model hello within 6 s
+dsp crash
+dsp online
+say "hello brindle cove"
+wait event model hello within 6 s
+start hello io 13
+force hello
+wait event model hello within 6 s
+start hello io 13
+say "hello brindle cove"
+wait event model hello within 6 s
+stop hello
+say "hello brindle cove"
+wait heard
+dump
+"""
 PHRASE = "hello <brindle> & cove"
 VOID = {"meta", "br", "hr", "link", "img", "input"}
 
 
-def run_demo(sthal, folder, name, *arguments):
+def run_sthal(sthal, folder, name, *arguments):
     trace, report = folder / f"{name}.json", folder / f"{name}.html"
-    run = subprocess.run(
-        [sthal, "demo", "--speed", "8", "--out", folder / name, "--trace", trace,
-         "--report", report, *arguments], stdout=subprocess.PIPE, text=True, check=False)
+    run = subprocess.run([sthal, *arguments, "--out", folder / name, "--trace", trace,
+                          "--report", report], stdout=subprocess.PIPE, text=True, check=False)
     if run.returncode == NO_BOARD:
         sys.exit(NO_BOARD)
     return run, trace, report
+
+
+def run_demo(sthal, folder, name, *arguments):
+    return run_sthal(sthal, folder, name, "demo", "--speed", "8", *arguments)
 
 
 def check_slices(lane, slices):
@@ -53,37 +80,77 @@ def check_slices(lane, slices):
         ends.append(end)
 
 
-def check_trace(path):
+def check_event(event):
+    """An event has what its phase needs, by the format's description; none is left open."""
+    assert event["ph"] in "MXistfC", event
+    assert isinstance(event["name"], str) and event["name"], event
+    assert isinstance(event["pid"], int) and isinstance(event["tid"], int), event
+    assert event["ts"] >= 0, event
+    if event["ph"] == "X":
+        assert event["dur"] >= 0, event
+    elif event["ph"] == "i":
+        assert event["s"] == "t", event
+    elif event["ph"] == "C":
+        assert all(isinstance(value, int) for value in event["args"].values()), event
+    elif event["ph"] in "stf":
+        assert event["bp"] == "e" and event["cat"] and event["id"], event
+
+
+def check_flows(flows, lanes, slices):
+    """Each arrow begins at a record, goes through its callback and ends there or in its audio."""
+    for steps in flows.values():
+        phases = "".join(step[0] for step in steps)
+        assert phases in ("stf", "sf"), steps
+        assert [step[2] for step in steps] == sorted(step[2] for step in steps), steps
+        for (_, place, time), lane in zip(
+                steps, ("node: notification", "callbacks", "capture stream")):
+            assert re.fullmatch(re.escape(lane) + r"( \d+)?", lanes[place]), steps
+            inside = [one for one in slices[place]
+                      if one["ts"] <= time <= one["ts"] + one["dur"]]
+            assert inside, f"no slice at {steps}"
+
+
+def read_trace(path):
+    """Lanes, slices of each, arrows by id, and the samples of each counter."""
     trace = json.loads(path.read_text(encoding="utf-8"))
     lanes, slices = {}, collections.defaultdict(list)
-    flows, counters = {}, collections.defaultdict(list)
+    flows, counters = collections.defaultdict(list), collections.defaultdict(list)
+    latest = collections.defaultdict(float)
     for event in trace["traceEvents"]:
-        assert isinstance(event["name"], str), event
-        assert event["ph"] in "MXistfC", event
-        assert event["ts"] >= 0 and isinstance(event["pid"], int), event
+        check_event(event)
         place = event["pid"], event["tid"]
-        if event["ph"] == "M" and event["name"] == "thread_name":
-            lanes[place] = event["args"]["name"]
-        elif event["ph"] == "X":
+        if event["ph"] == "M":
+            if event["name"] == "thread_name":
+                assert place not in lanes, event
+                lanes[place] = event["args"]["name"]
+            continue
+        track = (event["name"], *place) if event["ph"] == "C" else place
+        assert event["ts"] >= latest[track], f"{event} is out of order in its lane"
+        latest[track] = event["ts"]
+        if event["ph"] == "C":
+            counters[event["name"]].append(event["args"]["frames"])
+            continue
+        assert place in lanes, f"{event} is in a lane without a name"
+        if event["ph"] == "X":
             slices[place].append(event)
         elif event["ph"] in "stf":
-            flows.setdefault(event["id"], {})[event["ph"]] = place, event["ts"]
-        elif event["ph"] == "C":
-            counters[event["name"]].append(event["args"]["frames"])
-    missing = set(LANES) - set(lanes.values())
-    assert not missing, f"no lanes {missing} among {sorted(lanes.values())}"
+            flows[event["id"]].append((event["ph"], place, event["ts"]))
+    assert len(set(lanes.values())) == len(lanes), lanes
     for place, events in slices.items():
         check_slices(lanes[place], events)
-    assert len(flows) == 1, flows
     for steps in flows.values():
-        times = [steps[phase][1] for phase in "stf"]
-        assert times == sorted(times), steps
-        for phase, lane in zip("stf", ("node: notification", "callbacks", "capture stream")):
-            place, time = steps[phase]
-            assert lanes[place] == lane, steps
-            assert any(event["ts"] == time for event in slices[place]), f"no slice at {steps}"
-    assert max(counters["hotword audio ready"]) > 16000, "the DSP kept a second and more"
+        steps.sort(key=lambda step: "stf".index(step[0]))
+    check_flows(flows, lanes, slices)
     assert "derived" in " ".join(trace["otherData"])
+    return lanes, flows, counters
+
+
+def check_detected(path):
+    lanes, flows, counters = read_trace(path)
+    missing = set(LANES) - set(lanes.values())
+    assert not missing, f"no lanes {missing} among {sorted(lanes.values())}"
+    assert [len(steps) for steps in flows.values()] == [3], flows
+    assert max(counters["hotword audio ready"]) > 16000, "the DSP kept a second and more"
 
 
 class Page(html.parser.HTMLParser):
@@ -142,9 +209,11 @@ def main():
 
     run, trace, report = run_demo(sthal, folder, "detected", "--phrase", PHRASE)
     assert run.returncode == 0, run.stdout
-    check_trace(trace)
-    wanted = HEADINGS + [f'"{PHRASE}", spoken', "hotword detected", "captured", "OK: the event",
-                         "caught up with live", "Nothing: no call failed", "command 227 hotword start"]
+    check_detected(trace)
+    wanted = HEADINGS + [
+        f'"{PHRASE}", spoken', "hotword detected", "captured", "OK: the event",
+        "event: phrase event", "caught up with live", "Nothing: no call failed",
+        "command 227 hotword start"]
     check_text(text_of(report.read_text(encoding="utf-8")), wanted)
     if (dom := rendered(report)) is not None:
         check_text(text_of(dom), wanted)
@@ -154,9 +223,27 @@ def main():
         sthal, folder, "missed", "--mic", folder / "detected" / "microphone.wav", "--hotword",
         folder / "detected" / "hotword.wav", "--threshold", "1.0")
     assert run.returncode == 3, run.stdout
-    json.loads(trace.read_text(encoding="utf-8"))
+    read_trace(trace)
     check_text(text_of(report.read_text(encoding="utf-8")),
                ["Below the model's threshold", "no event", "The DSP detected nothing"])
+
+    scenario = folder / "detections.sthal"
+    scenario.write_text(SCENARIO, encoding="utf-8")
+    run, trace, report = run_sthal(sthal, folder, "scenario", "run", scenario)
+    assert run.returncode == 0, run.stdout
+    _, flows, _ = read_trace(trace)
+    assert [len(steps) for steps in flows.values()] == [2] * 4, flows
+    check_text(text_of(report.read_text(encoding="utf-8")),
+               ["detections.sthal held", "Over all detections", "90 %", "was not started",
+                "stopRecognition had ended it", "crashes of the DSP", "Notes",
+                "a second event without a new start, after a restart of the DSP"])
+    assert "note: a second event without a new start" in run.stdout, run.stdout
+
+    # A folder that is not there: the run goes well, its files cannot be written.
+    run = subprocess.run([sthal, "run", scenario, "--out", folder / "scenario", "--report",
+                          folder / "none" / "report.html"], stdout=subprocess.PIPE, text=True,
+                         check=False)
+    assert run.returncode == 1 and "cannot write" in run.stdout, run.stdout
 
 
 if __name__ == "__main__":

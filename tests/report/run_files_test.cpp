@@ -67,6 +67,23 @@ TEST(LedgerTest, PercentilesAreValuesThatWereSeen) {
     EXPECT_EQ(90, statistics[0].p90_ns);
     EXPECT_EQ(99, statistics[0].p99_ns);
     EXPECT_EQ(100, statistics[0].max_ns);
+    EXPECT_EQ(90, StatisticsBetween(detections, Step::kReadable, Step::kCallback)->p90_ns);
+    EXPECT_FALSE(StatisticsBetween(detections, Step::kInstant, Step::kCallback));
+}
+
+TEST(ReportTest, ALongDownloadIsOneRowOfTheJournalAndItsRefusedPieceAnother) {
+    WrittenRun run;
+    for (int64_t ms = 100; ms < 1000; ++ms) {
+        run.Journal(ms, "model-data", "16384 of 16384 bytes taken");
+        run.Command(ms, wire::CMD_AUDIO_INPUT_HOTWORD_WRITE_MODEL, ms == 500 ? -5 : 0,
+                    "command 260 hotword write model");
+    }
+
+    const std::string page = ReportHtml(run.facts);
+
+    EXPECT_THAT(page, HasSubstr("model-data: 401 pieces"));
+    EXPECT_THAT(page, HasSubstr("model-data: 499 pieces"));
+    EXPECT_THAT(page, HasSubstr("<tr class=\"bad\"><td class=\"n\">0.500 s</td>"));
 }
 
 TEST(MarkupTest, HostileTextStaysText) {

@@ -12,8 +12,8 @@
 #include <thread>
 #include <utility>
 
+#include "host/framework_monitor/framework_monitor.h"
 #include "host/virtual_dsp/dsp/sound_model.h"
-#include "tests/contract/framework_monitor.h"
 #include "tests/soak/oracle.h"
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {

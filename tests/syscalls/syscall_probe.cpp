@@ -1,5 +1,6 @@
 // Does a few things with the HAL, each between two calls of getppid(), so that whoever traces this
 // program sees which system calls each of them makes. Run by syscalls_test.py.
+#include <aidl/android/hardware/soundtrigger3/BnSoundTriggerHwCallback.h>
 #include <aidl/android/media/soundtrigger/RecognitionConfig.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -28,18 +29,38 @@ using ::aidl::android::media::soundtrigger::SoundModelType;
 
 constexpr int kIoHandle = 13;
 constexpr unsigned int kBulkBytes = 4096;
+constexpr size_t kModelBytes = 20000;  // Two pieces.
 
-// The name goes into the trace, too, as the text of a write() to nowhere.
-void Between(const std::string& name, const std::function<void()>& work) {
+// Goes into the trace as the text of a write() to nowhere.
+void Note(const std::string& name) {
     (void)!write(-1, name.data(), name.size());
+}
+
+void Between(const std::string& name, const std::function<void()>& work) {
+    Note(name);
     (void)getppid();
     work();
     (void)getppid();
 }
 
+class Callback : public ::aidl::android::hardware::soundtrigger3::BnSoundTriggerHwCallback {
+  public:
+    ndk::ScopedAStatus modelUnloaded(int32_t) override { return ndk::ScopedAStatus::ok(); }
+    ndk::ScopedAStatus phraseRecognitionCallback(
+            int32_t, const ::aidl::android::media::soundtrigger::PhraseRecognitionEvent&) override {
+        Note("detected");
+        return ndk::ScopedAStatus::ok();
+    }
+    ndk::ScopedAStatus recognitionCallback(
+            int32_t, const ::aidl::android::media::soundtrigger::RecognitionEvent&) override {
+        return ndk::ScopedAStatus::ok();
+    }
+};
+
 int Load(soundtrigger::SoundTriggerHal& hal) {
     const std::vector<uint8_t> bytes = virtual_dsp::BuildSoundModel(
-            {virtual_dsp::Engine::kHotword, 0.9F, virtual_dsp::PatternChannel(1 << 30, 1600, 0)});
+            {virtual_dsp::Engine::kHotword, 0.9F, virtual_dsp::PatternChannel(1 << 30, 1600, 0)},
+            kModelBytes);
     SoundModel model;
     model.type = SoundModelType::KEYPHRASE;
     model.vendorUuid = "probe";
@@ -47,7 +68,8 @@ int Load(soundtrigger::SoundTriggerHal& hal) {
     model.data.set(memfd_create("model", MFD_CLOEXEC));
     (void)!pwrite(model.data.get(), bytes.data(), bytes.size(), 0);
     int handle = -1;
-    Between("load", [&] { (void)hal.LoadSoundModel(model, nullptr, &handle); });
+    const auto callback = ndk::SharedRefBase::make<Callback>();
+    Between("load", [&] { (void)hal.LoadSoundModel(model, callback, &handle); });
     return handle;
 }
 
@@ -66,6 +88,8 @@ void Probe() {
     };
     Between("start", start);
     // What the control thread does of it is not of interest; it must not be in the middle of it.
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    (void)hal->ForceRecognitionEvent(handle);
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     Between("stop", [&] { (void)hal->StopRecognition(handle); });
     std::this_thread::sleep_for(std::chrono::milliseconds(50));

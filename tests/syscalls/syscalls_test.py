@@ -9,11 +9,13 @@ import tempfile
 
 COMMAND = ["openat", "write", "poll", "read", "close"]
 EXPECTED = {
-    # The descriptor is looked at and read once; then the pieces and the load command.
-    "load": ["poll", "read", "openat", "write", *COMMAND, "close", *COMMAND],
+    # The descriptor is looked at and read once; then the two pieces and the load command.
+    "load": ["poll", "read", "openat", "write", *COMMAND, "write", *COMMAND, "close", *COMMAND],
     # The command, and one word for the control thread.
     "start": [*COMMAND, "write"],
     "stop": [*COMMAND, "write"],
+    # From the control thread's wake-up to the framework's callback.
+    "detection": ["read"],
     # Besides the audio: the hotword's instant and the clock node.
     "first-read": ["openat", "poll", "read", *COMMAND, "openat", "read", "close", "close"],
     "read": ["openat", "poll", "read", "close"],
@@ -23,6 +25,7 @@ EXPECTED = {
 # Not the job's but its surroundings': the lock, when another thread has it; memory; the log.
 IGNORED = {"futex", "mmap", "munmap", "brk", "madvise", "mprotect", "writev", "gettid", "getpid",
            "clock_gettime"}
+WAITS = {"select", "pselect6"}
 
 
 def trace(probe):
@@ -32,9 +35,16 @@ def trace(probe):
         return run, log.read()
 
 
+def is_counted(call, rest):
+    return call not in IGNORED and "/dev/log" not in rest and not (
+        call == "write" and rest.startswith("(2,"))
+
+
 def steps(log):
-    """Name -> calls of the thread that made the step, in order."""
+    """Name -> calls of the thread that made the step, in order; of a detection, those between the
+    wait and the callback."""
     found = {}
+    awake = {}
     name = pid = None
     inside = False
     for line in log.splitlines():
@@ -44,16 +54,23 @@ def steps(log):
         thread, call, rest = match.groups()
         marker = re.match(r'\(-1, "([\w-]+)"', rest)
         if call == "write" and marker:
-            name, pid = marker.group(1), thread
-        elif thread != pid or "resumed>" in line:
+            if marker.group(1) == "detected":
+                found["detection"] = awake.get(thread)
+            else:
+                name, pid = marker.group(1), thread
+        elif call in WAITS:
+            awake[thread] = []
+        elif "resumed>" in line:
             continue
-        elif call == "getppid":
+        elif thread == pid and call == "getppid":
             inside = not inside
             if inside:
                 found[name] = []
-        elif inside and call not in IGNORED and "/dev/log" not in rest and not (
-                call == "write" and rest.startswith("(2,")):
-            found[name].append("poll" if call == "ppoll" else call)
+        elif is_counted(call, rest):
+            call = "poll" if call == "ppoll" else call
+            awake.setdefault(thread, []).append(call)
+            if thread == pid and inside:
+                found[name].append(call)
     return found
 
 

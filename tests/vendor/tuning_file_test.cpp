@@ -1,3 +1,4 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -114,6 +115,28 @@ TEST(TuningFileTest, DamageIsSeenAndWhatCannotBeSeenIsReadToTheLetter) {
     }
 }
 
+TEST(TuningFileTest, RecordsThatTheDspNeverGetsAreNamedWithTheirPlace) {
+    const std::string good = "param 275 = 1\n";
+    const std::string music = "mode 0\ntype 1\nblock 1\nbytes 01\n";  // Not the sound trigger's.
+    const std::string begin = music + "type 4\nblock 1\n" + good + "block 9\n" + good;
+    const std::string place = "mode 0, sound trigger block 2 (id 9), byte 12: ";
+    EXPECT_THAT(
+            SoundTriggerProblems(FromText(begin + "bytes 13 01 00 00 05 00 00 00 01 00 00 00 00")),
+            ::testing::IsEmpty());
+    const std::pair<std::string, std::string> cases[] = {
+            {"param 276 = 1", "unknown parameter 276"},
+            {"bytes 13 01 00 00", "a record of 4 bytes, which has no value"},
+            {"bytes 13 01 00 00 ff ff ff ff 01 00 00 00",
+             "a value of 4294967295 bytes, where 4 to 4 can be"},
+            {"bytes 13 01 00 00 03 00 00 00 01 00 00 00",
+             "a value of 3 bytes, where 4 to 4 can be"},
+    };
+    for (const auto& [line, problem] : cases) {
+        EXPECT_THAT(SoundTriggerProblems(FromText(begin + line)),
+                    ::testing::ElementsAre(place + problem));
+    }
+}
+
 TEST(TuningFileTest, WrongLineOfTextIsNamed) {
     const std::string block = "mode 0\ntype 4\nblock 1\n";
     const std::pair<std::string, int> cases[] = {
@@ -126,6 +149,7 @@ TEST(TuningFileTest, WrongLineOfTextIsNamed) {
             {"mode 0\ntype 4\nparam 275 = 1", 3},
             {block + "param 275 = 2147483648", 4},
             {block + "param = 1", 4},
+            {block + "param 275 chre-gain = 1", 4},
             {block + "bytes 00 0g", 4},
     };
     for (const auto& [text, line] : cases) {

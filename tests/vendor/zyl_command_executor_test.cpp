@@ -93,6 +93,35 @@ TEST_F(ZylCommandExecutorTest, SilentDspIsNotWaitedForOncePerCommand) {
     EXPECT_GE(steady_clock::now() - answered, ZylCommandExecutor::kReplyTimeout);
 }
 
+TEST_F(ZylCommandExecutorTest, DspThatIsBackIsWaitedForAgain) {
+    const auto exhaust = [this] {
+        for (int command = 0; command < 10; ++command) ASSERT_EQ(-ETIMEDOUT, Execute(""));
+    };
+    const auto execute_with_slow_dsp = [this] {
+        std::thread dsp([this] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+            (void)!write(far_end_, kReply.data(), kReply.size());
+        });
+        const int result = Execute("");
+        dsp.join();
+        return result;
+    };
+    exhaust();
+    // However often it is asked meanwhile: only a wait prolongs the pause.
+    const auto pause_end = steady_clock::now() + ZylCommandExecutor::kSilencePause;
+    while (steady_clock::now() < pause_end) {
+        ASSERT_EQ(-ETIMEDOUT, Execute(""));
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    EXPECT_EQ(0, execute_with_slow_dsp());
+
+    exhaust();
+    executor_->Close();
+    EXPECT_EQ(-EBADF, Execute("")) << "a device that refuses is not silent";
+    ASSERT_EQ(0, executor_->Open());
+    EXPECT_EQ(0, execute_with_slow_dsp());
+}
+
 TEST_F(ZylCommandExecutorTest, LateRepliesDoNotProlongTheWait) {
     std::atomic<bool> done = false;
     std::thread dsp([&] {

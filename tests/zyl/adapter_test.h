@@ -46,7 +46,8 @@ using Lines = LogCapture::Lines;
 
 // A line that the adapter logs.
 inline std::string Line(char severity, const std::string& text) {
-    return std::string(1, severity) + " Sthal::ZylSoundTriggerAdapter: " + text;
+    std::string line{severity};
+    return line.append(" Sthal::ZylSoundTriggerAdapter: ").append(text);
 }
 
 inline constexpr uint32_t kDefaultMode = 0;

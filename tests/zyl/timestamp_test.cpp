@@ -98,6 +98,8 @@ TEST_F(TimestampTest, WithoutBothClocksTheOlderInstantStays) {
             {"100 -200", read_failure},
             {"1 99999999999999999999999", read_failure},
             {"99999999999999999999999 1", read_failure},
+            // Cut off in the second number by a reader that takes no more than two need.
+            {std::string(44, ' ') + "19200000000 999000000000", read_failure},
             {"12 625", {}},                  // No offset.
             {"12 100000000", {}},            // A negative one.
             {"18446744073709551615 1", {}},  // One beyond the hotword.
@@ -111,7 +113,7 @@ TEST_F(TimestampTest, WithoutBothClocksTheOlderInstantStays) {
     SetFaults({"on command reply id=354 times=1 errno=EIO"});
     EXPECT_EQ(known, DateNext());
     EXPECT_THAT(log_.Take(), ElementsAre(Line('E', "ReadHotwordTimestampFromDsp: Error with: -5")));
-    ExpectNear(kBeginningNs + (14 * 100 + 99) * kBlockNs, DateNext());
+    ExpectNear(kBeginningNs + (15 * 100 + 99) * kBlockNs, DateNext());
 }
 
 TEST_F(TimestampTest, OffsetIsDspTimeLessKernelTime) {

@@ -45,7 +45,10 @@ std::string Axis(double seconds) {
         const double at = tick * step;
         char label[32];
         (void)std::snprintf(label, sizeof(label), "%g s", std::round(at * 1000) / 1000);
-        html += "<span style=\"left:" + Percent(at / seconds) + "\">" + label + "</span>";
+        // At the right edge of a narrow page there is room for the mark only.
+        constexpr double kLastLabel = 0.88;
+        html += "<span style=\"left:" + Percent(at / seconds) + "\">" +
+                (at / seconds <= kLastLabel ? label : "") + "</span>";
     }
     return html + "</div>\n";
 }
@@ -162,7 +165,9 @@ std::string StateChart(std::span<const StateSpan> spans, int64_t start_ns, int64
         html += text;
         html += ", " + SecondsText(begin * length / 1e9) + " for ";
         html += DurationText(span.end_ns - span.begin_ns) + "\">";
-        html += text;
+        // In less than this much there is no room for a letter and its dots, even on a wide page.
+        constexpr double kRoomForText = 0.03;
+        if (share >= kRoomForText) html += text;
         html += "</i>";
     }
     return html + "</div></div>\n<div class=\"row\"><div class=\"name\"></div>" +

@@ -5,9 +5,11 @@
 #include <aidl/android/media/soundtrigger/RecognitionMode.h>
 #include <aidl/android/media/soundtrigger/SoundModelType.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
+#include <iterator>
 #include <memory>
 #include <thread>
 #include <utility>
@@ -15,15 +17,16 @@
 
 #include "audio/hal/utils/constants/devices.h"
 #include "audio/hal/utils/constants/usecases.h"
+#include "host/virtual_dsp/board/example_tuning.h"
 #include "host/virtual_dsp/dsp/sound_model.h"
 #include "tools/audio/wav.h"
 #include "tools/audio/waveform.h"
 #include "tools/sthal/capture.h"
 #include "tools/sthal/demo_audio.h"
-#include "tools/sthal/demo_tuning.h"
 #include "tools/sthal/interrupt.h"
 #include "tools/sthal/phone.h"
-#include "tools/sthal/run_files.h"
+#include "tools/sthal/progress.h"
+#include "tools/sthal/terminal.h"
 #include "tools/sthal/verdict.h"
 
 namespace sthal {
@@ -81,10 +84,13 @@ class Demo {
     void Say(Lane lane, const std::string& text) { timeline_.Line(lane, text); }
     bool HasModel() const { return options_.story != Story::kZeroLatency; }
     bool IsAmbient() const { return options_.story == Story::kAmbient; }
+    std::string Sought() const { return IsAmbient() ? "music" : "hotword"; }
 
     const DemoOptions& options_;
     const DemoAudio audio_;
-    Timeline timeline_;
+    Terminal terminal_;
+    Progress progress_{terminal_};
+    Timeline timeline_{[this](std::string_view text) { terminal_.Print(text); }};
     std::unique_ptr<Phone> phone_;
     std::shared_ptr<Playback> playback_;
     std::unique_ptr<Capture> capture_;
@@ -137,8 +143,9 @@ bool Demo::PowerUp() {
             "settings of the phone.");
     PhoneOptions phone_options;
     phone_options.speed = options_.speed;
-    phone_options.tuning_file = DemoTuningFile();
+    phone_options.tuning_file = virtual_dsp::ExampleTuningFile();
     phone_options.verbose = options_.verbose;
+    phone_options.on_model_piece = [this] { progress_.AddModelPiece(); };
     auto phone = Phone::Boot(phone_options, timeline_);
     if (!phone) {
         Say(Lane::kTool, phone.error);
@@ -161,8 +168,10 @@ bool Demo::LoadAndStart() {
     model.threshold = static_cast<float>(Threshold(options_));
     model.pcm_template = audio_.pattern.samples;
     const std::vector<uint8_t> bytes = virtual_dsp::BuildSoundModel(model);
+    progress_.BeginModel(bytes.size());
     handle_ = phone_->Load(IsAmbient() ? SoundModelType::GENERIC : SoundModelType::KEYPHRASE, bytes,
                            IsAmbient() ? "music" : options_.phrase);
+    progress_.End();
     if (!handle_) return false;
 
     RecognitionConfig config;
@@ -196,15 +205,17 @@ void Demo::UndockThePhone() {
 }
 
 void Demo::BeginPlayback() {
-    const char* const what =
+    const std::string what =
             HasModel()
-                    ? "The recording is played into the DSP's microphones. The DSP finds the "
-                      "hotword by itself and writes a detection record; the HAL's control thread "
-                      "wakes up, reads it, moves the client on and calls the framework back."
+                    ? "The recording is played into the DSP's microphones. The DSP finds the " +
+                              Sought() +
+                              " by itself and writes a detection record; the HAL's control thread "
+                              "wakes up, reads it, moves the client on and calls the framework "
+                              "back."
                     : "The recording is played into the DSP's microphones. No model is loaded: "
                       "the HAL makes a client of its own and has the hotword engine deliver "
                       "audio at once.";
-    timeline_.Heading("Somebody speaks", what);
+    timeline_.Heading(IsAmbient() ? "Music plays nearby" : "Somebody speaks", what);
     playback_ = phone_->PlayRecording(audio_.recording);
     char text[80];
     (void)std::snprintf(text, sizeof(text), "playing %.1f s at %g times real time",
@@ -219,18 +230,27 @@ void Demo::RestartDsp() {
     WaitUntilHeard(kBootFrame);
     Say(Lane::kTool, "the DSP is back: the framework has noticed nothing so far");
     phone_->BootDsp();
+    if (audio_.expected && playback_->heard_frames() > audio_.expected->begin) {
+        findings_.problems.emplace_back(
+                "this machine was busy: the hotword had begun when the DSP came back, so nobody "
+                "could "
+                "hear it whole; try again, or with a lower --speed");
+    }
 }
 
 void Demo::WaitUntilHeard(size_t frame) {
     while (playback_->heard_frames() < frame && !playback_->IsFinished() && !Interrupted()) {
+        progress_.ShowPlayback(*playback_);
         std::this_thread::sleep_for(kLookAgain);
     }
+    progress_.End();
 }
 
 bool Demo::AwaitEvent() {
     std::optional<std::chrono::steady_clock::time_point> deadline;
     const auto give_up = [&] {
         if (Interrupted()) return true;
+        progress_.ShowPlayback(*playback_);
         if (!deadline && playback_->IsFinished()) {
             deadline = std::chrono::steady_clock::now() + kLastEventAfter;
         }
@@ -238,6 +258,7 @@ bool Demo::AwaitEvent() {
     };
     const auto event =
             phone_->framework().Wait(std::chrono::steady_clock::time_point::max(), give_up);
+    progress_.End();
     if (!event) return false;
     findings_.event_handle = event->handle;
     findings_.callback_latency_ns = event->entered_ns - phone_->latest_record_ns();
@@ -245,9 +266,17 @@ bool Demo::AwaitEvent() {
 }
 
 bool Demo::OpenCapture() {
-    timeline_.Heading("The framework opens the capture stream",
-                      "The DSP kept what it heard before and since the detection. The stream gets "
-                      "that as fast as it reads, then live audio at the pace of the microphone.");
+    timeline_.Heading(
+            HasModel() ? "The framework opens the capture stream"
+                       : "An app opens a capture stream of its own",
+            std::string(HasModel()
+                                ? "The DSP kept what it heard before and since the detection. The "
+                                  "stream gets that as fast as it reads, then live audio at the "
+                                  "pace of the microphone."
+                                : "The stream gets what the DSP has kept since the recognition "
+                                  "was forced, then live audio at the pace of the microphone.") +
+                    " Each read adds the length of all audio so far to the time stamp, which runs "
+                    "ahead of the clock: the framework's reports are calibrated to that.");
     auto capture = Capture::Open(*phone_, {.io_handle = kIoHandle,
                                            .channels = IsAmbient() ? 1 : options_.channels,
                                            .is_internal_force = !HasModel()});
@@ -279,6 +308,7 @@ void Demo::ReadCapture() {
         wanted = static_cast<size_t>(*options_.capture_seconds * audio::kSampleRateHz);
     }
     while (!Interrupted() && capture_->ReadOnce()) {
+        progress_.ShowPlayback(*playback_);
         if (!wanted) {
             // Up to the end of the recording; where it begins, the first bulk tells.
             size_t lead = 0;
@@ -289,6 +319,7 @@ void Demo::ReadCapture() {
         }
         if (capture_->sound().frames() + capture_->bulk_frames() > *wanted) break;
     }
+    progress_.End();
     capture_->Close();
 }
 
@@ -327,13 +358,13 @@ void Demo::ShowDump(const char* when) {
 }
 
 DemoStatus Demo::Run() {
-    const bool wants_files = !options_.trace_file.empty() || !options_.report_file.empty();
-    if (!wants_files) return Tell();
+    if (!options_.files.AreWanted()) return Tell();
     timeline_.record().Enable("sthal demo: " + Title());
     const DemoStatus status = Tell();
     phone_.reset();  // Where the run broke off: the record is not complete before.
-    const std::string problem =
-            WriteRunFiles(timeline_.record(), options_.trace_file, options_.report_file);
+    progress_.Show("writing the run's files");
+    const std::string problem = WriteRunFiles(timeline_.record(), options_.files);
+    progress_.End();
     if (problem.empty()) return status;
     Say(Lane::kTool, problem);
     return status == DemoStatus::kDelivered ? DemoStatus::kFailed : status;
@@ -342,10 +373,12 @@ DemoStatus Demo::Run() {
 DemoStatus Demo::Tell() {
     timeline_.Heading(
             "A recording and a model are made",
-            "The recording is what the phone's two microphones will hear. The model holds "
-            "the sound of the hotword, and the threshold from which on it counts as "
-            "heard.");
-    if (!WriteInputs() || !PowerUp()) return DemoStatus::kFailed;
+            HasModel() ? "The recording is what the phone's two microphones will hear. The model "
+                         "holds the sound of the " +
+                                 Sought() + ", and the threshold from which on it counts as heard."
+                       : "The recording is what the phone's two microphones will hear.");
+    if (!WriteInputs()) return DemoStatus::kUsage;
+    if (!PowerUp()) return DemoStatus::kFailed;
     ShowDump("after start-up");
     if (HasModel() && !LoadAndStart()) return DemoStatus::kFailed;
     ShowDump("with recognition started");
@@ -366,7 +399,10 @@ DemoStatus Demo::Tell() {
 }
 
 DemoStatus Demo::Conclude() {
-    timeline_.Heading("What came of it", "The event and the audio are held against the recording.");
+    timeline_.Heading("What came of it", HasModel()
+                                                 ? "The event and the audio are held against the "
+                                                   "recording."
+                                                 : "The audio is held against the recording.");
     if (Interrupted()) {
         Say(Lane::kTool, "interrupted: everything was stopped and taken down");
         return DemoStatus::kInterrupted;
@@ -389,6 +425,7 @@ DemoStatus Demo::Conclude() {
         }
         Say(Lane::kTool, findings_.comparison.ToString());
     }
+    std::ranges::move(phone_->BrokenRules(), std::back_inserter(findings_.problems));
     const Verdict verdict = Judge(findings_);
     phone_.reset();
     timeline_.record().SetVerdict(verdict.text);

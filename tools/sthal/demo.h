@@ -3,6 +3,8 @@
 #include <optional>
 #include <string>
 
+#include "tools/sthal/run_files.h"
+
 namespace sthal {
 
 // What a run of the demo ends with, as an exit status.
@@ -33,8 +35,7 @@ struct DemoOptions {
     std::optional<double> capture_seconds;  // To the end of the recording when absent.
     int channels = 2;
     std::string output_folder = "demo-output";
-    std::string trace_file;   // Empty: none.
-    std::string report_file;  // Empty: none.
+    RunFiles files;
     bool dump = false;
     bool verbose = false;
 };

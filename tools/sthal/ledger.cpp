@@ -133,6 +133,16 @@ void FollowCapture(const RunFacts& facts, int64_t until_ns, Detection* detection
     }
 }
 
+// Of at least one time.
+StepStatistics StatisticsOf(Step step, std::vector<int64_t> times) {
+    std::ranges::sort(times);
+    const auto rank = [&](double share) {
+        const double nearest = std::ceil(share * static_cast<double>(times.size()));
+        return times[static_cast<size_t>(std::max(nearest, 1.0)) - 1];
+    };
+    return {step, times.size(), rank(0.5), rank(0.9), rank(0.99), times.back()};
+}
+
 }  // namespace
 
 const char* StepName(Step step) {
@@ -192,15 +202,20 @@ std::vector<StepStatistics> Statistics(std::span<const Detection> detections) {
         for (const Detection& detection : detections) {
             if (const auto took = detection.Took(step)) times.push_back(*took);
         }
-        if (times.empty()) continue;
-        std::ranges::sort(times);
-        const auto rank = [&](double share) {
-            const double nearest = std::ceil(share * static_cast<double>(times.size()));
-            return times[static_cast<size_t>(std::max(nearest, 1.0)) - 1];
-        };
-        all.push_back({step, times.size(), rank(0.5), rank(0.9), rank(0.99), times.back()});
+        if (!times.empty()) all.push_back(StatisticsOf(step, std::move(times)));
     }
     return all;
+}
+
+std::optional<StepStatistics> StatisticsBetween(std::span<const Detection> detections, Step from,
+                                                Step to) {
+    std::vector<int64_t> times;
+    for (const Detection& detection : detections) {
+        if (detection.At(from) == 0 || detection.At(to) == 0) continue;
+        times.push_back(detection.At(to) - detection.At(from));
+    }
+    if (times.empty()) return std::nullopt;
+    return StatisticsOf(to, std::move(times));
 }
 
 }  // namespace sthal

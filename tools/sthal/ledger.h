@@ -54,4 +54,8 @@ struct StepStatistics {
 // Of each step that was taken at least once (nearest-rank percentiles).
 std::vector<StepStatistics> Statistics(std::span<const Detection> detections);
 
+// Of the way from one step to another, over the detections of which both are known.
+std::optional<StepStatistics> StatisticsBetween(std::span<const Detection> detections, Step from,
+                                                Step to);
+
 }  // namespace sthal

@@ -31,7 +31,7 @@ constexpr char kDemoFooter[] =
         "  sthal demo\n"
         "  sthal demo --speed 4 --dump\n"
         "  sthal demo --mic room.wav --hotword ok.wav\n"
-        "  sthal demo --restart";
+        "  sthal demo --restart --report run.html --trace run.json";
 
 // Adds the command; `story` becomes a name of a story, which its flag chooses.
 CLI::App* AddDemo(CLI::App& app, DemoOptions& options) {
@@ -61,27 +61,26 @@ CLI::App* AddDemo(CLI::App& app, DemoOptions& options) {
     demo->add_option("--capture-seconds", options.capture_seconds,
                      "read this much audio (default: to the end of the recording)")
             ->check(CLI::Range(0.1, 600.0));
-    demo->add_option("--channels", options.channels, "channels of the capture stream, 1 or 2")
-            ->capture_default_str()
-            ->check(CLI::Range(1, 2));
+    auto* const channels = demo->add_option("--channels", options.channels,
+                                            "channels of the capture stream, 1 or 2; music has one")
+                                   ->capture_default_str()
+                                   ->check(CLI::Range(1, 2));
     demo->add_option("--out", options.output_folder, "folder for the WAV files")
             ->capture_default_str();
-    demo->add_option("--trace", options.trace_file,
-                     "write what happened when, for Perfetto or chrome://tracing (JSON)");
-    demo->add_option("--report", options.report_file,
-                     "write a page that shows the run, for a browser (HTML)");
+    AddRunFileOptions(*demo, options.files);
     demo->add_flag("--dump", options.dump, "print the HAL's dump at each stage");
     demo->add_flag("-v,--verbose", options.verbose, "print all log lines and all DSP details");
 
     auto* const stories = demo->add_option_group("stories", "instead of a plain hotword");
     const auto add_story = [&](const char* flag, Story story, const char* help) {
-        stories->add_flag_callback(
+        return stories->add_flag_callback(
                 flag, [&options, story] { options.story = story; }, help);
     };
     add_story("--zero-latency", Story::kZeroLatency,
               "capture through internal recognition, without any model");
     add_story("--ambient", Story::kAmbient,
-              "detect music and capture it as the ambient engine does");
+              "detect music and capture it as the ambient engine does")
+            ->excludes(channels);
     add_story("--restart", Story::kRestart, "the DSP crashes in the middle of recognition");
     add_story("--dock", Story::kDock, "dock, music on the loudspeaker, a charger with a fan");
     stories->require_option(0, 1);

@@ -27,9 +27,13 @@ using ::aidl::android::media::soundtrigger::Properties;
 using ::aidl::android::media::soundtrigger::RecognitionConfig;
 using ::aidl::android::media::soundtrigger::SoundModel;
 using ::aidl::android::media::soundtrigger::SoundModelType;
+using soundtrigger::FrameworkMonitor;
 using ::vendor::quarno::brindlecove::audio::hal::audio::router::RoutingGraph;
 using ::vendor::quarno::brindlecove::audio::hal::utils::dumpsys::DumpsysInfo;
 using virtual_dsp::BoottimeNow;
+
+// In a callback, the HAL's lock can be had within this, or the callback holds it.
+constexpr std::chrono::milliseconds kLockDeadline{5000};
 
 constexpr std::chrono::milliseconds kSoundCardDelay{50};
 
@@ -64,18 +68,18 @@ std::string ResultText(int result) {
     return text;
 }
 
-// A record that goes on to the framework, or a piece of a model that nobody wants to see 1000 of.
+// A record that goes on to the framework.
 bool IsDetection(const virtual_dsp::JournalEntry& entry) {
     return entry.source == "detector";
 }
 
-bool IsDetail(const virtual_dsp::JournalEntry& entry) {
-    if (entry.source == "model-data") return true;
-    const uint32_t id = entry.command_id.value_or(0);
-    namespace wire = virtual_dsp::wire;
-    return entry.result == 0 && (id == wire::CMD_AUDIO_INPUT_HOTWORD_WRITE_MODEL ||
-                                 id == wire::CMD_AUDIO_INPUT_AMBIENT_MUSIC_WRITE_MODEL ||
-                                 id == wire::CMD_AUDIO_INPUT_AMBIENT_MUSIC_BREAK_WRITE_MODEL);
+// What is started is started anew with the DSP, whether or not its event has come.
+bool IsNoteOnly(const FrameworkMonitor::Violation& violation) {
+    return violation.rule == FrameworkMonitor::Rule::kSecondEventAfterDspRestart;
+}
+
+std::string BrokenRuleText(const FrameworkMonitor::Violation& violation) {
+    return "the HAL broke a rule of the framework, which would restart it: " + violation.text;
 }
 
 }  // namespace
@@ -104,6 +108,11 @@ audio::Result<std::unique_ptr<Phone>> Phone::Boot(const PhoneOptions& options, T
                                  const char* text) { self->ShowLogLine(severity, tag, text); });
     phone->hal_ = soundtrigger::SoundTriggerHalBuilder::BuildSoundTriggerHal();
     phone->hal_->SetSoundCardState(&phone->sound_card_);
+    phone->monitor_ = std::make_unique<FrameworkMonitor>(
+            std::make_unique<soundtrigger::HalCalls>(phone->hal_.get()), kLockDeadline,
+            [self = phone.get()](const FrameworkMonitor::Violation& violation) {
+                self->ShowBrokenRule(violation);
+            });
     return Booted::Of(std::move(phone));
 }
 
@@ -158,10 +167,28 @@ void Phone::ShowJournal(const virtual_dsp::JournalEntry& entry) {
         RecordFill();
     }
     if (entry.source == "model-data" && options_.on_model_piece) options_.on_model_piece();
-    if (IsDetail(entry) && shown_from_ >= android::base::INFO) return;
+    if (IsModelPiece(entry) && shown_from_ >= android::base::INFO) return;
     const bool names_itself = entry.source == "command";
     timeline_.LineAt(entry.boottime_ns, Lane::kDsp,
                      names_itself ? entry.text : entry.source + ": " + entry.text);
+}
+
+void Phone::ShowBrokenRule(const FrameworkMonitor::Violation& violation) {
+    if (IsNoteOnly(violation)) {
+        timeline_.Line(Lane::kEvent, "note: " + violation.text);
+        record().AddNote(violation.text);
+    } else {
+        timeline_.Line(Lane::kEvent, BrokenRuleText(violation));
+        record().AddProblem(BrokenRuleText(violation));
+    }
+}
+
+std::vector<std::string> Phone::BrokenRules() const {
+    std::vector<std::string> broken;
+    for (const auto& violation : monitor_->violations()) {
+        if (!IsNoteOnly(violation)) broken.push_back(BrokenRuleText(violation));
+    }
+    return broken;
 }
 
 bool Phone::Report(const std::string& call, int result, int64_t started_ns, RecordedCall about) {
@@ -216,11 +243,14 @@ bool Phone::Initialize() {
 }
 
 void Phone::ReportDsp(bool online) {
-    timeline_.Line(Lane::kTool, online ? "the sound card monitor reports: online"
-                                       : "the sound card monitor reports: offline");
+    timeline_.Line(Lane::kTool,
+                   online ? "the sound card monitor reports: OnSoundCardStateChanged(true)"
+                          : "the sound card monitor reports: OnSoundCardStateChanged(false)");
     const CallSpan span(record(),
                         ServiceCall("OnSoundCardStateChanged", online ? "online" : "offline"));
+    if (online) monitor_->BeginDspRestart();
     sound_card_.Report(online);
+    if (online) monitor_->EndDspRestart();
 }
 
 void Phone::CrashDsp() {
@@ -235,7 +265,8 @@ void Phone::BootDsp() {
 
 void Phone::Dock(bool connected) {
     timeline_.Line(Lane::kTool,
-                   connected ? "the phone is put on its dock" : "the phone is taken off its dock");
+                   connected ? "the phone is put on its dock: OnDockChargerConnected(true)"
+                             : "the phone is taken off its dock: OnDockChargerConnected(false)");
     {
         const CallSpan span(record(),
                             ServiceCall("OnDockChargerConnected", connected ? "true" : "false"));
@@ -263,7 +294,8 @@ void Phone::Route(const RoutingGraph& graph) {
     for (const auto& edge : graph.edges) {
         text += (text.empty() ? "" : ", ") + edge.source + " to " + edge.sink;
     }
-    timeline_.Line(Lane::kTool, "routed: " + (text.empty() ? "nothing" : text));
+    timeline_.Line(Lane::kTool,
+                   "routed: " + (text.empty() ? "nothing" : text) + ": OnRoutingGraphChanged");
     const CallSpan span(record(), ServiceCall("OnRoutingGraphChanged", text));
     hal_->OnRoutingGraphChanged(graph);
 }
@@ -277,7 +309,8 @@ void Phone::PlayTracks(std::string_view usecase, std::span<const AudioUsage> usa
         track.usage = usage;
         metadata.tracks.push_back(track);
     }
-    timeline_.Line(Lane::kTool, std::string(usecase) + (text.empty() ? " ends" : text));
+    timeline_.Line(Lane::kTool, std::string(usecase) + (text.empty() ? " ends" : text) +
+                                        ": OnSourceMetadataChanged");
     const CallSpan span(record(),
                         ServiceCall("OnSourceMetadataChanged", std::string(usecase) + text));
     hal_->OnSourceMetadataChanged(usecase, metadata);
@@ -343,10 +376,10 @@ std::optional<int> Phone::Load(SoundModelType type, std::span<const uint8_t> mod
         phrase_model.common = std::move(sound_model);
         phrase_model.phrases.emplace_back().text = name;
         call = "loadPhraseSoundModel \"" + name + "\", ";
-        result = hal_->LoadPhraseSoundModel(phrase_model, framework_, &handle);
+        result = monitor_->LoadPhraseSoundModel(phrase_model, framework_, &handle);
     } else {
         call = "loadSoundModel \"" + name + "\", ";
-        result = hal_->LoadSoundModel(sound_model, framework_, &handle);
+        result = monitor_->LoadSoundModel(sound_model, framework_, &handle);
     }
     call += size;
     if (result != 0) handle = 0;
@@ -360,7 +393,7 @@ std::optional<int> Phone::Load(SoundModelType type, std::span<const uint8_t> mod
 
 bool Phone::Start(int handle, int io_handle, const RecognitionConfig& config) {
     const int64_t started_ns = BoottimeNow();
-    const int result = hal_->StartRecognition(handle, /*device_handle=*/0, io_handle, config);
+    const int result = monitor_->StartRecognition(handle, io_handle, config);
     return Report("startRecognition model " + std::to_string(handle) + ", io handle " +
                           std::to_string(io_handle),
                   result, started_ns,
@@ -372,21 +405,21 @@ bool Phone::Start(int handle, int io_handle, const RecognitionConfig& config) {
 
 bool Phone::Stop(int handle) {
     const int64_t started_ns = BoottimeNow();
-    const int result = hal_->StopRecognition(handle);
+    const int result = monitor_->StopRecognition(handle);
     return Report("stopRecognition model " + std::to_string(handle), result, started_ns,
                   {.kind = RecordedCall::Kind::kStop, .name = {}, .handle = handle});
 }
 
 bool Phone::Unload(int handle) {
     const int64_t started_ns = BoottimeNow();
-    const int result = hal_->UnloadSoundModel(handle);
+    const int result = monitor_->UnloadSoundModel(handle);
     return Report("unloadSoundModel model " + std::to_string(handle), result, started_ns,
                   {.kind = RecordedCall::Kind::kUnload, .name = {}, .handle = handle});
 }
 
 bool Phone::ForceRecognition(int handle) {
     const int64_t started_ns = BoottimeNow();
-    const int result = hal_->ForceRecognitionEvent(handle);
+    const int result = monitor_->ForceRecognitionEvent(handle);
     return Report("forceRecognitionEvent model " + std::to_string(handle), result, started_ns,
                   {.name = {}, .handle = handle});
 }

@@ -18,6 +18,7 @@
 
 #include "audio/hal/aidl/soundtrigger/sound_trigger_hal.h"
 #include "audio/hal/utils/soundcardstate/sound_card_state.h"
+#include "host/framework_monitor/framework_monitor.h"
 #include "host/virtual_dsp/board/board.h"
 #include "tools/audio/sound.h"
 #include "tools/sthal/framework.h"
@@ -98,6 +99,9 @@ class Phone {
     bool ForceRecognition(int handle);
     // What the latest of these calls returned.
     int last_result() const { return last_result_; }
+    // What the HAL did so far that the framework would restart it for, each on one line. A second
+    // event of a model that the HAL restarted with its DSP does not count: it is only told of.
+    std::vector<std::string> BrokenRules() const;
 
     // --- the room ---
     std::shared_ptr<Playback> PlayRecording(const audio::Sound& recording);
@@ -116,6 +120,7 @@ class Phone {
     // Prints a framework call with its result and how long it took, and records it.
     bool Report(const std::string& call, int result, int64_t started_ns, RecordedCall about = {});
     RunRecord& record() { return timeline_.record(); }
+    void ShowBrokenRule(const soundtrigger::FrameworkMonitor::Violation& violation);
     RecordedCall ServiceCall(const char* name, std::string detail = {}) const;
 
     const PhoneOptions options_;
@@ -125,6 +130,7 @@ class Phone {
     ::vendor::quarno::brindlecove::audio::hal::utils::soundcardstate::SoundCardState sound_card_;
     std::shared_ptr<FrameworkCallback> framework_;
     std::unique_ptr<soundtrigger::SoundTriggerHal> hal_;
+    std::unique_ptr<soundtrigger::FrameworkMonitor> monitor_;  // Between framework_ and hal_.
     std::atomic<int64_t> latest_record_ns_{0};
     std::atomic<android::base::LogSeverity> shown_from_;
     int last_result_ = 0;

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "host/virtual_dsp/dsp/dsp.h"
 #include "host/virtual_dsp/dsp/sound_model.h"
 
 namespace sthal {
@@ -34,6 +35,16 @@ size_t RecordedPlayback::FrameAt(int64_t ns) const {
     const auto block = std::ranges::upper_bound(heard_ns, ns);
     const auto frame = static_cast<size_t>(block - heard_ns.begin()) * kBlockFrames;
     return std::min(frame, recording->frames());
+}
+
+bool IsModelPiece(const virtual_dsp::JournalEntry& entry) {
+    namespace wire = virtual_dsp::wire;
+    if (entry.result != 0) return false;
+    if (entry.source == "model-data") return true;
+    const uint32_t id = entry.command_id.value_or(0);
+    return id == wire::CMD_AUDIO_INPUT_HOTWORD_WRITE_MODEL ||
+           id == wire::CMD_AUDIO_INPUT_AMBIENT_MUSIC_WRITE_MODEL ||
+           id == wire::CMD_AUDIO_INPUT_AMBIENT_MUSIC_BREAK_WRITE_MODEL;
 }
 
 void RunRecord::Enable(std::string title) {
@@ -122,6 +133,10 @@ void RunRecord::SetVerdict(std::string text) {
 
 void RunRecord::AddProblem(std::string text) {
     Keep(&RunFacts::problems, std::move(text));
+}
+
+void RunRecord::AddNote(std::string text) {
+    Keep(&RunFacts::notes, std::move(text));
 }
 
 size_t RunRecord::AddStream(RecordedStream stream) {

@@ -106,6 +106,9 @@ struct RecordedPlayback {
     size_t FrameAt(int64_t ns) const;
 };
 
+// Whether an entry only tells of a piece of a model on its way, of which there are many.
+bool IsModelPiece(const virtual_dsp::JournalEntry& entry);
+
 struct RecordedText {
     int64_t ns = 0;
     std::string text{};
@@ -128,6 +131,7 @@ struct RunFacts {
     std::string title{};
     std::string verdict{};                // Empty: the run did not come to its end.
     std::vector<std::string> problems{};  // What was wrong, as far as somebody has noticed.
+    std::vector<std::string> notes{};     // What is worth knowing, and not wrong.
     size_t left_out = 0;                  // Facts beyond what a record keeps.
 };
 
@@ -160,6 +164,7 @@ class RunRecord {
     void AddStep(int64_t ns, std::string_view text);
     void SetVerdict(std::string text);
     void AddProblem(std::string text);
+    void AddNote(std::string text);
 
     // Streams are counted from 0 in the order of their opening.
     size_t AddStream(RecordedStream stream);

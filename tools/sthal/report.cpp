@@ -34,6 +34,15 @@ struct Findings {
     std::vector<MissedHotword> missed;
 };
 
+// Of a table: cells that are HTML already.
+struct Row {
+    int64_t ns = 0;
+    std::string kind{};  // A class of the style sheet.
+    std::string what{};
+    std::string result{};
+    std::string took{};
+};
+
 class Report {
   public:
     explicit Report(const RunFacts& facts) : facts_(facts) {
@@ -50,6 +59,9 @@ class Report {
                 HtmlText(facts_.title) + "</title>\n<style>" + kReportStyle +
                 "</style></head><body>\n";
         WriteOutcome();
+        WriteGlance();
+        WriteList("What was wrong", Problems());
+        if (!facts_.notes.empty()) WriteList("Notes", facts_.notes);
         WriteRecordings();
         html_ += "<h2>States over time</h2>\n" +
                  StateChart(found_.states, facts_.start_ns, facts_.end_ns);
@@ -69,6 +81,8 @@ class Report {
     }
 
     void WriteOutcome();
+    void WriteList(const char* heading, const std::vector<std::string>& lines);
+    void WriteGlance();
     std::vector<std::string> Problems() const;
     void WriteRecordings();
     std::vector<ChartMark> MarksOf(size_t playback) const;
@@ -78,7 +92,9 @@ class Report {
     void WriteLedger();
     void WriteStatistics();
     void WriteCalls();
+    std::vector<Row> CallRows() const;
     void WriteJournal();
+    std::vector<Row> JournalRows() const;
     void WriteDumps();
 
     // Calls `write` with the index of each entry that is shown of so many.
@@ -100,9 +116,13 @@ class Report {
     std::string html_;
 };
 
+// A run of which nobody judges whether it went well has a colour of its own.
+const char* ClassOfVerdict(std::string_view verdict) {
+    if (verdict.starts_with("OK") || verdict.starts_with("NO HOTWORD")) return "verdict good";
+    return verdict.empty() || verdict.starts_with("FAILED") ? "verdict bad" : "verdict";
+}
+
 void Report::WriteOutcome() {
-    const bool is_good =
-            facts_.verdict.starts_with("OK") || facts_.verdict.starts_with("NO HOTWORD");
     std::array<char, 40> date{};
     const std::time_t now = std::time(nullptr);
     std::tm local{};
@@ -113,17 +133,46 @@ void Report::WriteOutcome() {
              At(facts_.end_ns) + " long. Times are seconds of boot time since it began.</p>\n";
     const std::string verdict =
             facts_.verdict.empty() ? "The run did not come to a verdict." : facts_.verdict;
-    html_ += std::string("<p class=\"verdict ") + (is_good ? "good" : "bad") + "\">" +
-             HtmlText(verdict) + "</p>\n<h2>What was wrong</h2>\n";
-    const std::vector<std::string> problems = Problems();
-    if (problems.empty()) {
-        html_ +=
-                "<p>Nothing: no call failed, no hotword was missed, the HAL logged no error.</p>\n";
+    html_ += std::string("<p class=\"") + ClassOfVerdict(facts_.verdict) + "\">" +
+             HtmlText(verdict) + "</p>\n";
+}
+
+void Report::WriteList(const char* heading, const std::vector<std::string>& lines) {
+    html_ += std::string("<h2>") + heading + "</h2>\n";
+    if (lines.empty()) {
+        html_ += "<p>Nothing: no call failed, no hotword was missed, the HAL logged no error and "
+                 "broke no rule of the framework.</p>\n";
         return;
     }
     html_ += "<ul class=\"problems\">";
-    for (const std::string& problem : problems) html_ += "<li>" + HtmlText(problem) + "</li>\n";
+    for (const std::string& line : lines) html_ += "<li>" + HtmlText(line) + "</li>\n";
     html_ += "</ul>\n";
+}
+
+// The run in a few numbers.
+void Report::WriteGlance() {
+    std::vector<std::pair<const char*, std::string>> numbers;
+    const auto count = [](size_t number) { return std::to_string(number); };
+    numbers.emplace_back("hotwords spoken", count(found_.spoken.size()));
+    numbers.emplace_back("detected by the DSP", count(found_.detections.size()));
+    numbers.emplace_back("events at the framework", count(facts_.events.size()));
+    numbers.emplace_back("missed", count(found_.missed.size()));
+    const auto crashes = std::ranges::count_if(facts_.journal, [](const JournalEntry& entry) {
+        return entry.source == "life" && entry.text == "crash";
+    });
+    if (crashes != 0) numbers.emplace_back("crashes of the DSP", std::to_string(crashes));
+    const std::pair<const char*, Step> ways[] = {
+            {"longest from record to callback", Step::kReadable},
+            {"longest from hotword to callback", Step::kInstant}};
+    for (const auto& [name, from] : ways) {
+        const auto way = StatisticsBetween(found_.detections, from, Step::kCallback);
+        if (way) numbers.emplace_back(name, DurationText(way->max_ns));
+    }
+    html_ += "<dl class=\"glance\">";
+    for (const auto& [name, value] : numbers) {
+        html_ += std::string("<div><dt>") + name + "</dt><dd>" + value + "</dd></div>";
+    }
+    html_ += "</dl>\n";
 }
 
 std::vector<std::string> Report::Problems() const {
@@ -251,7 +300,7 @@ void Report::WriteLedger() {
     html_ += "<p class=\"soft\">Each step from the one before it that is known.</p>\n"
              "<table class=\"cards\"><thead><tr><th>Detection</th>";
     for (const Step step : kSteps) html_ += std::string("<th>") + StepName(step) + "</th>";
-    html_ += "</tr></thead><tbody>\n";
+    html_ += "<th>record to callback</th></tr></thead><tbody>\n";
     const size_t shown = std::min(found_.detections.size(), kShownDetections);
     for (size_t i = 0; i < shown; ++i) {
         const Detection& detection = found_.detections[i];
@@ -265,7 +314,9 @@ void Report::WriteLedger() {
             html_ += std::string("<td class=\"n\" data-label=\"") + StepName(step) + "\">" + text +
                      "</td>";
         }
-        html_ += "</tr>\n";
+        const auto whole = StatisticsBetween({&detection, 1}, Step::kReadable, Step::kCallback);
+        html_ += "<td class=\"n\" data-label=\"record to callback\">" +
+                 (whole ? DurationText(whole->max_ns) : "no event") + "</td></tr>\n";
     }
     html_ += "</tbody></table>\n";
     if (shown < found_.detections.size()) {
@@ -280,8 +331,16 @@ void Report::WriteStatistics() {
     html_ += "<h3>Over all detections</h3>\n<table class=\"cards\"><thead><tr><th>Step</th>"
              "<th>count</th><th>median</th><th>90 %</th><th>99 %</th><th>longest</th></tr></thead>"
              "<tbody>\n";
+    std::vector<std::pair<std::string, StepStatistics>> rows;
     for (const StepStatistics& one : Statistics(found_.detections)) {
-        html_ += std::string("<tr><td data-label=\"Step\">") + StepName(one.step) +
+        rows.emplace_back(StepName(one.step), one);
+    }
+    for (const Step from : {Step::kReadable, Step::kInstant}) {
+        const auto way = StatisticsBetween(found_.detections, from, Step::kCallback);
+        if (way) rows.emplace_back(std::string(StepName(from)) + " to callback entered", *way);
+    }
+    for (const auto& [name, one] : rows) {
+        html_ += "<tr><td data-label=\"Step\">" + name +
                  "</td><td class=\"n\" data-label=\"count\">" + std::to_string(one.count) + "</td>";
         const std::pair<const char*, int64_t> columns[] = {{"median", one.p50_ns},
                                                            {"90 %", one.p90_ns},
@@ -296,31 +355,79 @@ void Report::WriteStatistics() {
     html_ += "</tbody></table>\n";
 }
 
+std::vector<Row> Report::CallRows() const {
+    const auto named = [](const std::string& name, const std::string& detail) {
+        return HtmlText(name) + " <span class=\"soft\">" + HtmlText(detail) + "</span>";
+    };
+    std::vector<Row> rows;
+    for (const RecordedCall& call : facts_.calls) {
+        rows.push_back({call.begin_ns, call.result.value_or(0) != 0 ? "bad" : "",
+                        named(call.name, call.detail),
+                        call.result ? std::to_string(*call.result) : "",
+                        DurationText(call.end_ns - call.begin_ns)});
+    }
+    for (const RecordedEvent& event : facts_.events) {
+        rows.push_back({event.entered_ns, "event", named("event:", event.text), "",
+                        DurationText(event.returned_ns - event.entered_ns)});
+    }
+    for (const RecordedStream& stream : facts_.streams) {
+        const bool is_open = stream.error.empty();
+        const std::string where = "io handle " + std::to_string(stream.io_handle) + ", " +
+                                  std::to_string(stream.reads.size()) + " reads";
+        rows.push_back(
+                {stream.begin_ns, is_open ? "capture" : "bad",
+                 named("capture stream", is_open ? where : stream.error), "",
+                 stream.closed_ns == 0 ? "" : DurationText(stream.closed_ns - stream.begin_ns)});
+    }
+    std::ranges::stable_sort(rows, {}, &Row::ns);
+    return rows;
+}
+
 void Report::WriteCalls() {
-    html_ += "<h2>Calls into the HAL</h2>\n<table><thead><tr><th>At</th><th>Call</th>"
+    const std::vector<Row> rows = CallRows();
+    html_ += "<h2>Calls into the HAL, and events</h2>\n<table><thead><tr><th>At</th><th>Call</th>"
              "<th>Result</th><th>Took</th></tr></thead><tbody>\n";
-    WriteRows(facts_.calls.size(), 4, [&](size_t i) {
-        const RecordedCall& call = facts_.calls[i];
-        const bool failed = call.result.value_or(0) != 0;
-        html_ += std::string("<tr") + (failed ? " class=\"bad\"" : "") + "><td class=\"n\">" +
-                 At(call.begin_ns) + "</td><td>" + HtmlText(call.name) + " <span class=\"soft\">" +
-                 HtmlText(call.detail) + "</span></td><td class=\"n\">" +
-                 (call.result ? std::to_string(*call.result) : "") + "</td><td class=\"n\">" +
-                 DurationText(call.end_ns - call.begin_ns) + "</td></tr>\n";
+    WriteRows(rows.size(), 4, [&](size_t i) {
+        const Row& row = rows[i];
+        html_ += "<tr class=\"" + row.kind + "\"><td class=\"n\">" + At(row.ns) + "</td><td>" +
+                 row.what + "</td><td class=\"n\">" + row.result + "</td><td class=\"n\">" +
+                 row.took + "</td></tr>\n";
     });
     html_ += "</tbody></table>\n";
 }
 
+// The pieces of a model are one row.
+std::vector<Row> Report::JournalRows() const {
+    std::vector<Row> rows;
+    size_t pieces = 0;
+    for (const JournalEntry& entry : facts_.journal) {
+        if (IsModelPiece(entry)) {
+            if (pieces == 0) rows.push_back({.ns = entry.boottime_ns});
+            pieces += entry.source == "model-data" ? 1 : 0;
+            rows.back().what = "model-data: " + std::to_string(pieces) +
+                               (pieces == 1 ? " piece" : " pieces") +
+                               " of a model taken, each with its command";
+            continue;
+        }
+        pieces = 0;
+        const std::string text =
+                entry.source == "command" ? entry.text : entry.source + ": " + entry.text;
+        std::string kind = entry.result != 0 ? "bad" : "";
+        if (entry.source == "detector") kind = "event";
+        if (entry.source == "life") kind = "life";
+        rows.push_back({.ns = entry.boottime_ns, .kind = kind, .what = HtmlText(text)});
+    }
+    return rows;
+}
+
 void Report::WriteJournal() {
+    const std::vector<Row> rows = JournalRows();
     html_ += "<h2>The DSP's journal</h2>\n<table><thead><tr><th>At</th><th>Entry</th></tr></thead>"
              "<tbody>\n";
-    WriteRows(facts_.journal.size(), 2, [&](size_t i) {
-        const JournalEntry& entry = facts_.journal[i];
-        const bool names_itself = entry.source == "command";
-        html_ += std::string("<tr") + (entry.result != 0 ? " class=\"bad\"" : "") +
-                 "><td class=\"n\">" + At(entry.boottime_ns) + "</td><td>" +
-                 HtmlText(names_itself ? entry.text : entry.source + ": " + entry.text) +
-                 "</td></tr>\n";
+    WriteRows(rows.size(), 2, [&](size_t i) {
+        const Row& row = rows[i];
+        html_ += "<tr class=\"" + row.kind + "\"><td class=\"n\">" + At(row.ns) + "</td><td>" +
+                 row.what + "</td></tr>\n";
     });
     html_ += "</tbody></table>\n";
 }

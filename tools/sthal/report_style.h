@@ -7,11 +7,12 @@ inline constexpr char kReportStyle[] = R"css(
 :root { color-scheme: light dark; --page: #fff; --ink: #1c2026; --soft: #5b6470; --line: #d8dde3;
   --panel: #f4f6f8; --wave: #7b8794; --spoken: #2f6fde; --detected: #c2410c; --captured: #15803d;
   --bad: #c62828; --good: #15803d; --listening: #9cc2f5; --active: #86d19e; --internal: #d9b8f0;
-  --quiet: #dfe3e8; --barink: #16202b; }
+  --quiet: #dfe3e8; --barink: #16202b; --badink: #fff; }
 @media (prefers-color-scheme: dark) { :root { --page: #14171b; --ink: #e6e9ed; --soft: #9aa4b0;
   --line: #333b44; --panel: #1d2228; --wave: #8793a1; --spoken: #6ea2ff; --detected: #fb923c;
   --captured: #4ade80; --bad: #ff7b72; --good: #4ade80; --listening: #5b8fd0; --active: #4fa96b;
-  --internal: #a07fbd; --quiet: #7f8b99; --barink: #0c1116; } }
+  --internal: #a07fbd; --quiet: #7f8b99; --barink: #0c1116;
+  --badink: #0c1116; } }
 * { box-sizing: border-box; }
 body { margin: 0 auto; max-width: 1120px; padding: 1rem; background: var(--page);
   color: var(--ink); font: 16px/1.5 system-ui, "DejaVu Sans", sans-serif; }
@@ -24,6 +25,11 @@ p { margin: .4rem 0; }
   overflow-wrap: anywhere; }
 .verdict.good { border-color: var(--good); }
 .verdict.bad { border-color: var(--bad); }
+.glance { display: grid; grid-template-columns: repeat(auto-fill, minmax(9.5rem, 1fr));
+  gap: .6rem 1.2rem; margin: 1.2rem 0; }
+.glance div { display: flex; flex-direction: column-reverse; justify-content: flex-end; }
+.glance dt { color: var(--soft); font-size: .85rem; }
+.glance dd { margin: 0; font-size: 1.35rem; font-variant-numeric: tabular-nums; }
 .problems li { margin: .3rem 0; overflow-wrap: anywhere; }
 .wave { position: relative; height: 150px; background: var(--panel); overflow: hidden; }
 .wave svg { display: block; width: 100%; height: 100%; }
@@ -48,22 +54,26 @@ p { margin: .4rem 0; }
 .row .name { font-size: .88rem; align-self: center; overflow-wrap: anywhere; }
 .bar { position: relative; height: 1.7rem; background: var(--panel); overflow: hidden; }
 .bar i { position: absolute; top: 0; bottom: 0; min-width: 1px; overflow: hidden;
-  white-space: nowrap; font: .75rem/1.7rem system-ui, "DejaVu Sans", sans-serif;
+  white-space: nowrap; text-overflow: ellipsis; font: .75rem/1.7rem system-ui, "DejaVu Sans", sans-serif;
   color: var(--barink); text-indent: .3rem; border-left: 1px solid var(--page); }
 .bar .quiet { background: var(--quiet); } .bar .listening { background: var(--listening); }
 .bar .active { background: var(--active); } .bar .internal { background: var(--internal); }
-.bar .bad { background: var(--bad); }
+.bar .bad { background: var(--bad); color: var(--badink); min-width: 3px; z-index: 1; }
 table { border-collapse: collapse; width: 100%; font-size: .9rem; }
 th, td { text-align: left; vertical-align: top; padding: .25rem .6rem .25rem 0;
   border-bottom: 1px solid var(--line); overflow-wrap: anywhere; }
 th { color: var(--soft); font-weight: 600; overflow-wrap: normal; }
 td[data-label="Detection"], .n { white-space: nowrap; font-variant-numeric: tabular-nums; }
 tr.bad td { color: var(--bad); }
+tr.event td { background: color-mix(in srgb, var(--detected) 14%, transparent); }
+tr.capture td { background: color-mix(in srgb, var(--captured) 12%, transparent); }
+tr.life td { background: color-mix(in srgb, var(--bad) 12%, transparent); }
 pre { background: var(--panel); padding: .6rem; font-size: .82rem; white-space: pre-wrap;
   overflow-wrap: anywhere; margin: .4rem 0; }
 summary { cursor: pointer; }
 @media (max-width: 640px) {
   body { padding: .7rem; }
+  table { font-size: .82rem; }
   .row { grid-template-columns: 1fr; gap: 0; }
   .row .name:empty { display: none; }
   .cards thead { display: none; }
@@ -77,7 +87,7 @@ summary { cursor: pointer; }
   :root { color-scheme: light; --page: #fff; --ink: #000; --soft: #444; --line: #bbb;
     --panel: #f3f3f3; --wave: #777; --spoken: #2f6fde; --detected: #c2410c; --captured: #15803d;
     --bad: #c62828; --good: #15803d; --listening: #9cc2f5; --active: #86d19e;
-    --internal: #d9b8f0; --quiet: #dfe3e8; --barink: #000; }
+    --internal: #d9b8f0; --quiet: #dfe3e8; --barink: #000; --badink: #fff; }
   * { print-color-adjust: exact; -webkit-print-color-adjust: exact; }
   body { max-width: none; padding: 0; font-size: 10.5pt; }
   h2, h3, h2 + p, thead { break-after: avoid; }

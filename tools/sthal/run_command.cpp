@@ -35,6 +35,7 @@ RunCommand::RunCommand(CLI::App& app) {
             ->check(CLI::Range(0.1, 16.0));
     run->add_option("--seed", seed_, "of noise and faults, instead of the scenario's");
     run->add_option("--out", output_folder_, "folder for the WAV files")->capture_default_str();
+    AddRunFileOptions(*run, files_);
     run->callback([this] { is_chosen_ = true; });
 }
 
@@ -49,34 +50,36 @@ int RunCommand::Run() const {
     options.seed = seed_.value_or(scenario->seed.value_or(1));
     options.output_folder = output_folder_;
     options.is_interrupted = Interrupted;
+    if (files_.AreWanted()) options.title = "sthal run " + file_;
     Terminal terminal;
-    Outcome outcome;
-    {
-        const auto session = Session::Begin(options, terminal);
-        if (!session) {
-            std::cerr << "sthal run: " << session.error << '\n';
-            return kNotHeld;
-        }
-        outcome = RunScenario(*scenario, **session.value);
+    const auto session = Session::Begin(options, terminal);
+    if (!session) {
+        std::cerr << "sthal run: " << session.error << '\n';
+        return kNotHeld;
     }
-    std::ostringstream last_line;
-    int status = kHeld;
+    Outcome outcome = RunScenario(*scenario, **session.value);
+    const auto broken = (*session.value)->phone().BrokenRules();
+    if (outcome.ok() && !broken.empty()) outcome = Outcome::Failed(broken.front());
+    const std::string verdict = VerdictOf(outcome);
+    const std::string problem = (*session.value)->End(verdict, files_);
+    std::ostringstream last_lines;
+    if (!problem.empty()) last_lines << "sthal run: " << problem << '\n';
+    last_lines << verdict << " (seed " << options.seed << ", speed " << options.speed << ")\n";
+    terminal.Print(last_lines.str());
+    if (outcome.kind == Outcome::Kind::kInterrupted) return kInterrupted;
+    return outcome.ok() && problem.empty() ? kHeld : kNotHeld;
+}
+
+std::string RunCommand::VerdictOf(const Outcome& outcome) const {
     switch (outcome.kind) {
         case Outcome::Kind::kDone:
-            last_line << "OK: " << file_ << " held";
-            break;
+            return "OK: " + file_ + " held";
         case Outcome::Kind::kFailed:
-            last_line << "FAILED: " << outcome.text;
-            status = kNotHeld;
-            break;
+            return "FAILED: " + outcome.text;
         case Outcome::Kind::kInterrupted:
-            last_line << "interrupted: everything was stopped and taken down";
-            status = kInterrupted;
             break;
     }
-    last_line << " (seed " << options.seed << ", speed " << options.speed << ")\n";
-    terminal.Print(last_line.str());
-    return status;
+    return "interrupted: everything was stopped and taken down";
 }
 
 }  // namespace sthal

@@ -3,9 +3,8 @@
 #include <optional>
 #include <string>
 
-namespace CLI {
-class App;
-}
+#include "tools/sthal/run_files.h"
+#include "tools/sthal/session.h"
 
 namespace sthal {
 
@@ -20,11 +19,14 @@ class RunCommand {
     int Run() const;
 
   private:
+    std::string VerdictOf(const Outcome& outcome) const;
+
     bool is_chosen_ = false;
     std::string file_;
     std::optional<double> speed_;
     std::optional<uint32_t> seed_;
     std::string output_folder_ = ".";
+    RunFiles files_;
 };
 
 }  // namespace sthal

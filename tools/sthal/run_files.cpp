@@ -1,5 +1,7 @@
 #include "tools/sthal/run_files.h"
 
+#include <CLI/CLI.hpp>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -26,14 +28,20 @@ std::string WriteFile(const std::string& path, const std::string& contents) {
 
 }  // namespace
 
-std::string WriteRunFiles(const RunRecord& record, const std::string& trace_path,
-                          const std::string& report_path) {
-    if (trace_path.empty() && report_path.empty()) return {};
+void AddRunFileOptions(CLI::App& command, RunFiles& files) {
+    command.add_option("--trace", files.trace,
+                       "write what happened when, for Perfetto or chrome://tracing (JSON)");
+    command.add_option("--report", files.report,
+                       "write a page that shows the run, for a browser (HTML)");
+}
+
+std::string WriteRunFiles(const RunRecord& record, const RunFiles& files) {
+    if (!files.AreWanted()) return {};
     const RunFacts facts = record.Snapshot();
     std::string problem;
-    if (!trace_path.empty()) problem = WriteFile(trace_path, TraceJson(facts));
-    if (!report_path.empty()) {
-        const std::string another = WriteFile(report_path, ReportHtml(facts));
+    if (!files.trace.empty()) problem = WriteFile(files.trace, TraceJson(facts));
+    if (!files.report.empty()) {
+        const std::string another = WriteFile(files.report, ReportHtml(facts));
         if (problem.empty()) problem = another;
     }
     return problem;

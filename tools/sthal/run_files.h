@@ -4,15 +4,29 @@
 
 #include "tools/sthal/record.h"
 
+namespace CLI {
+class App;
+}
+
 namespace sthal {
 
+// The files that a run leaves; an empty path leaves one out.
+struct RunFiles {
+    std::string trace;   // For Perfetto.
+    std::string report;  // For a browser.
+
+    bool AreWanted() const { return !trace.empty() || !report.empty(); }
+};
+
+// Adds --trace and --report to a command.
+void AddRunFileOptions(CLI::App& command, RunFiles& files);
+
 /**
- * Writes what a run has recorded: a trace for Perfetto, and a page that shows the run. An empty
- * path leaves that file out. The record must have been enabled before the run.
+ * Writes what a run has recorded: a trace, and a page that shows the run. The record must have been
+ * enabled before the run.
  *
  * @return What is wrong with a file and what can be done, or nothing.
  */
-std::string WriteRunFiles(const RunRecord& record, const std::string& trace_path,
-                          const std::string& report_path);
+std::string WriteRunFiles(const RunRecord& record, const RunFiles& files);
 
 }  // namespace sthal

@@ -9,9 +9,9 @@
 #include <thread>
 #include <utility>
 
+#include "host/virtual_dsp/board/example_tuning.h"
 #include "host/virtual_dsp/board/fault_text.h"
 #include "host/virtual_dsp/dsp/sound_model.h"
-#include "tools/sthal/demo_tuning.h"
 
 namespace sthal {
 
@@ -26,18 +26,8 @@ constexpr std::chrono::milliseconds kLookAgain{5};
 constexpr std::chrono::seconds kOnItsWay{1};
 constexpr size_t kKeptLogLines = 2000;
 
-// Below these, nobody gets to see progress.
-constexpr size_t kPiecesWorthProgress = 64;
-constexpr size_t kFramesWorthProgress = 2 * audio::kSampleRateHz;
-
 size_t FramesOf(double seconds) {
     return static_cast<size_t>(seconds * audio::kSampleRateHz);
-}
-
-std::string ProgressText(const char* what, double done, double total, const char* unit) {
-    char text[96];
-    (void)std::snprintf(text, sizeof(text), "    %s: %.1f of %.1f %s", what, done, total, unit);
-    return text;
 }
 
 }  // namespace
@@ -52,24 +42,17 @@ audio::Result<std::unique_ptr<Session>> Session::Begin(const SessionOptions& opt
         return Begun::Error("cannot make the folder " + options.output_folder + ": " +
                             error.message() + "; choose another one with --out");
     }
+    if (!options.title.empty()) session->timeline_.record().Enable(options.title);
     PhoneOptions phone_options;
     phone_options.speed = options.speed;
-    phone_options.tuning_file = DemoTuningFile();
+    phone_options.tuning_file = virtual_dsp::ExampleTuningFile();
     phone_options.noise_seed = options.seed;
     phone_options.on_log = [self = session.get()](std::string_view line) {
         std::lock_guard lock(self->log_lock_);
         self->log_.emplace_back(line);
         if (self->log_.size() > kKeptLogLines) self->log_.pop_front();
     };
-    phone_options.on_model_piece = [self = session.get()] {
-        const size_t pieces = ++self->model_pieces_;
-        const size_t wanted = self->model_pieces_wanted_;
-        if (wanted < kPiecesWorthProgress) return;
-        constexpr double kPiecesOfMegabyte = 64;
-        self->terminal_.ShowProgress(
-                ProgressText("loading", static_cast<double>(pieces) / kPiecesOfMegabyte,
-                             static_cast<double>(wanted) / kPiecesOfMegabyte, "MiB"));
-    };
+    phone_options.on_model_piece = [self = session.get()] { self->progress_.AddModelPiece(); };
     auto phone = Phone::Boot(phone_options, session->timeline_);
     if (!phone) return Begun::Error(phone.error);
     session->phone_ = std::move(*phone.value);
@@ -85,6 +68,17 @@ Session::Session(const SessionOptions& options, Terminal& terminal)
       timeline_([&terminal](std::string_view text) { terminal.Print(text); }) {}
 
 Session::~Session() = default;
+
+std::string Session::End(const std::string& verdict, const RunFiles& files) {
+    capture_.reset();
+    phone_.reset();
+    if (!files.AreWanted()) return {};
+    timeline_.record().SetVerdict(verdict);
+    progress_.Show("writing the run's files");
+    std::string problem = WriteRunFiles(timeline_.record(), files);
+    progress_.End();
+    return problem;
+}
 
 // --- models ---
 
@@ -113,13 +107,11 @@ Outcome Session::Load(const LoadRequest& request) {
     model.threshold = static_cast<float>(request.threshold);
     model.pcm_template = request.pattern.samples;
     const std::vector<uint8_t> bytes = virtual_dsp::BuildSoundModel(model, request.total_bytes);
-    constexpr size_t kPieceBytes = 16384;
-    model_pieces_ = 0;
-    model_pieces_wanted_ = (bytes.size() + kPieceBytes - 1) / kPieceBytes;
+    progress_.BeginModel(bytes.size());
     const auto handle =
             phone_->Load(request.is_generic ? SoundModelType::GENERIC : SoundModelType::KEYPHRASE,
                          bytes, request.name);
-    terminal_.EndProgress();
+    progress_.End();
     if (handle) {
         models_[request.name] = {.handle = *handle,
                                  .is_generic = request.is_generic,
@@ -170,13 +162,6 @@ Outcome Session::Play(const audio::Sound& recording) {
     return {};
 }
 
-void Session::ShowPlaybackProgress() {
-    if (playback_ == nullptr || playback_->IsFinished()) return;
-    if (playback_->frames() < kFramesWorthProgress) return;
-    terminal_.ShowProgress(ProgressText("playing", audio::Seconds(playback_->heard_frames()),
-                                        audio::Seconds(playback_->frames()), "s"));
-}
-
 bool Session::WaitUntil(const std::function<bool()>& done, double seconds, bool exactly) {
     const virtual_dsp::Microphone& microphone = phone_->board().microphone();
     const uint64_t end = microphone.Position() + FramesOf(seconds);
@@ -188,10 +173,10 @@ bool Session::WaitUntil(const std::function<bool()>& done, double seconds, bool 
             if (!exactly) *deadline += kOnItsWay;
         }
         if (deadline && steady_clock::now() >= *deadline) break;
-        ShowPlaybackProgress();
+        if (playback_ != nullptr) progress_.ShowPlayback(*playback_);
         std::this_thread::sleep_for(kLookAgain);
     }
-    terminal_.EndProgress();
+    progress_.End();
     return is_done;
 }
 

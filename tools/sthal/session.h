@@ -15,6 +15,8 @@
 #include "tools/audio/sound.h"
 #include "tools/sthal/capture_job.h"
 #include "tools/sthal/phone.h"
+#include "tools/sthal/progress.h"
+#include "tools/sthal/run_files.h"
 #include "tools/sthal/terminal.h"
 
 namespace sthal {
@@ -23,6 +25,7 @@ struct SessionOptions {
     double speed = 1.0;
     uint32_t seed = 1;  // Of the noise in the room and of the faults.
     std::string output_folder = ".";
+    std::string title{};                   // Of the run's files; empty: none will be written.
     std::function<bool()> is_interrupted;  // Asked while something is waited for.
 };
 
@@ -68,6 +71,10 @@ class Session {
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
+    // Ends the phone, which no other operation may follow, and writes the run's files. Returns what
+    // is wrong with them, or nothing.
+    std::string End(const std::string& verdict, const RunFiles& files);
+
     Phone& phone() { return *phone_; }
     Terminal& terminal() { return terminal_; }
     const SessionOptions& options() const { return options_; }
@@ -82,6 +89,7 @@ class Session {
     Model* FindModel(const std::string& name);
     Outcome Load(const LoadRequest& request);
     Outcome Unload(const std::string& name);
+    Outcome ReadProperties() { return Returned(phone_->ReadProperties()); }
     Outcome Start(const std::string& name,
                   const ::aidl::android::media::soundtrigger::RecognitionConfig& config,
                   int io_handle);
@@ -129,15 +137,13 @@ class Session {
   private:
     Session(const SessionOptions& options, Terminal& terminal);
     Outcome Returned(bool succeeded);
-    void ShowPlaybackProgress();
 
     const SessionOptions options_;
     Terminal& terminal_;
+    Progress progress_{terminal_};
     Timeline timeline_;
     std::mutex log_lock_;
     std::deque<std::string> log_;  // Under log_lock_; the latest lines.
-    std::atomic<size_t> model_pieces_{0};
-    std::atomic<size_t> model_pieces_wanted_{0};
 
     std::map<std::string, Model> models_;
     std::map<std::string, std::string> routes_;

@@ -32,6 +32,7 @@ ShellCommand::ShellCommand(CLI::App& app) {
             ->check(CLI::Range(0.1, 16.0));
     shell->add_option("--seed", seed_, "of noise and faults")->capture_default_str();
     shell->add_option("--out", output_folder_, "folder for the WAV files")->capture_default_str();
+    AddRunFileOptions(*shell, files_);
     shell->callback([this] { is_chosen_ = true; });
 }
 
@@ -45,6 +46,7 @@ int ShellCommand::Run() const {
     options.seed = seed_;
     options.output_folder = output_folder_;
     options.is_interrupted = Shell::WasInterrupted;
+    if (files_.AreWanted()) options.title = "sthal shell";
     Shell::CatchInterrupts();
     Terminal terminal;
     const auto session = Session::Begin(options, terminal);
@@ -53,8 +55,13 @@ int ShellCommand::Run() const {
         return kFailed;
     }
     const bool is_good = Shell(**session.value).Run();
+    const auto broken = (*session.value)->phone().BrokenRules();
+    std::string verdict = is_good ? "The session was ended." : "FAILED: a line was not carried out";
+    if (!broken.empty()) verdict = "FAILED: " + broken.front();
+    const std::string problem = (*session.value)->End(verdict, files_);
+    if (!problem.empty()) std::cerr << "sthal shell: " << problem << '\n';
     if (Interrupted()) return kInterrupted;
-    return is_good ? 0 : kFailed;
+    return is_good && broken.empty() && problem.empty() ? 0 : kFailed;
 }
 
 }  // namespace sthal

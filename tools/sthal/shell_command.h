@@ -3,9 +3,7 @@
 #include <cstdint>
 #include <string>
 
-namespace CLI {
-class App;
-}
+#include "tools/sthal/run_files.h"
 
 namespace sthal {
 
@@ -18,7 +16,7 @@ class ShellCommand {
     // Whether no board is needed, since only the verbs are asked for.
     bool WantsHelpOnly() const { return wants_verbs_; }
     // To be called on the board, unless it is for help. The exit status: 0; 1 when a line that did
-    // not come from a terminal failed; 130 interrupted.
+    // not come from a terminal failed, or the HAL broke a rule; 130 interrupted.
     int Run() const;
 
   private:
@@ -27,6 +25,7 @@ class ShellCommand {
     double speed_ = 1.0;
     uint32_t seed_ = 1;
     std::string output_folder_ = ".";
+    RunFiles files_;
 };
 
 }  // namespace sthal

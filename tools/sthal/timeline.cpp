@@ -1,5 +1,6 @@
 #include "tools/sthal/timeline.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <sstream>
 #include <utility>
@@ -78,8 +79,9 @@ void Timeline::Block(std::string_view text) {
     std::istringstream lines{std::string(text)};
     std::string block;
     for (std::string line; std::getline(lines, line);) {
-        // Only lines that do not fit lose their own blanks.
-        block += line.size() <= kColumns ? kBlockIndent + line + '\n' : Wrapped(line, kBlockIndent);
+        const size_t blanks = std::min(line.find_first_not_of(' '), line.size());
+        block += line.size() <= kColumns ? kBlockIndent + line + '\n'
+                                         : Wrapped(line, kBlockIndent + std::string(blanks, ' '));
     }
     Print(block);
 }

@@ -22,7 +22,12 @@ constexpr char kLockLane[] = "HAL lock (derived)";
 constexpr char kControlLane[] = "control thread";
 constexpr char kStreamLane[] = "capture stream";
 constexpr char kCallbackLane[] = "callbacks";
+constexpr char kFrameworkLane[] = "framework calls";
 constexpr char kNotificationNode[] = "node: notification";
+
+constexpr std::string_view kFirstLanes[] = {
+        "steps",     kFrameworkLane, kCallbackLane, "audio service", kLockLane,        kControlLane,
+        kStreamLane, "DSP",          "microphone",  "detector",      kNotificationNode};
 
 // A lane's place in the viewer: the process's number and its name.
 enum class Group { kAbove = 1, kHal = 2, kClients = 3, kDsp = 4 };
@@ -31,8 +36,15 @@ struct LaneKey {
     Group group = Group::kHal;
     std::string name;
 
+    // From the top of the viewer to the bottom.
     bool operator<(const LaneKey& other) const {
-        return std::tie(group, name) < std::tie(other.group, other.name);
+        return std::tuple(group, Rank(), name) < std::tuple(other.group, other.Rank(), other.name);
+    }
+
+  private:
+    // Those that a person looks at first; the others follow by name.
+    ptrdiff_t Rank() const {
+        return std::ranges::find(kFirstLanes, name) - std::begin(kFirstLanes);
     }
 };
 
@@ -73,8 +85,8 @@ class TraceWriter {
         WriteGroup(Group::kHal, "sound trigger HAL");
         WriteGroup(Group::kClients, "HAL clients");
         WriteGroup(Group::kDsp, "DSP");
-        int thread = 0;
-        for (auto& [lane, events] : lanes_) WriteLane(lane, std::move(events), &thread);
+        thread_ = 0;
+        for (auto& [lane, events] : lanes_) WriteLane(lane, std::move(events));
         for (const auto& [name, samples] : counters_) {
             for (const auto& [ns, frames] : samples) WriteCounter(name, ns, frames);
         }
@@ -104,7 +116,7 @@ class TraceWriter {
         text_ += ",\"args\":{\"sort_index\":" + std::to_string(static_cast<int>(group)) + "}}";
     }
 
-    void WriteLane(const LaneKey& lane, std::vector<Event> events, int* thread) {
+    void WriteLane(const LaneKey& lane, std::vector<Event> events) {
         // What holds another one comes first, and an arrow after the slice that it is tied to.
         std::ranges::stable_sort(events, [](const Event& a, const Event& b) {
             const auto place = [](const Event& event) {
@@ -113,11 +125,13 @@ class TraceWriter {
             return place(a) < place(b);
         });
         for (int row = 1; !events.empty(); ++row) {
-            ++*thread;
-            Begin("M", "thread_name", start_ns_, lane.group, *thread);
+            ++thread_;
+            Begin("M", "thread_name", start_ns_, lane.group, thread_);
             const std::string suffix = row == 1 ? "" : " " + std::to_string(row);
             text_ += ",\"args\":{\"name\":" + JsonText(lane.name + suffix) + "}}";
-            events = WriteRow(lane.group, events, *thread);
+            Begin("M", "thread_sort_index", start_ns_, lane.group, thread_);
+            text_ += ",\"args\":{\"sort_index\":" + std::to_string(thread_) + "}}";
+            events = WriteRow(lane.group, events, thread_);
         }
     }
 
@@ -168,6 +182,7 @@ class TraceWriter {
     const int64_t start_ns_;
     std::map<LaneKey, std::vector<Event>> lanes_;
     std::map<std::string, std::vector<std::pair<int64_t, size_t>>> counters_;
+    int thread_ = 0;  // The latest lane's row, as the viewer counts them.
     std::string text_;
 };
 
@@ -183,8 +198,8 @@ void AddCalls(const RunFacts& facts, TraceWriter& trace) {
     }
     for (const RecordedCall& call : facts.calls) {
         const bool is_framework = call.caller == RecordedCall::Caller::kFramework;
-        trace.Slice({Group::kAbove, is_framework ? "framework calls" : "audio service"},
-                    call.begin_ns, call.end_ns, call.name, ResultDetail(call));
+        trace.Slice({Group::kAbove, is_framework ? kFrameworkLane : "audio service"}, call.begin_ns,
+                    call.end_ns, call.name, ResultDetail(call));
     }
     for (const RecordedEvent& event : facts.events) {
         trace.Slice({Group::kAbove, kCallbackLane}, event.entered_ns, event.returned_ns,
@@ -306,6 +321,10 @@ void AddArrows(const RunFacts& facts, const std::vector<Detection>& detections,
                TraceWriter& trace) {
     size_t id = 0;
     for (const Detection& detection : detections) {
+        if (const int64_t instant_ns = detection.At(Step::kInstant); instant_ns != 0) {
+            trace.Instant({Group::kDsp, "microphone"}, instant_ns,
+                          Name(detection.engine) + ": what was detected ends here");
+        }
         const LaneKey node{Group::kDsp, kNotificationNode};
         const int64_t readable_ns = detection.At(Step::kReadable);
         trace.Slice(node, readable_ns, detection.At(Step::kRead),

@@ -4,6 +4,7 @@
 
 #include <iostream>
 #include <string_view>
+#include <vector>
 
 #include "audio/hal/utils/tamberlo/tamberlo_config_file.h"
 #include "audio/hal/utils/tamberlo/tamberlo_tuning_text.h"
@@ -55,8 +56,12 @@ int TuningCommand::Show() const {
         return Complain(input_ + ": byte " + std::to_string(result.error.offset) + ": " +
                         result.error.what);
     }
-    std::cout << tamberlo::TuningFileToText(*result.file);
-    return 0;
+    std::cout << tamberlo::TuningFileToText(*result.file) << std::flush;
+    const std::vector<std::string> problems = tamberlo::SoundTriggerProblems(*result.file);
+    for (const std::string& problem : problems) {
+        (void)Complain(input_ + ": the DSP gets nothing from here on: " + problem);
+    }
+    return problems.empty() ? 0 : kWrongFile;
 }
 
 int TuningCommand::Build() const {

@@ -119,8 +119,7 @@ Outcome RunStart(Session& session, const Values& values) {
 }
 
 Outcome RunProperties(Session& session, const Values&) {
-    (void)session.phone().ReadProperties();
-    return {};
+    return session.ReadProperties();
 }
 
 // --- captures ---

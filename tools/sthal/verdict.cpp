@@ -47,9 +47,12 @@ Verdict Judge(const Findings& findings) {
     if (!findings.problems.empty()) return Failed(findings.problems.front());
     const bool has_event = findings.event_handle.has_value();
     if (findings.wants_event && !has_event) {
+        if (findings.is_ambient && findings.expected)
+            return Failed("music played and no event came");
         if (findings.expected) return Failed("the hotword was spoken and no event came");
         return {DemoStatus::kNoHotword,
-                "NO HOTWORD: there is none in the recording, and no event came"};
+                std::string(findings.is_ambient ? "NO MUSIC" : "NO HOTWORD") +
+                        ": there is none in the recording, and no event came"};
     }
     if (has_event && !findings.expected) return Failed("an event came and nobody said the hotword");
     if (has_event && findings.event_handle != findings.handle) {
@@ -65,8 +68,9 @@ Verdict Judge(const Findings& findings) {
     char text[240];
     (void)std::snprintf(text, sizeof(text),
                         "OK: the event reached the framework %s after the DSP's record, and the "
-                        "captured audio is sample for sample what the microphone heard",
-                        DurationText(findings.callback_latency_ns).c_str());
+                        "captured audio is sample for sample what the microphone heard%s",
+                        DurationText(findings.callback_latency_ns).c_str(),
+                        findings.is_ambient ? ", after the same mu-law companding" : "");
     std::string line = text;
     if (!findings.is_ambient) {
         line += "; the hotword's time stamp is off by " +

@@ -1,7 +1,5 @@
 #include "host/virtual_dsp/board/board.h"
 
-#include <utility>
-
 namespace virtual_dsp {
 namespace {
 
@@ -12,7 +10,7 @@ MicrophoneOptions WithClockOf(const DspOptions& dsp, MicrophoneOptions microphon
 
 }  // namespace
 
-Board::Board(BoardOptions options)
+Board::Board(const BoardOptions& options)
     : dsp_(options.dsp), server_({dsp_, faults_, wake_locks_, tuning_}, options.directory) {
     dsp_.SetReadinessListener([this](Readiness) {
         if (dsp_.IsUp()) {
@@ -25,8 +23,8 @@ Board::Board(BoardOptions options)
     microphone_.emplace(dsp_, WithClockOf(options.dsp, options.microphone));
 }
 
-std::unique_ptr<Board> Board::Create(BoardOptions options, std::string* error) {
-    std::unique_ptr<Board> board(new Board(std::move(options)));
+std::unique_ptr<Board> Board::Create(const BoardOptions& options, std::string* error) {
+    std::unique_ptr<Board> board(new Board(options));
     if (!board->server_.Start(error)) return nullptr;
     return board;
 }

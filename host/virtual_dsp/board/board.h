@@ -32,7 +32,8 @@ class Board {
   public:
     // Null, with `error` set, when the nodes cannot be served: no /dev/fuse, not on the board (see
     // enter_board.h), or another board in the same directory.
-    [[nodiscard]] static std::unique_ptr<Board> Create(BoardOptions options, std::string* error);
+    [[nodiscard]] static std::unique_ptr<Board> Create(const BoardOptions& options,
+                                                       std::string* error);
     // Calls in progress on the nodes end with an error.
     ~Board() = default;
 
@@ -46,7 +47,7 @@ class Board {
     void RemoveTuningFile() { tuning_.Remove(); }
 
   private:
-    explicit Board(BoardOptions options);
+    explicit Board(const BoardOptions& options);
 
     // In the order of their use: the microphone stops before the server does, and begins when the
     // DSP has its listener.

@@ -69,6 +69,7 @@ Started Spawn(std::vector<std::string> arguments, bool quiet) {
     posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
 
     std::vector<char*> pointers;
+    pointers.reserve(arguments.size() + 1);
     for (std::string& argument : arguments) pointers.push_back(argument.data());
     pointers.push_back(nullptr);
     started.error = posix_spawnp(&started.bwrap, pointers[0], &actions, &attributes,

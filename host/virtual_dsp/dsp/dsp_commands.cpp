@@ -38,7 +38,7 @@ int Dsp::Impl::Execute(Bytes command, std::vector<uint8_t>* reply) {
     }
 
     Outcome outcome = Check(command, info);
-    if (outcome.result == 0) outcome = CarryOut(*info, command, reply);
+    if (outcome.result == 0 && info != nullptr) outcome = CarryOut(*info, command, reply);
     if (outcome.result != 0) reply->clear();
 
     entry.result = outcome.result;

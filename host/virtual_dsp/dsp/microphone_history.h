@@ -13,7 +13,7 @@ namespace virtual_dsp {
 namespace wire = ::vendor::quarno::brindlecove::audio::hal::soundtrigger::zyl;
 
 inline constexpr int kMicrophones = 2;
-inline constexpr uint64_t kHistoryFrames = 8 * wire::kSampleRateHz;
+inline constexpr uint64_t kHistoryFrames = uint64_t{8} * wire::kSampleRateHz;
 
 // The latest 8000 ms of both microphones. Frames are numbered from the first one that ever came,
 // 0, and keep their number. Not thread-safe.

@@ -13,8 +13,8 @@ constexpr uint8_t EncodeMulaw(int16_t sample) {
     const uint8_t sign = sample < 0 ? 0x80 : 0;
     const auto biased =
             static_cast<uint32_t>(std::min(sample < 0 ? -int{sample} : int{sample}, kClip) + kBias);
-    const int exponent =
-            std::bit_width(biased) - 8;  // The bias makes bit 7 the lowest leading one.
+    // The bias makes bit 7 the lowest leading one: never below 0.
+    const int exponent = std::max(0, static_cast<int>(std::bit_width(biased)) - 8);
     const auto mantissa = static_cast<uint8_t>((biased >> (exponent + 3)) & 0x0F);
     return static_cast<uint8_t>(~(sign | (exponent << 4) | mantissa));
 }

@@ -9,8 +9,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cstdlib>
 #include <utility>
 
+#include "audio/hal/aidl/soundtrigger/log_line.h"
 #include "audio/hal/aidl/soundtrigger/silence.h"
 #include "audio/hal/aidl/soundtrigger/sound_trigger_adapter.h"
 
@@ -158,8 +160,8 @@ bool SoundTriggerHalClient::set_engine_type(EngineType type) {
 // --- runtime state ---
 
 void SoundTriggerHalClient::ChangeStateTo(std::unique_ptr<RuntimeStateBase> state) {
-    LOG(INFO) << "ChangeStateTo: client " << handle_ << " transits from "
-              << toString(runtime_state_->state_) << " to " << toString(state->state_);
+    LOG_LINE(INFO, "ChangeStateTo: client " + std::to_string(handle_) + " transits from " +
+                           toString(runtime_state_->state_) + " to " + toString(state->state_));
     runtime_state_ = std::move(state);
 }
 

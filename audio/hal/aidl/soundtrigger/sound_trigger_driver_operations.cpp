@@ -48,9 +48,11 @@ int64_t SaturatingMultiply(int64_t a, int64_t b) {
 }  // namespace
 
 std::unique_ptr<SoundTriggerDriverOperations> SoundTriggerDriverOperationsBuilder::Build() {
-    if (is_internal_force && (hal == nullptr || hal->InternalForceRecognition() != 0)) {
+    if (is_internal_force && hal == nullptr) {
+        LOG(ERROR) << "Build: There is no HAL to force a recognition";
         return nullptr;
     }
+    if (is_internal_force && hal->InternalForceRecognition() != 0) return nullptr;
     return std::make_unique<SoundTriggerDriverOperations>(hal, io_handle, channel_count,
                                                           is_internal_force);
 }
@@ -73,7 +75,10 @@ SoundTriggerDriverOperations::~SoundTriggerDriverOperations() {
 }
 
 bool SoundTriggerDriverOperations::Start() {
-    if (hal_ == nullptr) return false;
+    if (hal_ == nullptr) {
+        LOG(ERROR) << "Start: There is no HAL to read from";
+        return false;
+    }
     const int engine_type = hal_->StartBufferingByIoHandle(io_handle_, is_internal_force_);
     engine_type_ = engine_type;
     if (engine_type < 0) {

@@ -57,6 +57,17 @@ namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
  * a model's download included, except GetProperties, GetModelHandle, ReadBuffer, ReadTimestamp,
  * GetPrefix and GetParameter, which never wait for it. A framework callback is made from the
  * control thread without it.
+ *
+ * Time: what asks the DSP takes milliseconds, a download about one per 16 KiB. "Blocks up to" below
+ * is how long answers are waited for in vain when the DSP is silent from the start of the call: 200
+ * ms for one, 500 ms for all, however many commands there are to send
+ * (utils::zyl::ZylCommandExecutor). The next calls find that time used up and only look whether an
+ * answer is there, until one comes or 1 s has passed. Beside that:
+ *  - a call waits for the lock while another one has it, and while the control thread opens the
+ *    notification device (up to 500 ms where it is missing);
+ *  - a call that the driver of a device does not return from holds its caller, and mostly the lock,
+ *    until the driver lets go. Nothing here can end it; a driver that ends all calls when its DSP
+ *    is found to be down bounds it by how long that takes.
  */
 class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
                                              public PowerEventListener,
@@ -102,6 +113,7 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
     /**
      * Puts the DSP into a known state, starts the control thread and registers with the sound card
      * monitor. Once, before any other operation. A DSP that is still down at boot is no failure.
+     * Blocks up to 500 ms.
      *
      * @return Without a monitor true. With one, whether the sound card is online now; false also
      *         when the monitor refuses the registration. The HAL works in every case: the DSP
@@ -112,7 +124,8 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
     // --- models ---
 
     /**
-     * Describes the implementation. Asks the DSP for its library version and architecture.
+     * Describes the implementation. Asks the DSP for its library version and architecture. Blocks
+     * up to 200 ms.
      *
      * @param properties  Filled on success, else left as it was.
      * @return 0, or -EINVAL when the DSP does not answer.
@@ -120,9 +133,11 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
     [[nodiscard]] int GetProperties(Properties* properties);
 
     /**
-     * Loads a model into the DSP; while the DSP is offline, as soon as it is back.
+     * Loads a model into the DSP; while the DSP is offline, as soon as it is back. Blocks up to
+     * 500 ms; where the model-data device is missing, it is waited for as long again.
      *
-     * @param model     Its descriptor is read here and stays the caller's.
+     * @param model     Its descriptor is read here and stays the caller's. A pipe or socket with
+     *                  nothing in it is waited for, 1 s in all.
      * @param callback  Gets the model's recognition events. May be null: then they are dropped.
      * @param handle    Set on success only: the smallest free number from 1.
      * @return 0; -EINVAL when 3 models are loaded, when one with the same vendor uuid is, when the
@@ -147,6 +162,8 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
      * successful return: one that is on its way is dropped or, if the framework is just being
      * called, waited for (up to 500 ms, unless called from that very callback).
      *
+     * Blocks up to 500 ms for the DSP, and then for that event.
+     *
      * @return 0; -EINVAL for an unknown handle, or when the DSP fails: then the model stays loaded
      *         and the call may be repeated.
      */
@@ -161,7 +178,7 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
 
     /**
      * Starts recognition; while the DSP is offline, as soon as it is back. A second start before
-     * the first detection changes the configuration and the io handle.
+     * the first detection changes the configuration and the io handle. Blocks up to 500 ms.
      *
      * @param device_handle  Ignored.
      * @param io_handle      What the capture stream of a detection will be opened on.
@@ -173,7 +190,7 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
 
     /**
      * Stops recognition. Switches the echo canceller off for every hotword model, too. No event of
-     * the model comes after a successful return: see UnloadSoundModel.
+     * the model comes after a successful return: see UnloadSoundModel, also for how long it blocks.
      *
      * @return 0; -EINVAL for an unknown handle, for a model that is not started, or when the DSP
      *         fails: then the model stays started and the call may be repeated.
@@ -181,7 +198,7 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
     [[nodiscard]] int StopRecognition(int handle) EXCLUDES(lock_);
 
     /**
-     * Has the DSP report a detection now; the event comes like any other.
+     * Has the DSP report a detection now; the event comes like any other. Blocks up to 200 ms.
      *
      * @return 0, also while the DSP is offline, when the request is dropped; -EINVAL for an unknown
      *         handle or one that is not detecting; else what the DSP failed with.
@@ -193,7 +210,7 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
     /**
      * Runs the hotword engine without a detection, for a capture that starts now. Uses the
      * framework's hotword model where one is loaded (the one with the highest handle), else a
-     * client of the HAL's own.
+     * client of the HAL's own. Blocks up to 500 ms.
      *
      * @return 0; -EINVAL while the DSP is offline or a detection of a hotword model is being
      *         processed or captured. Where the model's state or the DSP refuses, the model used is
@@ -201,11 +218,15 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
      */
     [[nodiscard]] int InternalForceRecognition() EXCLUDES(lock_);
 
-    /** Ends that; a model borrowed from the framework detects again if the framework started it. */
+    /**
+     * Ends that; a model borrowed from the framework detects again if the framework started it.
+     * Blocks up to 500 ms.
+     */
     [[nodiscard]] int StopInternalForceRecognition() EXCLUDES(lock_);
 
     /**
      * Binds a capture stream to the detection that it is to read. Each detection serves one stream.
+     * Asks the DSP nothing.
      *
      * @param io_handle           Of the stream; not looked at for an internal forced one.
      * @param is_internal_forced  The stream belongs to InternalForceRecognition.
@@ -226,7 +247,8 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
      * @param channel_count  1 or 2.
      * @return Bytes delivered: a DSP that fails delivers silence. -ENODEV while it is offline.
      *         Blocks until all of it is there, or until none has come for 128 ms, and 64 ms more
-     *         after another failure.
+     *         after another failure; for the hotword's instant up to 200 ms. A device that is
+     *         missing costs 64 ms.
      */
     [[nodiscard]] int ReadBuffer(int engine_type, char* buffer, uint32_t size, int channel_count);
 
@@ -235,9 +257,14 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
 
     // --- the audio environment ---
 
-    /** The DSP has gone or is back. Repeated reports are not filtered. */
+    /**
+     * The DSP has gone or is back. Repeated reports are not filtered. Being back puts everything
+     * into the DSP that the framework wants of it, and blocks up to 500 ms; where the model-data
+     * device is missing, each model waits 500 ms for it. Being gone asks the DSP nothing.
+     */
     void OnSoundCardStateChanged(bool online) override EXCLUDES(lock_);
 
+    // Each of these blocks up to 500 ms, and asks the DSP nothing while it is offline.
     void OnDockChargerConnected(bool connected) override EXCLUDES(lock_);
     void OnSourceMetadataChanged(std::string_view usecase, const SourceMetadata& metadata) override
             EXCLUDES(lock_);
@@ -250,7 +277,7 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
     std::optional<VendorParameter> GetParameter(const std::string& key) override;
 
     /**
-     * Takes "vendor.vexor.st.wireless.charger.with.fan", a Boolean.
+     * Takes "vendor.vexor.st.wireless.charger.with.fan", a Boolean. Blocks up to 200 ms.
      *
      * @return Whether it was that and readable.
      */

@@ -9,7 +9,9 @@
 #include <cerrno>
 #include <chrono>
 #include <optional>
+#include <string>
 
+#include "audio/hal/aidl/soundtrigger/log_line.h"
 #include "audio/hal/aidl/soundtrigger/sound_trigger_hal.h"
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
@@ -169,7 +171,7 @@ void SoundTriggerHal::DrainControlPipe(int pipe_fd) {
             LOG(WARNING) << "ControlThreadLoop: invalid cmd size: " << size;
             return;
         }
-        LOG(INFO) << "ControlThreadLoop: get update command";
+        LOG_LINE(INFO, "ControlThreadLoop: get update command");
     }
 }
 
@@ -182,7 +184,8 @@ SoundTriggerHalClient* SoundTriggerHal::ReadDetection(std::string* payload, int*
         LOG(ERROR) << "ControlThreadLoop: read trigger event failure: " << *result;
         return nullptr;
     }
-    LOG(INFO) << "ControlThreadLoop: read trigger event with model type: " << model_type;
+    LOG_LINE(INFO, "ControlThreadLoop: read trigger event with model type: " +
+                           std::to_string(model_type));
     const auto found = std::find_if(clients_.begin(), clients_.end(), [&](const auto& entry) {
         const SoundTriggerHalClient& client = *entry.second;
         return client.is_started_ && static_cast<int>(client.engine_type_) == model_type;
@@ -191,8 +194,8 @@ SoundTriggerHalClient* SoundTriggerHal::ReadDetection(std::string* payload, int*
     SoundTriggerHalClient* const client = found->second.get();
     // A detection during an internal recognition belongs to that recognition, not to the framework.
     if (client->is_internal_force_active_) return nullptr;
-    LOG(INFO) << "ControlThreadLoop: received " << toString(client->engine_type_)
-              << " recognition with payload: " << *payload;
+    LOG_LINE(INFO, "ControlThreadLoop: received " + toString(client->engine_type_) +
+                           " recognition with payload: " + *payload);
     *result = client->RequestCallbackProcessing();
     if (*result < 0) {
         LOG(ERROR) << "ControlThreadLoop: requested CallbackProcessing failure from "

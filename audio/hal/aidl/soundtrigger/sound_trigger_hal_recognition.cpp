@@ -4,7 +4,9 @@
 #include <android-base/logging.h>
 
 #include <cerrno>
+#include <string>
 
+#include "audio/hal/aidl/soundtrigger/log_line.h"
 #include "audio/hal/aidl/soundtrigger/sound_trigger_hal.h"
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
@@ -25,8 +27,8 @@ int SoundTriggerHal::StartRecognition(int handle, int /*device_handle*/, int io_
     } else {
         LOG(WARNING) << "StartRecognition: Dsp isn't ready, restore state for " << handle;
     }
-    LOG(INFO) << "StartRecognition: Started recognition of client " << handle << " with io_handle "
-              << io_handle;
+    LOG_LINE(INFO, "StartRecognition: Started recognition of client " + std::to_string(handle) +
+                           " with io_handle " + std::to_string(io_handle));
     if (&client->recognition_config_ != &config) client->recognition_config_ = config;
     client->is_started_ = true;
     client->io_handle_ = io_handle;
@@ -57,7 +59,7 @@ int SoundTriggerHal::StopRecognition(int handle) {
     } else {
         LOG(WARNING) << "StopRecognition: Dsp isn't ready, restore state for " << handle;
     }
-    LOG(INFO) << "StopRecognition: Stopped recognition of client " << handle;
+    LOG_LINE(INFO, "StopRecognition: Stopped recognition of client " + std::to_string(handle));
     client->is_started_ = false;
     PublishStartedClients();
     SendControlMessage();

@@ -106,7 +106,9 @@ int ZylSoundTriggerAdapter::ReadHotwordBuffer(char* buffer, unsigned int size, i
     const int bytes = static_cast<int>(wanted);
     // The device always delivers both channels. Staged here and not in the adapter: a stream that
     // is being closed and its successor may read side by side.
-    std::array<char, kMaxHotwordBytes> hotword_raw{};
+    std::array<char, kMaxHotwordBytes> hotword_raw;
+    // For what a shorter request leaves of the fixed count of samples.
+    if (mono) std::fill(hotword_raw.begin() + bytes, hotword_raw.end(), '\0');
     File device(kHotwordPcmDevice, O_RDONLY);
     (void)device.Open();  // A device that could not be opened fails the wait.
     bool timed_out = false;
@@ -132,7 +134,8 @@ int ZylSoundTriggerAdapter::ReadAmbientBuffer(char* buffer, unsigned int size) {
     }
     const int bytes = static_cast<int>(size / kBytesPerSample);  // One byte of mu-law a sample.
     std::array<uint8_t, kConvertedSamples> ambient_raw;
-    ambient_raw.fill(kMulawSilence);  // For what a shorter request leaves of the fixed count.
+    // For what a shorter request leaves of the fixed count of samples.
+    std::fill(ambient_raw.begin() + bytes, ambient_raw.end(), kMulawSilence);
     File device(kAmbientPcmDevice, O_RDONLY);
     (void)device.Open();  // A device that could not be opened fails the wait.
     bool timed_out = false;
@@ -183,7 +186,10 @@ bool ZylSoundTriggerAdapter::ReadTimestampOffset(int64_t& offset) {
     std::string_view rest(text.data(), static_cast<size_t>(std::max(size, 0)));
     const std::optional<uint64_t> ticks = TakeNumber(&rest);
     const std::optional<uint64_t> boottime_ns = TakeNumber(&rest);
-    if (!ticks || !boottime_ns || *boottime_ns > uint64_t{std::numeric_limits<int64_t>::max()}) {
+    // A number at the end of a full buffer may go on behind it.
+    const bool is_cut = rest.empty() && size == static_cast<int>(text.size());
+    if (!ticks || !boottime_ns || is_cut ||
+        *boottime_ns > uint64_t{std::numeric_limits<int64_t>::max()}) {
         LOG(ERROR) << "ReadTimestampOffset: Failed to read zyl clock and kernel boot time from "
                       "sysfs.";
         return false;

@@ -1,15 +1,15 @@
 #include "audio/hal/utils/file/file.h"
 
-#include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
-#include <string.h>
 #include <sys/stat.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
+#include <cstring>
+#include <ctime>
 #include <thread>
 
 namespace vendor::quarno::brindlecove::audio::hal::utils {

@@ -138,6 +138,29 @@ void PrintParameters(std::span<const uint8_t> data, std::string* text) {
     PrintBytes(data, text);
 }
 
+// What the sound trigger HAL stops at in a block's data; nothing when it takes all of it.
+std::optional<std::string> FirstProblem(std::span<const uint8_t> data) {
+    for (size_t at = 0; at < data.size();) {
+        const std::string place = "byte " + std::to_string(at) + ": ";
+        const size_t left = data.size() - at;
+        if (left < kRecordHeaderBytes + kValueBytes) {
+            return place + "a record of " + std::to_string(left) + " bytes, which has no value";
+        }
+        const uint32_t id = GetU32(data, at);
+        const uint32_t length = GetU32(data, at + sizeof(uint32_t));
+        if (length < kValueBytes || length > left - kRecordHeaderBytes) {
+            return place + "a value of " + std::to_string(length) + " bytes, where " +
+                   std::to_string(kValueBytes) + " to " +
+                   std::to_string(left - kRecordHeaderBytes) + " can be";
+        }
+        if (NameOf(kParameters, id).empty()) {
+            return place + "unknown parameter " + std::to_string(id);
+        }
+        at += kRecordHeaderBytes + length;
+    }
+    return std::nullopt;
+}
+
 // --- reading ------------------------------------------------------------------------------------
 
 using Words = std::vector<std::string_view>;
@@ -222,7 +245,12 @@ class TextReader {
         if (words.size() < 3 || words[words.size() - 2] != "=") {
             return "a param is written: param 297 chre-gain = -3";
         }
-        const auto id = Resolve(words.first(words.size() - 2), kParameters);
+        const auto named = words.first(words.size() - 2);
+        const auto id = Resolve(named, kParameters);
+        if (!id && named.size() == 2) {
+            return std::string(named[0]) + " and " + std::string(named[1]) +
+                   " are not the same parameter";
+        }
         if (!id) return "a param needs its id, its name, or both";
         const auto value = ParseValue(words.back());
         if (!value) return "not a 32-bit value: " + std::string(words.back());
@@ -256,6 +284,24 @@ std::string_view TuningParameterName(uint32_t id) {
 
 std::optional<uint32_t> TuningParameterId(std::string_view name) {
     return NumberOf(kParameters, name);
+}
+
+std::vector<std::string> SoundTriggerProblems(const TuningFile& file) {
+    std::vector<std::string> problems;
+    for (const auto& [mode, types] : file.modes) {
+        const auto blocks = types.find(TypeNumber(TamberloConfigParser::Type::kSoundTrigger));
+        if (blocks == types.end()) continue;
+        int number = 0;
+        for (const TuningFileBlock& block : blocks->second) {
+            ++number;
+            const auto problem = FirstProblem(block.data);
+            if (!problem) continue;
+            problems.push_back("mode " + std::to_string(mode) + ", sound trigger block " +
+                               std::to_string(number) + " (id " + std::to_string(block.id) + "), " +
+                               *problem);
+        }
+    }
+    return problems;
 }
 
 std::string TuningFileToText(const TuningFile& file) {

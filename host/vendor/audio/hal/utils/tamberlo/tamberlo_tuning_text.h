@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "audio/hal/utils/tamberlo/tamberlo_config_file.h"
 
@@ -21,6 +22,14 @@ namespace vendor::quarno::brindlecove::audio::hal::utils::tamberlo {
  * hold anything but well-formed parameters.
  */
 [[nodiscard]] std::string TuningFileToText(const TuningFile& file);
+
+/**
+ * What ends the way of the file's values into the DSP: records of sound trigger blocks that are
+ * torn or have an unknown parameter. The records before it are sent, it and those after it are not.
+ *
+ * @return One line for each such block, with its mode, its place among the blocks, and the byte.
+ */
+[[nodiscard]] std::vector<std::string> SoundTriggerProblems(const TuningFile& file);
 
 struct TuningTextResult {
     // Whole or absent.

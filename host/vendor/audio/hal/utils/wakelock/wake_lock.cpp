@@ -2,10 +2,10 @@
 
 #include "audio/hal/utils/wakelock/wake_lock.h"
 
-#include <errno.h>
 #include <fcntl.h>
-#include <string.h>
 
+#include <cerrno>
+#include <cstring>
 #include <utility>
 
 #include "android-base/logging.h"

@@ -49,7 +49,11 @@ int ZylCommandExecutor::Execute(char* command, int size) {
     if (device_ == nullptr) return -ENODEV;
 
     const int written = device_->Write(command, size);
-    if (written < 0) return -errno;
+    if (written < 0) {
+        const int error = errno;
+        silence_ = milliseconds::zero();  // Refused at once, which is not silence.
+        return -error;
+    }
     // The rest is not sent: the driver would take it for a second, malformed command.
     if (written != size) return -EIO;
     return AwaitReply(command, size);
@@ -61,7 +65,7 @@ int ZylCommandExecutor::AwaitReply(char* command, int size) {
     const int result = ReadReply(command, size, patience);
     if (result == -ETIMEDOUT) {
         silence_ += patience;
-        silent_until_ = steady_clock::now();
+        if (patience > milliseconds::zero()) waited_until_ = steady_clock::now();
     } else {
         silence_ = milliseconds::zero();
     }
@@ -69,7 +73,7 @@ int ZylCommandExecutor::AwaitReply(char* command, int size) {
 }
 
 milliseconds ZylCommandExecutor::Patience(steady_clock::time_point now) {
-    if (silence_ >= kSilenceLimit && now - silent_until_ >= kSilencePause) {
+    if (silence_ >= kSilenceLimit && now - waited_until_ >= kSilencePause) {
         silence_ = milliseconds::zero();
     }
     return std::min(kReplyTimeout, std::max(milliseconds::zero(), kSilenceLimit - silence_));

@@ -26,11 +26,13 @@ class ZylCommandExecutor {
 
     /**
      * How long it waits in all for a DSP that answers nothing any more. When that is used up, only
-     * answers that are there at once count, until one comes or kSilencePause has passed: an owner
-     * with a thousand commands to send must not wait out a thousand time-outs.
+     * answers that are there at once count, until one comes, the device refuses a command, or
+     * kSilencePause has passed since the last wait: an owner with a thousand commands to send must
+     * not wait out a thousand time-outs. The pause is longer than such a row of commands takes, and
+     * shorter than a DSP takes to come back.
      */
     static constexpr std::chrono::milliseconds kSilenceLimit{500};
-    static constexpr std::chrono::milliseconds kSilencePause{1000};
+    static constexpr std::chrono::milliseconds kSilencePause{100};
 
     /** Longest command, in bytes. Commands are held on the stack, nothing is allocated. */
     static constexpr int kMaxCommandBytes = 256;
@@ -68,7 +70,7 @@ class ZylCommandExecutor {
     const std::unique_ptr<File> device_;
     // How long the DSP has been waited for in vain since it last answered, and until when.
     std::chrono::milliseconds silence_{0};
-    std::chrono::steady_clock::time_point silent_until_;
+    std::chrono::steady_clock::time_point waited_until_;
 };
 
 }  // namespace vendor::quarno::brindlecove::audio::hal::utils::zyl

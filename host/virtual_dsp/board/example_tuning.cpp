@@ -1,11 +1,11 @@
-#include "tools/sthal/demo_tuning.h"
+#include "host/virtual_dsp/board/example_tuning.h"
 
 #include <android-base/logging.h>
 
 #include "audio/hal/utils/tamberlo/tamberlo_config_file.h"
 #include "audio/hal/utils/tamberlo/tamberlo_tuning_text.h"
 
-namespace sthal {
+namespace virtual_dsp {
 
 namespace {
 
@@ -17,10 +17,10 @@ constexpr char kText[] =
 
 }  // namespace
 
-std::vector<uint8_t> DemoTuningFile() {
+std::vector<uint8_t> ExampleTuningFile() {
     const tamberlo::TuningTextResult text = tamberlo::TuningFileFromText(kText);
     CHECK(text.file.has_value()) << "example_tuning.txt:" << text.line << ": " << text.what;
     return *tamberlo::WriteTuningFile(*text.file);
 }
 
-}  // namespace sthal
+}  // namespace virtual_dsp

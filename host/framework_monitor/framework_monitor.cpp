@@ -1,4 +1,4 @@
-#include "tests/contract/framework_monitor.h"
+#include "host/framework_monitor/framework_monitor.h"
 
 #include <aidl/android/hardware/soundtrigger3/BnSoundTriggerHwCallback.h>
 #include <pthread.h>
@@ -46,25 +46,36 @@ class MonitoredCallback final
     ::ndk::ScopedAStatus phraseRecognitionCallback(
             int32_t handle,
             const ::aidl::android::media::soundtrigger::PhraseRecognitionEvent& event) override {
-        monitor_->OnEvent("phraseRecognitionCallback", handle);
-        return inner_->phraseRecognitionCallback(handle, event);
+        return Watch("phraseRecognitionCallback", handle,
+                     [&] { return inner_->phraseRecognitionCallback(handle, event); });
     }
     ::ndk::ScopedAStatus recognitionCallback(
             int32_t handle,
             const ::aidl::android::media::soundtrigger::RecognitionEvent& event) override {
-        monitor_->OnEvent("recognitionCallback", handle);
-        return inner_->recognitionCallback(handle, event);
+        return Watch("recognitionCallback", handle,
+                     [&] { return inner_->recognitionCallback(handle, event); });
     }
 
   private:
+    template <typename Deliver>
+    ::ndk::ScopedAStatus Watch(const char* name, int handle, Deliver deliver) {
+        const std::string event = std::string(name) + "(" + std::to_string(handle) + ")";
+        uint64_t probe = 0;
+        monitor_->BeginEvent(event, handle, &probe);
+        ::ndk::ScopedAStatus status = deliver();
+        monitor_->EndEvent(event, handle, probe);
+        return status;
+    }
+
     FrameworkMonitor* const monitor_;
     const std::shared_ptr<FrameworkMonitor::Callback> inner_;
 };
 
 FrameworkMonitor::FrameworkMonitor(std::unique_ptr<FrameworkCalls> calls,
-                                   std::chrono::milliseconds lock_deadline)
+                                   std::chrono::milliseconds lock_deadline, Listener listener)
     : calls_(std::move(calls)),
       lock_deadline_(lock_deadline),
+      listener_(std::move(listener)),
       probe_(&FrameworkMonitor::ProbeLoop, this) {}
 
 FrameworkMonitor::~FrameworkMonitor() {
@@ -80,6 +91,22 @@ FrameworkMonitor::~FrameworkMonitor() {
 
 int FrameworkMonitor::LoadSoundModel(const SoundModel& model, std::shared_ptr<Callback> callback,
                                      int* handle) {
+    return WatchLoad(
+            [&](auto watched) { return calls_->LoadSoundModel(model, std::move(watched), handle); },
+            "LoadSoundModel", std::move(callback), handle);
+}
+
+int FrameworkMonitor::LoadPhraseSoundModel(const PhraseSoundModel& model,
+                                           std::shared_ptr<Callback> callback, int* handle) {
+    return WatchLoad(
+            [&](auto watched) {
+                return calls_->LoadPhraseSoundModel(model, std::move(watched), handle);
+            },
+            "LoadPhraseSoundModel", std::move(callback), handle);
+}
+
+int FrameworkMonitor::WatchLoad(const Load& load, const char* call,
+                                std::shared_ptr<Callback> callback, int* handle) {
     if (callback) {
         callback = ::ndk::SharedRefBase::make<MonitoredCallback>(this, std::move(callback));
     }
@@ -87,13 +114,13 @@ int FrameworkMonitor::LoadSoundModel(const SoundModel& model, std::shared_ptr<Ca
         std::lock_guard lock(lock_);
         ++loads_running_;
     }
-    const int result = calls_->LoadSoundModel(model, std::move(callback), handle);
+    const int result = load(std::move(callback));
     std::lock_guard lock(lock_);
     --loads_running_;
     if (result != 0) return result;
     Model loaded{.generation = ++clock_};
     loaded.restarts = dsp_restarts_running_;
-    loaded.last_call = Describe("LoadSoundModel -> " + std::to_string(*handle));
+    loaded.last_call = Describe(std::string(call) + " -> " + std::to_string(*handle));
     models_.insert_or_assign(*handle, std::move(loaded));
     unloaded_.erase(*handle);
     return result;
@@ -188,45 +215,48 @@ std::vector<FrameworkMonitor::Violation> FrameworkMonitor::violations() const {
 
 // --- events ---
 
-void FrameworkMonitor::OnEvent(const char* event, int handle) {
-    const std::string call = std::string(event) + "(" + std::to_string(handle) + ")";
+void FrameworkMonitor::BeginEvent(const std::string& event, int handle, uint64_t* probe) {
+    std::optional<Violation> broken;
     {
         std::lock_guard lock(lock_);
-        const std::string description = Describe(call);
+        *probe = ++probes_wanted_;
+        probe_changed_.notify_all();
+        const std::string description = Describe(event);
         const auto found = models_.find(handle);
         if (found == models_.end()) {
             const auto unloaded = unloaded_.find(handle);
             // A load that has not returned yet may be the one that gave the handle out.
             if (loads_running_ > 0) return;
-            if (unloaded == unloaded_.end()) {
-                Add(Rule::kUnknownHandle, handle, description, "no LoadSoundModel");
-            } else {
-                Add(Rule::kEventAfterUnload, handle, description, unloaded->second);
-            }
+            broken = unloaded == unloaded_.end()
+                             ? Add(Rule::kUnknownHandle, handle, description, "no LoadSoundModel")
+                             : Add(Rule::kEventAfterUnload, handle, description, unloaded->second);
         } else if (Model& model = found->second; model.is_armed) {
             model.is_armed = false;
             model.disarmed_by = Rule::kSecondEvent;
             model.last_call = description;
         } else {
-            const bool is_restart =
-                    model.disarmed_by == Rule::kSecondEvent && model.restarts > 0;
+            const bool is_restart = model.disarmed_by == Rule::kSecondEvent && model.restarts > 0;
             if (is_restart) --model.restarts;
-            Add(is_restart ? Rule::kSecondEventAfterDspRestart : model.disarmed_by, handle,
-                description, model.last_call);
+            broken = Add(is_restart ? Rule::kSecondEventAfterDspRestart : model.disarmed_by, handle,
+                         description, model.last_call);
         }
     }
-    CheckLock(call, handle);
+    Tell(broken);
 }
 
 // Another thread tries the lock: this one may be the one that holds it.
-void FrameworkMonitor::CheckLock(const std::string& event, int handle) {
-    std::unique_lock lock(lock_);
-    const uint64_t mine = ++probes_wanted_;
-    probe_changed_.notify_all();
-    if (probe_changed_.wait_for(lock, lock_deadline_, [&] { return probes_done_ >= mine; })) return;
-    Add(Rule::kCallbackUnderLock, handle, Describe(event),
-        "a call that needs the lock and has waited for " + std::to_string(lock_deadline_.count()) +
-                " ms");
+void FrameworkMonitor::EndEvent(const std::string& event, int handle, uint64_t probe) {
+    std::optional<Violation> broken;
+    {
+        std::unique_lock lock(lock_);
+        if (probe_changed_.wait_for(lock, lock_deadline_, [&] { return probes_done_ >= probe; })) {
+            return;
+        }
+        broken = Add(Rule::kCallbackUnderLock, handle, Describe(event),
+                     "a call that needs the lock and has waited for " +
+                             std::to_string(lock_deadline_.count()) + " ms");
+    }
+    Tell(broken);
 }
 
 void FrameworkMonitor::ProbeLoop() {
@@ -250,10 +280,15 @@ std::string FrameworkMonitor::Describe(const std::string& call) {
            " (" + name.data() + ")";
 }
 
-void FrameworkMonitor::Add(Rule rule, int handle, const std::string& event,
-                           const std::string& other) {
+FrameworkMonitor::Violation& FrameworkMonitor::Add(Rule rule, int handle, const std::string& event,
+                                                   const std::string& other) {
     violations_.push_back(
             {rule, handle, std::string(ToText(rule)) + ": " + event + ", after " + other});
+    return violations_.back();
+}
+
+void FrameworkMonitor::Tell(const std::optional<Violation>& violation) const {
+    if (violation && listener_) listener_(*violation);
 }
 
 }  // namespace vendor::quarno::brindlecove::audio::hal::soundtrigger

@@ -5,9 +5,11 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <thread>
@@ -21,12 +23,17 @@ namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 class FrameworkCalls {
   public:
     using SoundModel = SoundTriggerHal::SoundModel;
+    using PhraseSoundModel = SoundTriggerHal::PhraseSoundModel;
     using RecognitionConfig = SoundTriggerHal::RecognitionConfig;
     using Callback = SoundTriggerHal::ISoundTriggerHwCallback;
 
     virtual ~FrameworkCalls() = default;
     virtual int LoadSoundModel(const SoundModel& model, std::shared_ptr<Callback> callback,
                                int* handle) = 0;
+    virtual int LoadPhraseSoundModel(const PhraseSoundModel& model,
+                                     std::shared_ptr<Callback> callback, int* handle) {
+        return LoadSoundModel(model.common, std::move(callback), handle);
+    }
     virtual int UnloadSoundModel(int handle) = 0;
     virtual int StartRecognition(int handle, int io_handle, const RecognitionConfig& config) = 0;
     virtual int StopRecognition(int handle) = 0;
@@ -43,6 +50,10 @@ class HalCalls final : public FrameworkCalls {
     int LoadSoundModel(const SoundModel& model, std::shared_ptr<Callback> callback,
                        int* handle) override {
         return hal_->LoadSoundModel(model, std::move(callback), handle);
+    }
+    int LoadPhraseSoundModel(const PhraseSoundModel& model, std::shared_ptr<Callback> callback,
+                             int* handle) override {
+        return hal_->LoadPhraseSoundModel(model, std::move(callback), handle);
     }
     int UnloadSoundModel(int handle) override { return hal_->UnloadSoundModel(handle); }
     int StartRecognition(int handle, int io_handle, const RecognitionConfig& config) override {
@@ -68,6 +79,7 @@ class HalCalls final : public FrameworkCalls {
 class FrameworkMonitor {
   public:
     using SoundModel = FrameworkCalls::SoundModel;
+    using PhraseSoundModel = FrameworkCalls::PhraseSoundModel;
     using RecognitionConfig = FrameworkCalls::RecognitionConfig;
     using Callback = FrameworkCalls::Callback;
 
@@ -87,16 +99,22 @@ class FrameworkMonitor {
         std::string text;  // Rule, thread, and the two calls that do not go together.
     };
 
+    // Is told of each violation when it is noticed, from the thread of the callback.
+    using Listener = std::function<void(const Violation&)>;
+
     // A callback in which the HAL's lock is not to be had for `lock_deadline` is one too many.
     explicit FrameworkMonitor(
             std::unique_ptr<FrameworkCalls> calls,
-            std::chrono::milliseconds lock_deadline = std::chrono::milliseconds(5000));
+            std::chrono::milliseconds lock_deadline = std::chrono::milliseconds(5000),
+            Listener listener = {});
     ~FrameworkMonitor();
     FrameworkMonitor(const FrameworkMonitor&) = delete;
     FrameworkMonitor& operator=(const FrameworkMonitor&) = delete;
 
     // The framework's calls, as SoundTriggerHal's.
     int LoadSoundModel(const SoundModel& model, std::shared_ptr<Callback> callback, int* handle);
+    int LoadPhraseSoundModel(const PhraseSoundModel& model, std::shared_ptr<Callback> callback,
+                             int* handle);
     int UnloadSoundModel(int handle);
     int StartRecognition(int handle, int io_handle, const RecognitionConfig& config);
     int StopRecognition(int handle);
@@ -117,19 +135,27 @@ class FrameworkMonitor {
         bool is_armed = false;    // An event may come.
         int starts_running = 0;   // Calls that have begun and not returned.
         uint64_t last_start = 0;  // When the latest began.
-        int restarts = 0;  // Of the DSP since the last start: each may bring one event more.
+        int restarts = 0;         // Of the DSP since the last start: each may bring one event more.
         Rule disarmed_by = Rule::kNotStarted;  // What an event now would break.
         std::string last_call = "LoadSoundModel";
     };
 
+    // Makes a load with the callback that it is given.
+    using Load = std::function<int(std::shared_ptr<Callback> callback)>;
+    int WatchLoad(const Load& load, const char* call, std::shared_ptr<Callback> callback,
+                  int* handle);
     std::string Describe(const std::string& call);
-    void OnEvent(const char* event, int handle);
-    void CheckLock(const std::string& event, int handle);
+    // Around each event on its way to the framework. The lock is tried all the while and judged
+    // at the end, so that the framework gets its event no later.
+    void BeginEvent(const std::string& event, int handle, uint64_t* probe);
+    void EndEvent(const std::string& event, int handle, uint64_t probe);
     void ProbeLoop();
-    void Add(Rule rule, int handle, const std::string& event, const std::string& other);
+    Violation& Add(Rule rule, int handle, const std::string& event, const std::string& other);
+    void Tell(const std::optional<Violation>& violation) const;
 
     const std::unique_ptr<FrameworkCalls> calls_;
     const std::chrono::milliseconds lock_deadline_;
+    const Listener listener_;
 
     mutable std::mutex lock_;
     // All below: under lock_.
