@@ -41,7 +41,7 @@ constexpr CommandFault kFaults[] = {
         {"reply torn in its id", "on command reply id=ID torn=1 at=4", -ETIMEDOUT, true},
         {"reply torn in its length", "on command reply id=ID torn=1 at=2", -EIO, true},
         {"reply late", "on command reply id=ID delay=50", 0, true},
-        {"reply too late", "on command reply id=ID delay=300", -ETIMEDOUT, true},
+        {"reply too late", "on command reply id=ID delay=5000", -ETIMEDOUT, true},
         {"reply never", "on command reply id=ID hang", -ETIMEDOUT, true},
 };
 

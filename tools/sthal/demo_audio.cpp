@@ -21,7 +21,7 @@ using audio::Sound;
 // Where the music of the ambient run begins, and what of it the model knows.
 constexpr double kMusicStartSeconds = 1.5;
 constexpr double kMusicSeconds = 6.0;
-constexpr size_t kMusicPatternFrames = 2 * audio::kSampleRateHz;
+constexpr size_t kMusicPatternFrames = size_t{2} * audio::kSampleRateHz;
 
 Result<DemoAudio> FromFiles(const DemoOptions& options) {
     auto microphone = audio::ReadWav(*options.microphone_file, audio::Channels::kStereo);

@@ -62,7 +62,7 @@ bool TakeQuoted(std::string_view line, size_t& at, std::string& word) {
 
 }  // namespace
 
-std::string Values::Get(std::string_view option, std::string otherwise) const {
+std::string Values::Get(std::string_view option, const std::string& otherwise) const {
     const auto found = options.find(option);
     return found == options.end() ? otherwise : found->second;
 }

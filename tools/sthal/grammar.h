@@ -29,7 +29,7 @@ struct Values {
 
     const std::string& operator[](size_t index) const { return words[index]; }
     bool Has(std::string_view option) const { return options.contains(option); }
-    std::string Get(std::string_view option, std::string otherwise = {}) const;
+    std::string Get(std::string_view option, const std::string& otherwise = {}) const;
     double Number(std::string_view option, double otherwise) const;
 };
 

@@ -95,7 +95,7 @@ audio::Result<std::unique_ptr<Phone>> Phone::Boot(const PhoneOptions& options, T
         return clock->Now();
     };
     std::string error;
-    phone->board_ = virtual_dsp::Board::Create(std::move(board_options), &error);
+    phone->board_ = virtual_dsp::Board::Create(board_options, &error);
     if (phone->board_ == nullptr) return Booted::Error(error);
     if (options.tuning_file) phone->board_->SetTuningFile(*options.tuning_file);
     phone->board_->dsp().journal().SetListener(

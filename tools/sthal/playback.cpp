@@ -16,7 +16,7 @@ int64_t MicrophoneClock::Now() {
 std::shared_ptr<Playback> Playback::Begin(virtual_dsp::Microphone& microphone,
                                           std::shared_ptr<MicrophoneClock> clock,
                                           const audio::Sound& recording) {
-    const std::shared_ptr<Playback> playback(new Playback(std::move(clock), recording.frames()));
+    std::shared_ptr<Playback> playback(new Playback(std::move(clock), recording.frames()));
     playback->finished_ =
             microphone.Play(recording.Stereo().samples, [playback, &microphone](size_t frames) {
                 // The position is still that of the block's first frame.

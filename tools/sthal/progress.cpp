@@ -14,7 +14,7 @@ constexpr double kPiecesOfMegabyte = 64;
 
 // Below these, nobody gets to see progress.
 constexpr size_t kPiecesWorthProgress = 64;
-constexpr size_t kFramesWorthProgress = 2 * audio::kSampleRateHz;
+constexpr size_t kFramesWorthProgress = size_t{2} * audio::kSampleRateHz;
 
 // "playing [#####.....] 3.0 of 6.0 s"
 std::string ProgressText(const char* what, double done, double total, const char* unit) {

@@ -32,7 +32,7 @@ namespace tamberlo = ::vendor::quarno::brindlecove::audio::hal::utils::tamberlo;
 constexpr int kDefaultIoHandle = 13;
 
 // What of the music a generic model knows, and how the room hears it.
-constexpr size_t kMusicPatternFrames = 2 * audio::kSampleRateHz;
+constexpr size_t kMusicPatternFrames = size_t{2} * audio::kSampleRateHz;
 constexpr double kMusicDecibels = -12;
 constexpr double kSilenceAfter = 0.5;
 
@@ -43,7 +43,9 @@ double SecondsOr(const Values& values, std::string_view option, double otherwise
 audio::Result<Sound> ReadWav(Session& session, const std::string& path, audio::Channels channels) {
     auto file = audio::ReadWav(path, channels);
     if (!file) return audio::Result<Sound>::Error(file.error);
-    for (const std::string& change : file->conversions) session.Say(path + ": " + change);
+    for (const std::string& change : file->conversions) {
+        session.Say(std::string(path).append(": ").append(change));
+    }
     return audio::Result<Sound>::Of(std::move(file.value->sound));
 }
 
