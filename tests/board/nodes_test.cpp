@@ -87,6 +87,20 @@ TEST_F(BoardTest, PcmReadWaitsForAudioAndDeliversWhatTheMicrophoneHeard) {
     ASSERT_EQ(640, reader.get());
     EXPECT_EQ(audio, board_->microphone().Heard(0, 160));
     EXPECT_EQ(POLLIN, nonblocking.Poll(POLLIN, kDeadline));
+
+    // A stop between a reader's poll and its read, or during the read, must not leave it waiting.
+    std::vector<char> more(4096);
+    auto last = std::async(std::launch::async, [&] {
+        while (true) {
+            const auto count = blocking.Read(more.data(), more.size());
+            if (count < 0) return count;
+        }
+    });
+    std::vector<uint8_t> reply;
+    EXPECT_EQ(0, board_->dsp().Execute(Command(CMD_AUDIO_INPUT_HOTWORD_STOP), &reply));
+    EXPECT_EQ(-ENODATA, last.get());
+    EXPECT_EQ(-ENODATA, nonblocking.Read(audio.data(), 640));
+    EXPECT_EQ(-EAGAIN, Fd(kHotwordPcmDevice, O_RDONLY | O_NONBLOCK).Read(audio.data(), 640));
 }
 
 TEST_F(BoardTest, CrashEndsEveryWaitAndTheNodesWorkAgainAfterBoot) {

@@ -166,13 +166,18 @@ class ModelDataFile final : public OpenFile {
 class PcmFile final : public OpenFile {
   public:
     PcmFile(Dsp& dsp, PcmPort port, size_t frame_bytes)
-        : dsp_(dsp), port_(port), frame_bytes_(frame_bytes) {}
+        : dsp_(dsp),
+          port_(port),
+          frame_bytes_(frame_bytes),
+          ended_before_(dsp.PcmCapturesEnded(port)) {}
 
     int Read(std::span<uint8_t> out, off_t /*offset*/) override {
         // The DSP delivers whole frames: a shorter reader would wait for ever.
         if (out.size() < frame_bytes_) return -EINVAL;
         const int count = dsp_.ReadPcm(port_, out);
-        return count == 0 ? -EAGAIN : count;
+        if (count != 0) return count;
+        // What the reader was after does not come any more.
+        return dsp_.PcmCapturesEnded(port_) != ended_before_ ? -ENODATA : -EAGAIN;
     }
 
     short Events() const override {
@@ -184,6 +189,7 @@ class PcmFile final : public OpenFile {
     Dsp& dsp_;
     const PcmPort port_;
     const size_t frame_bytes_;
+    const uint64_t ended_before_;
 };
 
 // The notification node: one detection record a read. A record goes to the first reader, and all of

@@ -19,7 +19,12 @@ class Capture {
 
     // Audio is kept for `owner` from frame `first` on; whatever was being captured is dropped.
     void Begin(Engine owner, uint64_t first);
-    void End() { owner_.reset(); }
+    void End() {
+        owner_.reset();
+        ++ended_;
+    }
+    // How many captures have been ended: a reader finds out that its own was among them.
+    uint64_t ended() const { return ended_; }
     std::optional<Engine> owner() const { return owner_; }
 
     size_t BytesReady(const MicrophoneHistory& history) const;
@@ -43,6 +48,7 @@ class Capture {
     std::optional<Engine> owner_;
     uint64_t next_ = 0;  // Frame to be delivered next.
     uint64_t bytes_delivered_ = 0;
+    uint64_t ended_ = 0;
 };
 
 }  // namespace virtual_dsp

@@ -102,8 +102,7 @@ void Dsp::Impl::Raise(Engine of, const Detection& detection, const std::string& 
     Note("detector",
          Name(of) + " detected, " + text + ", captured from frame " + std::to_string(first));
     woken_.insert(Readiness::kNotification);
-    woken_.insert(PortOf(of) == PcmPort::kHotword ? Readiness::kHotwordPcm
-                                                  : Readiness::kAmbientPcm);
+    WakeReaderOf(PortOf(of));
 }
 
 // What an engine has detected is void once it is told something else.
@@ -116,7 +115,12 @@ void Dsp::Impl::DropDetections(Engine of, const char* why) {
         Note("pcm", Name(of) + " capture ended by " + why + " after " +
                             std::to_string(audio.bytes_delivered()) + " bytes");
         audio.End();
+        WakeReaderOf(PortOf(of));
     }
+}
+
+void Dsp::Impl::WakeReaderOf(PcmPort port) {
+    woken_.insert(port == PcmPort::kHotword ? Readiness::kHotwordPcm : Readiness::kAmbientPcm);
 }
 
 std::optional<wire::NotificationRecord> Dsp::Impl::TakeNotification() {
@@ -199,6 +203,10 @@ int Dsp::WriteModelPiece(std::span<const uint8_t> piece) {
 
 size_t Dsp::PcmBytesReady(PcmPort port) const {
     return impl_->See([&] { return impl_->capture(port).BytesReady(impl_->history_); });
+}
+
+uint64_t Dsp::PcmCapturesEnded(PcmPort port) const {
+    return impl_->See([&] { return impl_->capture(port).ended(); });
 }
 
 int Dsp::ReadPcm(PcmPort port, std::span<uint8_t> out) {

@@ -60,6 +60,8 @@ class Dsp {
     // --- the audio nodes --------------------------------------------------------------------
     // Bytes that ReadPcm would deliver at once; 0 when nothing is being captured.
     size_t PcmBytesReady(PcmPort port) const;
+    // How many captures of the port were ended, by a stop or an unload, since the DSP was made.
+    uint64_t PcmCapturesEnded(PcmPort port) const;
     // Delivers up to `out.size()` bytes of whole frames; 0 bytes when there are none now.
     // Returns the count, or -ENODEV while down.
     int ReadPcm(PcmPort port, std::span<uint8_t> out);

@@ -93,6 +93,7 @@ class Dsp::Impl {
     void HearSlice(std::span<const int16_t> frames);
     void Raise(Engine of, const Detection& detection, const std::string& text);
     void DropDetections(Engine of, const char* why);
+    void WakeReaderOf(PcmPort port);
     void Note(std::string source, std::string text);
 
     std::array<DetectionEngine, 3> engines_ = {DetectionEngine(Engine::kHotword),
