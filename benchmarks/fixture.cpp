@@ -3,6 +3,7 @@
 #include <aidl/android/media/soundtrigger/RecognitionConfig.h>
 #include <android-base/logging.h>
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/mman.h>
 #include <sys/select.h>
 #include <unistd.h>
@@ -10,6 +11,9 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
 #include <utility>
 
 #include "benchmarks/measure.h"
@@ -194,6 +198,7 @@ void BareListener::OpenOrCloseNode() {
 }
 
 void BareListener::Run() {
+    (void)pthread_setname_np(pthread_self(), kThreadName);
     while (!is_stopped_) {
         OpenOrCloseNode();
         fd_set set;
@@ -212,6 +217,37 @@ void BareListener::Run() {
         }
     }
     if (node_ >= 0) (void)close(node_);
+}
+
+namespace {
+
+template <typename CpuSetOf>
+void PlaceThreads(CpuSetOf cpu_set_of) {
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        std::string name;
+        std::ifstream(task.path() / "comm") >> name;
+        const cpu_set_t where = cpu_set_of(name);
+        (void)sched_setaffinity(std::stoi(task.path().filename()), sizeof(where), &where);
+    }
+}
+
+}  // namespace
+
+PinnedThreads::PinnedThreads() {
+    CPU_ZERO(&before_);
+    (void)sched_getaffinity(0, sizeof(before_), &before_);
+    if (!CPU_ISSET(0, &before_) || !CPU_ISSET(1, &before_)) return;
+    Settle();  // Threads that were just made get their names.
+    PlaceThreads([](const std::string& name) {
+        cpu_set_t where;
+        CPU_ZERO(&where);
+        CPU_SET(name == "SthalControl" || name == BareListener::kThreadName ? 1 : 0, &where);
+        return where;
+    });
+}
+
+PinnedThreads::~PinnedThreads() {
+    PlaceThreads([this](const std::string&) { return before_; });
 }
 
 }  // namespace bench

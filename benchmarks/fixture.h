@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sched.h>
+
 #include <aidl/android/hardware/soundtrigger3/BnSoundTriggerHwCallback.h>
 #include <aidl/android/media/soundtrigger/SoundModel.h>
 
@@ -89,6 +91,8 @@ class Fixture {
 // calls.
 class BareListener {
   public:
+    static constexpr char kThreadName[] = "BareListener";
+
     explicit BareListener(Arrival* arrival);
     ~BareListener();
 
@@ -105,6 +109,23 @@ class BareListener {
     std::atomic<bool> is_stopped_{false};
     int node_ = -1;  // The thread's.
     std::thread thread_;
+};
+
+/**
+ * For as long as it lives, the threads that are woken, the library's and the bare one, have the
+ * second processor to themselves, and all others the first. Left alone, the kernel places them anew
+ * again and again, and which of two loops gets the better places decides on half of its time.
+ * Without a second processor it does nothing.
+ */
+class PinnedThreads {
+  public:
+    PinnedThreads();
+    ~PinnedThreads();
+    PinnedThreads(const PinnedThreads&) = delete;
+    PinnedThreads& operator=(const PinnedThreads&) = delete;
+
+  private:
+    cpu_set_t before_;
 };
 
 }  // namespace bench

@@ -32,6 +32,7 @@ Row Detection(const Options& options) {
         return entered - written;
     };
     BareListener listener(&bare_arrival);
+    const PinnedThreads pinned;
     const Round bare = [&] {
         BareCommand(wire::CMD_AUDIO_INPUT_HOTWORD_START);
         listener.Watch(true);

@@ -119,11 +119,12 @@ std::vector<Row> StartStop(const Options& options) {
     const Round library =
             StartThenStop([&] { fixture.Start(handle, kIoHandle); }, [&] { fixture.Stop(handle); });
     const char* const what = "start and stop recognition";
+    Arrival nothing;
+    BareListener listener(&nothing);
+    const PinnedThreads pinned;
     Row commands =
             Compare(what, kSameCommands, options.Rounds(2000), library, BareStartThenStop(), 1.10);
     commands.note = "the library wakes its control thread besides";
-    Arrival nothing;
-    BareListener listener(&nothing);
     const Round waking = StartThenStop(
             [&] {
                 BareCommand(wire::CMD_AUDIO_INPUT_HOTWORD_START);
@@ -155,6 +156,7 @@ Row OnlineReport(const Options& options) {
           fixture.Load(Engine::kAmbientMusic, ambient)}) {
         fixture.Start(handle, kIoHandle + handle);
     }
+    const PinnedThreads pinned;
     const Round library = [&] {
         fixture.hal().OnSoundCardStateChanged(false);
         Settle();

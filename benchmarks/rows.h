@@ -20,9 +20,10 @@ struct Options {
     int Rounds(int full) const { return std::max(10, static_cast<int>(full * scale)); }
 };
 
-// Long enough for a thread that was told to wait to be waiting.
+// Long enough for a thread that was told to wait to be waiting, and for one that was told to close
+// the notification node to have closed it: a record goes to whoever reads first.
 inline void Settle() {
-    std::this_thread::sleep_for(std::chrono::microseconds(400));
+    std::this_thread::sleep_for(std::chrono::milliseconds(3));
 }
 
 // What the DSP has to tell: detections and captured audio.

@@ -239,11 +239,11 @@ def main():
                 "a second event without a new start, after a restart of the DSP"])
     assert "note: a second event without a new start" in run.stdout, run.stdout
 
-    # A folder that is not there: the run goes well, its files cannot be written.
+    # A folder that is not there is said at once, not after the run.
     run = subprocess.run([sthal, "run", scenario, "--out", folder / "scenario", "--report",
-                          folder / "none" / "report.html"], stdout=subprocess.PIPE, text=True,
-                         check=False)
-    assert run.returncode == 1 and "cannot write" in run.stdout, run.stdout
+                          folder / "none" / "report.html"], stdout=subprocess.PIPE,
+                         stderr=subprocess.STDOUT, text=True, check=False)
+    assert run.returncode == 2 and "cannot write" in run.stdout, run.stdout
 
 
 if __name__ == "__main__":

@@ -65,8 +65,7 @@ CLI::App* AddDemo(CLI::App& app, DemoOptions& options) {
                                             "channels of the capture stream, 1 or 2; music has one")
                                    ->capture_default_str()
                                    ->check(CLI::Range(1, 2));
-    demo->add_option("--out", options.output_folder, "folder for the WAV files")
-            ->capture_default_str();
+    AddOutputOption(*demo, options.output_folder);
     AddRunFileOptions(*demo, options.files);
     demo->add_flag("--dump", options.dump, "print the HAL's dump at each stage");
     demo->add_flag("-v,--verbose", options.verbose, "print all log lines and all DSP details");

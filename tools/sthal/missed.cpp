@@ -50,6 +50,40 @@ void FindInPiece(audio::Sound piece, size_t offset, const audio::Sound& pattern,
     }
 }
 
+// The handles that models of this pattern have at a time. A handle that was freed goes to the next
+// model, whatever that one is for.
+std::set<int> HandlesAt(const RunFacts& facts, const RecordedModel& pattern, int64_t ns) {
+    std::map<int, const RecordedModel*> holders;
+    for (const RecordedModel& model : facts.models) {
+        if (model.handle != 0 && model.ns <= ns) holders[model.handle] = &model;
+    }
+    std::set<int> handles;
+    for (const auto& [handle, model] : holders) {
+        if (IsSamePattern(pattern, *model)) handles.insert(handle);
+    }
+    return handles;
+}
+
+// The latest call of the framework, before a time, that started or ended recognition of one of
+// them.
+const RecordedCall* LatestStartOrEnd(const RunFacts& facts, const std::set<int>& handles,
+                                     int64_t ns) {
+    const RecordedCall* latest = nullptr;
+    for (const RecordedCall& call : facts.calls) {
+        if (call.end_ns > ns) break;
+        const bool counts = call.kind == RecordedCall::Kind::kStart ||
+                            call.kind == RecordedCall::Kind::kStop ||
+                            call.kind == RecordedCall::Kind::kUnload;
+        if (counts && call.result == 0 && handles.contains(call.handle)) latest = &call;
+    }
+    return latest;
+}
+
+bool IsStarted(const RunFacts& facts, const std::set<int>& handles, int64_t ns) {
+    const RecordedCall* const latest = LatestStartOrEnd(facts, handles, ns);
+    return latest != nullptr && latest->kind == RecordedCall::Kind::kStart;
+}
+
 // The facts around one spoken hotword, and the questions that they answer.
 class Inquiry {
   public:
@@ -64,9 +98,10 @@ class Inquiry {
         begin_ns_ = playback.HeardAt(spoken.range.begin);
         end_ns_ = playback.HeardAt(spoken.range.end - 1);
         last_frame_ = playback.first_frame + spoken.range.end - 1;
-        for (const RecordedModel& other : facts.models) {
-            if (other.handle != 0 && IsSamePattern(model_, other)) handles_.insert(other.handle);
-        }
+        handles_ = HandlesAt(facts, model_, end_ns_);
+        is_refused_ = std::ranges::none_of(facts.models, [&](const RecordedModel& other) {
+            return other.handle != 0 && IsSamePattern(model_, other);
+        });
     }
 
     int64_t heard_ns() const { return end_ns_; }
@@ -97,6 +132,7 @@ class Inquiry {
                 detection.engine != model_.engine) {
                 continue;
             }
+            if (detection.handle != 0 && !handles_.contains(detection.handle)) continue;
             const uint64_t frame = *detection.frame;
             const uint64_t off = frame > last_frame_ ? frame - last_frame_ : last_frame_ - frame;
             if (off <= kFrameTolerance) return &detection;
@@ -134,21 +170,8 @@ class Inquiry {
         return true;
     }
 
-    // The latest call of the framework that started or ended recognition before a time.
-    const RecordedCall* LatestStartOrEnd(int64_t ns) const {
-        const RecordedCall* latest = nullptr;
-        for (const RecordedCall& call : facts_.calls) {
-            if (call.end_ns > ns) break;
-            const bool counts = call.kind == RecordedCall::Kind::kStart ||
-                                call.kind == RecordedCall::Kind::kStop ||
-                                call.kind == RecordedCall::Kind::kUnload;
-            if (counts && call.result == 0 && handles_.contains(call.handle)) latest = &call;
-        }
-        return latest;
-    }
-
     bool IsNotStarted(MissedHotword* missed) const {
-        const RecordedCall* const latest = LatestStartOrEnd(end_ns_);
+        const RecordedCall* const latest = LatestStartOrEnd(facts_, handles_, end_ns_);
         if (latest != nullptr && latest->kind == RecordedCall::Kind::kStart) return false;
         std::string why = "Recognition of \"" + model_.name + "\" was not started";
         why += latest == nullptr ? "." : ": " + latest->name + " had ended it.";
@@ -158,14 +181,14 @@ class Inquiry {
                     call.kind == RecordedCall::Kind::kStart && handles_.contains(call.handle);
             if (failed && is_start) why += " A start had failed with " + Number(*call.result) + ".";
         }
-        if (handles_.empty()) why += " The HAL had refused the model.";
+        if (is_refused_) why += " The HAL had refused the model.";
         Say(missed, MissReason::kNotStarted, why);
         return true;
     }
 
     // The DSP refuses a model that was made for another engine than the one it is loaded into.
     bool IsForAnotherEngine(MissedHotword* missed) const {
-        if (!handles_.empty()) return false;
+        if (!is_refused_) return false;
         for (const JournalEntry& entry : facts_.journal) {
             if (entry.result == 0 || entry.boottime_ns > end_ns_) continue;
             if (entry.text.find("made for engine") == std::string::npos) continue;
@@ -192,7 +215,7 @@ class Inquiry {
                         ".");
             return true;
         }
-        const RecordedCall* const start = LatestStartOrEnd(end_ns_);
+        const RecordedCall* const start = LatestStartOrEnd(facts_, handles_, end_ns_);
         int64_t listening_ns = start->end_ns;
         for (const StateSpan& span : states_) {
             if (span.subject == subject && span.begin_ns <= end_ns_) listening_ns = span.begin_ns;
@@ -294,8 +317,38 @@ class Inquiry {
     int64_t begin_ns_ = 0;
     int64_t end_ns_ = 0;
     uint64_t last_frame_ = 0;
-    std::set<int> handles_;  // Of all models with this pattern.
+    std::set<int> handles_;  // Of all models with this pattern, at that time.
+    bool is_refused_ = false;
 };
+
+// Of several models that one and the same speech is like, the one that it was meant for: a started
+// one before others, then the one that it is most like. A model of later is not meant at all.
+std::vector<SpokenHotword> OnePerSpeech(const RunFacts& facts, std::vector<SpokenHotword> spoken) {
+    const auto rank = [&](const SpokenHotword& one) {
+        const RecordedPlayback& playback = facts.playbacks[one.playback];
+        const int64_t ns = playback.HeardAt(one.range.end - 1);
+        const RecordedModel& model = facts.models[one.model];
+        return std::pair(IsStarted(facts, HandlesAt(facts, model, ns), ns), one.likeness);
+    };
+    std::ranges::stable_sort(spoken,
+                             [&](const auto& a, const auto& b) { return rank(a) > rank(b); });
+    std::vector<SpokenHotword> kept;
+    for (SpokenHotword& one : spoken) {
+        const int64_t ns = facts.playbacks[one.playback].HeardAt(one.range.end - 1);
+        const bool is_known = std::ranges::any_of(facts.models, [&](const RecordedModel& model) {
+            return IsSamePattern(model, facts.models[one.model]) && (ns == 0 || model.ns <= ns);
+        });
+        const bool is_told = std::ranges::any_of(kept, [&](const SpokenHotword& other) {
+            return other.playback == one.playback && one.range.begin < other.range.end &&
+                   other.range.begin < one.range.end;
+        });
+        if (is_known && !is_told) kept.push_back(std::move(one));
+    }
+    std::ranges::sort(kept, [](const auto& a, const auto& b) {
+        return std::pair(a.playback, a.range.begin) < std::pair(b.playback, b.range.begin);
+    });
+    return kept;
+}
 
 }  // namespace
 
@@ -333,7 +386,7 @@ std::vector<SpokenHotword> FindSpoken(const RunFacts& facts) {
             }
         }
     }
-    return spoken;
+    return OnePerSpeech(facts, std::move(spoken));
 }
 
 std::vector<MissedHotword> ExplainMissed(const RunFacts& facts,

@@ -34,7 +34,7 @@ RunCommand::RunCommand(CLI::App& app) {
     run->add_option("--speed", speed_, "times faster than real time, instead of the scenario's")
             ->check(CLI::Range(0.1, 16.0));
     run->add_option("--seed", seed_, "of noise and faults, instead of the scenario's");
-    run->add_option("--out", output_folder_, "folder for the WAV files")->capture_default_str();
+    AddOutputOption(*run, output_folder_);
     AddRunFileOptions(*run, files_);
     run->callback([this] { is_chosen_ = true; });
 }

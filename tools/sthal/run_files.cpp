@@ -5,7 +5,9 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <memory>
+#include <system_error>
 
 #include "tools/sthal/report.h"
 #include "tools/sthal/trace.h"
@@ -14,11 +16,13 @@ namespace sthal {
 
 namespace {
 
+std::string CannotWrite(const std::string& path) {
+    return "cannot write " + path + ": " + std::strerror(errno) + "; choose another file";
+}
+
 std::string WriteFile(const std::string& path, const std::string& contents) {
     std::FILE* const file = std::fopen(path.c_str(), "wbe");
-    if (file == nullptr) {
-        return "cannot write " + path + ": " + std::strerror(errno) + "; choose another file";
-    }
+    if (file == nullptr) return CannotWrite(path);
     const bool is_written =
             std::fwrite(contents.data(), 1, contents.size(), file) == contents.size();
     const bool is_closed = std::fclose(file) == 0;
@@ -29,10 +33,31 @@ std::string WriteFile(const std::string& path, const std::string& contents) {
 }  // namespace
 
 void AddRunFileOptions(CLI::App& command, RunFiles& files) {
+    const auto is_writable = [](const std::string& path) {
+        // Now, and not after the run. What is in it is left until then.
+        std::FILE* const file = std::fopen(path.c_str(), "abe");
+        if (file == nullptr) return CannotWrite(path);
+        (void)std::fclose(file);
+        return std::string();
+    };
     command.add_option("--trace", files.trace,
-                       "write what happened when, for Perfetto or chrome://tracing (JSON)");
+                       "write what happened when, for Perfetto or chrome://tracing (JSON)")
+            ->check(is_writable);
     command.add_option("--report", files.report,
-                       "write a page that shows the run, for a browser (HTML)");
+                       "write a page that shows the run, for a browser (HTML)")
+            ->check(is_writable);
+}
+
+void AddOutputOption(CLI::App& command, std::string& folder) {
+    command.add_option("--out", folder, "folder for the WAV files")
+            ->capture_default_str()
+            ->check([](const std::string& path) {
+                std::error_code error;
+                std::filesystem::create_directories(path, error);
+                if (!error) return std::string();
+                return "cannot make the folder " + path + ": " + error.message() +
+                       "; choose another one";
+            });
 }
 
 std::string WriteRunFiles(const RunRecord& record, const RunFiles& files) {

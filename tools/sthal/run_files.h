@@ -18,8 +18,12 @@ struct RunFiles {
     bool AreWanted() const { return !trace.empty() || !report.empty(); }
 };
 
-// Adds --trace and --report to a command.
+// Adds --trace and --report to a command. Files that cannot be written are refused as wrong
+// arguments.
 void AddRunFileOptions(CLI::App& command, RunFiles& files);
+
+// Adds --out to a command, which is refused where no folder can be had.
+void AddOutputOption(CLI::App& command, std::string& folder);
 
 /**
  * Writes what a run has recorded: a trace, and a page that shows the run. The record must have been

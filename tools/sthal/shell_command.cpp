@@ -31,7 +31,7 @@ ShellCommand::ShellCommand(CLI::App& app) {
             ->capture_default_str()
             ->check(CLI::Range(0.1, 16.0));
     shell->add_option("--seed", seed_, "of noise and faults")->capture_default_str();
-    shell->add_option("--out", output_folder_, "folder for the WAV files")->capture_default_str();
+    AddOutputOption(*shell, output_folder_);
     AddRunFileOptions(*shell, files_);
     shell->callback([this] { is_chosen_ = true; });
 }
