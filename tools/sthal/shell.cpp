@@ -27,6 +27,7 @@ namespace {
 
 constexpr char kPrompt[] = "sthal> ";
 constexpr int kHistoryLines = 1000;
+constexpr double kShortestPause = 0.3;  // In seconds: below it nobody has waited for anything.
 
 // A signal that comes just before the wait for a key would otherwise go unseen until the next one.
 constexpr int kLookAgainMs = 200;
@@ -206,12 +207,17 @@ bool Shell::Carry(const std::string& line) {
     } else if (command->verb->where == Verb::Where::kShell) {
         outcome = CarryShellVerb(command->verb->name, command->values);
     } else {
+        const std::string pause = PauseSinceLastVerb();
         outcome = command->verb->run(session_, command->values);
-        carried_out_.push_back(line);
+        if (outcome.kind != Outcome::Kind::kInterrupted) {
+            if (!pause.empty()) carried_out_.push_back(pause);
+            carried_out_.push_back(line);
+        }
         // A failed call is there to be seen; in a scenario it has to be expected.
         if (session_.TakeFailedResult()) {
             carried_out_.push_back("expect result " + std::to_string(session_.last_result()));
         }
+        last_verb_frame_ = session_.phone().board().microphone().Position();
     }
     if (outcome.kind == Outcome::Kind::kInterrupted) outcome.text = "interrupted";
     if (!outcome.ok()) session_.terminal().Print(outcome.text + "\n");
@@ -230,8 +236,25 @@ Outcome Shell::CarryShellVerb(const std::string& name, const Values& values) {
     if (name != "run") return {};
     const auto scenario = ReadScenario(values[0]);
     if (!scenario) return Outcome::Failed(scenario.error);
-    for (const Scenario::Step& step : scenario->steps) carried_out_.push_back(step.text);
-    return RunScenario(*scenario, session_);
+    const Outcome outcome = RunScenario(*scenario, session_);
+    if (outcome.ok()) {
+        for (const Scenario::Step& step : scenario->steps) carried_out_.push_back(step.text);
+    } else {
+        carried_out_.push_back("# 'run " + values[0] + "' did not come to its end");
+    }
+    last_verb_frame_ = session_.phone().board().microphone().Position();
+    return outcome;
+}
+
+// What a scenario has to wait for where a person took their time.
+std::string Shell::PauseSinceLastVerb() const {
+    const uint64_t now = session_.phone().board().microphone().Position();
+    const double seconds =
+            static_cast<double>(now - last_verb_frame_) / static_cast<double>(audio::kSampleRateHz);
+    if (seconds < kShortestPause || carried_out_.empty()) return {};
+    char text[32];
+    (void)std::snprintf(text, sizeof(text), "wait %.1f s", seconds);
+    return text;
 }
 
 Outcome Shell::ShowModels() {

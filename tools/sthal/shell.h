@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -36,12 +37,14 @@ class Shell {
     Outcome CarryShellVerb(const std::string& name, const Values& values);
     Outcome ShowModels();
     Outcome Save(const std::string& path);
+    std::string PauseSinceLastVerb() const;
 
     static void OnLine(char* line);
 
     Session& session_;
     bool is_over_ = false;
     std::vector<std::string> carried_out_;  // What `save` writes.
+    uint64_t last_verb_frame_ = 0;  // Where the microphones were when the last one had ended.
 };
 
 }  // namespace sthal
