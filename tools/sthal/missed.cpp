@@ -333,7 +333,7 @@ std::vector<SpokenHotword> OnePerSpeech(const RunFacts& facts, std::vector<Spoke
     std::ranges::stable_sort(spoken,
                              [&](const auto& a, const auto& b) { return rank(a) > rank(b); });
     std::vector<SpokenHotword> kept;
-    for (SpokenHotword& one : spoken) {
+    for (const SpokenHotword& one : spoken) {
         const int64_t ns = facts.playbacks[one.playback].HeardAt(one.range.end - 1);
         const bool is_known = std::ranges::any_of(facts.models, [&](const RecordedModel& model) {
             return IsSamePattern(model, facts.models[one.model]) && (ns == 0 || model.ns <= ns);
@@ -342,7 +342,7 @@ std::vector<SpokenHotword> OnePerSpeech(const RunFacts& facts, std::vector<Spoke
             return other.playback == one.playback && one.range.begin < other.range.end &&
                    other.range.begin < one.range.end;
         });
-        if (is_known && !is_told) kept.push_back(std::move(one));
+        if (is_known && !is_told) kept.push_back(one);
     }
     std::ranges::sort(kept, [](const auto& a, const auto& b) {
         return std::pair(a.playback, a.range.begin) < std::pair(b.playback, b.range.begin);

@@ -236,7 +236,7 @@ Outcome Shell::CarryShellVerb(const std::string& name, const Values& values) {
     if (name != "run") return {};
     const auto scenario = ReadScenario(values[0]);
     if (!scenario) return Outcome::Failed(scenario.error);
-    const Outcome outcome = RunScenario(*scenario, session_);
+    Outcome outcome = RunScenario(*scenario, session_);
     if (outcome.ok()) {
         for (const Scenario::Step& step : scenario->steps) carried_out_.push_back(step.text);
     } else {
