@@ -27,7 +27,6 @@ static_assert(sizeof(ControlMessage) == 4);
 // would spin, and fill the log, until the DSP is reported offline. The same goes for a node that
 // fails in another way than a restart's.
 constexpr std::chrono::milliseconds kDspRestartPause{100};
-constexpr std::chrono::milliseconds kReadFailurePause{100};
 
 // A framework that calls stop with a lock held that its callback waits for gets its answer after
 // this long; it gives every call 3 s in all.
@@ -155,10 +154,8 @@ void SoundTriggerHal::HandleReady(const WaitSet& ready) {
     if (is_detected) DeliverRecognition(payload);
     if (result == -ENODEV) {
         LOG(WARNING) << "ControlThreadLoop: Wait for dsp interface when restarting.";
-        std::this_thread::sleep_for(kDspRestartPause);
-    } else if (is_read_failed) {
-        std::this_thread::sleep_for(kReadFailurePause);
     }
+    if (result == -ENODEV || is_read_failed) std::this_thread::sleep_for(kDspRestartPause);
 }
 
 void SoundTriggerHal::DrainControlPipe(int pipe_fd) {
