@@ -1,7 +1,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
+#include <memory>
+#include <vector>
 
 #include "tests/report/written_run.h"
 
@@ -19,6 +22,8 @@ struct Case {
     MissReason reason;
     const char* why;  // Of what a person reads.
     double likeness = 0.9;
+
+    friend void PrintTo(const Case& one, std::ostream* out) { *out << one.name; }
 };
 
 class MissedHotwordTest : public ::testing::TestWithParam<Case> {};
@@ -144,6 +149,50 @@ const Case kCases[] = {
 
 INSTANTIATE_TEST_SUITE_P(Reasons, MissedHotwordTest, ::testing::ValuesIn(kCases),
                          [](const auto& one) { return one.param.name; });
+
+// The hotword's model was unloaded, and its handle went to another model, which is started.
+TEST(MissedHotword, ModelThatHasTheHandleNowDoesNotCount) {
+    WrittenRun run;
+    run.Start();
+    run.Call(400, Kind::kUnload);
+    run.facts.models.push_back({.ns = 410 * kMs,
+                                .handle = 1,
+                                .name = "other",
+                                .threshold = 0.7,
+                                .pattern = std::vector<int16_t>(16000, 2)});
+    run.Call(420, Kind::kStart);
+
+    const auto missed = run.Missed();
+
+    ASSERT_THAT(missed, SizeIs(1));
+    EXPECT_EQ(MissReason::kNotStarted, missed[0].reason) << missed[0].why;
+}
+
+// Two models are like the same speech; the one that is started was meant.
+TEST(MissedHotword, OneSpeechCountsOnce) {
+    WrittenRun run;
+    audio::Sound speech;
+    for (int i = 0; i < 16000; ++i) {
+        speech.samples.push_back(static_cast<int16_t>(i * 7919 % 20011 - 10000));
+    }
+    audio::Sound recording;
+    recording.samples.assign(size_t{3} * audio::kSampleRateHz, 0);
+    std::ranges::copy(speech.samples, recording.samples.begin() + 16000);
+    run.facts.playbacks[0].recording = std::make_shared<audio::Sound>(recording);
+    run.facts.models[0].pattern = speech.samples;
+    auto shorter = run.facts.models[0];
+    shorter.handle = 2;
+    shorter.pattern.resize(12000);
+    run.facts.models.push_back(shorter);
+    run.Online();
+    run.Call(30, Kind::kStart, 0, /*handle=*/2);
+
+    const auto spoken = FindSpoken(run.facts);
+
+    ASSERT_THAT(spoken, SizeIs(1));
+    EXPECT_EQ(1U, spoken[0].model) << "the one that is started, although both fit";
+    EXPECT_NEAR(16000, static_cast<double>(spoken[0].range.begin), 2);
+}
 
 TEST(MissedHotword, DeliveredOrUnheardOnesAreNotMissed) {
     WrittenRun delivered;

@@ -9,20 +9,25 @@
 #include <iterator>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace sthal {
 namespace {
 
+using ::testing::AllOf;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::Not;
+using ::testing::StartsWith;
 
 struct Mistake {
     const char* name;
     const char* text;
     const char* error;
+
+    friend void PrintTo(const Mistake& mistake, std::ostream* out) { *out << mistake.name; }
 };
 
 class MistakeTest : public ::testing::TestWithParam<Mistake> {};
@@ -37,7 +42,7 @@ TEST_P(MistakeTest, IsToldWithItsPlaceAndWhatWasExpected) {
 INSTANTIATE_TEST_SUITE_P(
         Scenario, MistakeTest,
         ::testing::Values(
-                Mistake{"UnknownVerb", "unload a\n\nlaod keyphrase a\n",
+                Mistake{"UnknownVerb", "hush\n\nlaod keyphrase a\n",
                         "bug.sthal:3: expected a verb, found 'laod'; did you mean 'load'?"},
                 Mistake{"NothingNear", "frobnicate a\n",
                         "bug.sthal:1: expected a verb, found 'frobnicate'"},
@@ -48,9 +53,9 @@ INSTANTIATE_TEST_SUITE_P(
                         "bug.sthal:1: expected 'keyphrase' or 'generic', found 'keyword'"},
                 Mistake{"MissingValue", "start\n",
                         "bug.sthal:1: expected the name of a model, found the end of the line"},
-                Mistake{"MissingValueOfOption", "start a io\n",
-                        "bug.sthal:1: expected a whole number from 0 on, found the end of the "
-                        "line"},
+                Mistake{"MissingValueOfOption", "load keyphrase a\nstart a io\n",
+                        "bug.sthal:2: expected a whole number from 0 to 4294967295, found the "
+                        "end of the line"},
                 Mistake{"ValueOutOfRange", "load keyphrase a threshold 1.5\n",
                         "bug.sthal:1: expected a number from 0 to 1, found '1.5'"},
                 Mistake{"OptionGivenTwice", "wait event within 3 s within 4 s\n",
@@ -58,10 +63,22 @@ INSTANTIATE_TEST_SUITE_P(
                 Mistake{"TooManyWords", "stop a b\n",
                         "bug.sthal:1: expected the end of the line, found 'b'"},
                 Mistake{"NoTime", "wait heard soon\n",
-                        "bug.sthal:1: expected a time such as 2.5s or 300ms, found 'soon'"},
+                        "bug.sthal:1: expected a time up to an hour, such as 2.5s or 300ms, "
+                        "found 'soon'"},
                 Mistake{"NoResult", "expect result EINVAL\n",
                         "bug.sthal:1: expected a result such as 0, -22 or -EINVAL, found "
                         "'EINVAL'"},
+                Mistake{"NoKind", "expect event kind foo\n",
+                        "bug.sthal:1: expected a kind of event (phrase, generic), found 'foo'"},
+                Mistake{"CapitalVerb", "EXPECT no event\n",
+                        "bug.sthal:1: expected a verb, found 'EXPECT'; did you mean 'expect no "
+                        "event'?"},
+                Mistake{"UnknownModel", "load keyphrase hello\nstart helo\n",
+                        "bug.sthal:2: expected the name of a model that is loaded above, found "
+                        "'helo'; did you mean 'hello'?"},
+                Mistake{"ModelOfLater", "wait event model a\nload keyphrase a\n",
+                        "bug.sthal:1: expected the name of a model that is loaded above, found "
+                        "'a'"},
                 Mistake{"OpenQuote", "say \"hello\n",
                         "bug.sthal:1: expected a closing quote, found the end of the line"},
                 Mistake{"NoFault", "fault command reply errno=EWHAT\n",
@@ -79,7 +96,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(ScenarioTest, ReadsSettingsQuotesUnitsAndComments) {
     const auto scenario = ParseScenario(
-            "seed 42   # the run that failed\n"
+            "\xEF\xBB\xBFseed 42   # the run that failed\n"
             "speed 4\n"
             "load keyphrase a say \"he said \\\"go\\\" # twice\" size 64K\r\n"
             "\twait event model a within 2.5 s  # on time\n"
@@ -98,6 +115,32 @@ TEST(ScenarioTest, ReadsSettingsQuotesUnitsAndComments) {
     EXPECT_EQ(2.5, ParseSeconds(wait.Get("within"))) << "the unit stands apart from the number";
     EXPECT_THAT(scenario->steps[2].command.values.words,
                 ElementsAre("command reply id=227 errno=EIO"));
+}
+
+TEST(ScenarioTest, KnowsModelsByHandleAndThoseOfTheShell) {
+    EXPECT_TRUE(ParseScenario("stop 7\n", "bug.sthal")) << "also a handle that does not exist";
+    EXPECT_TRUE(ParseScenario("start hello\n", "bug.sthal", {"hello"}));
+}
+
+// Each line names something that only a look at it shows to be wrong.
+TEST(ScenarioTest, LooksIntoTheFilesThatItNames) {
+    const std::string path = ::testing::TempDir() + "names_files.sthal";
+    const std::string text_file = STHAL_DOCS "/scenarios.md";
+    const std::pair<std::string, const char*> mistakes[] = {
+            {"play wav nowhere.wav", "nowhere.wav"},
+            {"play wav " + text_file, "is not an audio file"},
+            {"load keyphrase a wav nowhere.wav", "nowhere.wav"},
+            {"say \"...\"", "there is nothing to say"},
+            {"tuning load " + text_file, "scenarios.md:3: "},
+    };
+    for (const auto& [line, problem] : mistakes) {
+        std::ofstream(path) << "hush\n" << line << "\n";
+
+        const auto scenario = ReadScenario(path);
+
+        EXPECT_FALSE(scenario) << line;
+        EXPECT_THAT(scenario.error, AllOf(StartsWith(path + ":2: "), HasSubstr(problem)));
+    }
 }
 
 TEST(NearestMatchTest, ForgivesFewChangesOnly) {
@@ -119,6 +162,7 @@ TEST(CompletionTest, OffersWhatMayComeNext) {
     EXPECT_THAT(literals({"dsp"}), Contains("journal")) << "the second word of a name";
     EXPECT_THAT(literals({"start", "a", "io", "3"}), Contains("confidence"));
     EXPECT_THAT(literals({"start", "a", "io", "3"}), Not(Contains("io"))) << "given already";
+    EXPECT_THAT(literals({"help", "dsp"}), ElementsAre()) << "the rest of the line is one value";
     EXPECT_THAT(literals({"load", "nonsense"}), ElementsAre()) << "after a mistake";
 }
 

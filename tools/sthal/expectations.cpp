@@ -162,9 +162,10 @@ Outcome ExpectNoEvent(Session& session, const Values& values) {
 Outcome ExpectResult(Session& session, const Values& values) {
     (void)session.TakeFailedResult();
     const int result = *ParseStatus(values[0]);
-    if (session.last_result() == result) return {};
+    const std::optional<int> seen = session.last_result();
+    if (seen == result) return {};
     return Outcome::Expected("the result " + std::to_string(result),
-                             std::to_string(session.last_result()));
+                             seen ? std::to_string(*seen) : "no call of the HAL so far");
 }
 
 Outcome ExpectState(Session& session, const Values& values) {

@@ -1,6 +1,7 @@
 #include "tools/sthal/grammar.h"
 
 #include <algorithm>
+#include <cctype>
 #include <charconv>
 #include <cstdlib>
 #include <sstream>
@@ -228,7 +229,10 @@ audio::Result<std::vector<std::string>> SplitWords(std::string_view line) {
     }
 }
 
-std::optional<std::string> NearestMatch(std::string_view word, std::span<const std::string> names) {
+std::optional<std::string> NearestMatch(std::string_view typed,
+                                        std::span<const std::string> names) {
+    std::string word(typed);
+    std::ranges::transform(word, word.begin(), [](unsigned char c) { return std::tolower(c); });
     std::optional<std::string> nearest;
     size_t fewest = std::max<size_t>(1, word.size() / 3) + 1;
     for (const std::string& name : names) {

@@ -92,8 +92,9 @@ class Form {
  */
 audio::Result<std::vector<std::string>> SplitWords(std::string_view line);
 
-// The name that was probably meant: the one with the fewest changes, if they are few.
-std::optional<std::string> NearestMatch(std::string_view word, std::span<const std::string> names);
+// The name, of those in small letters, that was probably meant: the one with the fewest changes, if
+// they are few.
+std::optional<std::string> NearestMatch(std::string_view typed, std::span<const std::string> names);
 
 // "2.5s", "2.5", "300ms" in seconds.
 std::optional<double> ParseSeconds(std::string_view text);

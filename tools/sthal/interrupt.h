@@ -3,7 +3,7 @@
 namespace sthal {
 
 // From now on Ctrl-C and SIGTERM no longer end the process but make Interrupted() true, so that a
-// run can end cleanly. A second one ends the process at once.
+// run can end cleanly. Another one, more than a second later, ends the process at once.
 void CatchInterrupts();
 bool Interrupted();
 

@@ -1,14 +1,17 @@
 // sthal, the command-line tool: runs the HAL on the virtual board.
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <exception>
 #include <iostream>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "host/virtual_dsp/board/enter_board.h"
 #include "tools/sthal/demo.h"
 #include "tools/sthal/dsp_command.h"
+#include "tools/sthal/grammar.h"
 #include "tools/sthal/interrupt.h"
 #include "tools/sthal/run_command.h"
 #include "tools/sthal/shell_command.h"
@@ -86,6 +89,22 @@ CLI::App* AddDemo(CLI::App& app, DemoOptions& options) {
     return demo;
 }
 
+// What is wrong with the command's name, or nothing. CLI11 would say that a subcommand is required.
+std::string CommandProblem(const CLI::App& app, int argc, char** argv) {
+    if (argc < 2 || argv[1][0] == '-') return {};
+    std::vector<std::string> names;
+    std::string list;
+    for (const CLI::App* const command :
+         app.get_subcommands([](const CLI::App*) { return true; })) {
+        names.push_back(command->get_name());
+        list += (list.empty() ? "" : ", ") + names.back();
+    }
+    if (std::ranges::find(names, argv[1]) != names.end()) return {};
+    const auto nearest = NearestMatch(argv[1], names);
+    return std::string("sthal: there is no command '") + argv[1] + "'; the commands are " + list +
+           (nearest ? "; did you mean '" + *nearest + "'?" : "");
+}
+
 int Run(int argc, char** argv) {
     CLI::App app{
             "sthal runs the sound trigger HAL on a virtual board: the same device paths as on a "
@@ -98,6 +117,10 @@ int Run(int argc, char** argv) {
     RunCommand run(app);
     ShellCommand shell(app);
     DspCommand dsp(app);
+    if (const std::string problem = CommandProblem(app, argc, argv); !problem.empty()) {
+        std::cerr << problem << '\n';
+        return static_cast<int>(DemoStatus::kUsage);
+    }
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdio>
 #include <ctime>
+#include <iterator>
 #include <utility>
 #include <vector>
 
@@ -61,7 +62,7 @@ class Report {
         WriteOutcome();
         WriteGlance();
         WriteList("What was wrong", Problems());
-        if (!facts_.notes.empty()) WriteList("Notes", facts_.notes);
+        if (const auto notes = Notes(); !notes.empty()) WriteList("Notes", notes);
         WriteRecordings();
         html_ += "<h2>States over time</h2>\n" +
                  StateChart(found_.states, facts_.start_ns, facts_.end_ns);
@@ -84,6 +85,8 @@ class Report {
     void WriteList(const char* heading, const std::vector<std::string>& lines);
     void WriteGlance();
     std::vector<std::string> Problems() const;
+    std::vector<std::string> Notes() const;
+    std::vector<std::string> MissedTexts() const;
     void WriteRecordings();
     std::vector<ChartMark> MarksOf(size_t playback) const;
     void AddCaptured(const RecordedPlayback& playback, const Detection& detection,
@@ -116,9 +119,13 @@ class Report {
     std::string html_;
 };
 
+bool IsGood(std::string_view verdict) {
+    return verdict.starts_with("OK") || verdict.starts_with("NO HOTWORD");
+}
+
 // A run of which nobody judges whether it went well has a colour of its own.
 const char* ClassOfVerdict(std::string_view verdict) {
-    if (verdict.starts_with("OK") || verdict.starts_with("NO HOTWORD")) return "verdict good";
+    if (IsGood(verdict)) return "verdict good";
     return verdict.empty() || verdict.starts_with("FAILED") ? "verdict bad" : "verdict";
 }
 
@@ -140,8 +147,8 @@ void Report::WriteOutcome() {
 void Report::WriteList(const char* heading, const std::vector<std::string>& lines) {
     html_ += std::string("<h2>") + heading + "</h2>\n";
     if (lines.empty()) {
-        html_ += "<p>Nothing: no call failed, no hotword was missed, the HAL logged no error and "
-                 "broke no rule of the framework.</p>\n";
+        html_ += "<p>Nothing: no call failed, no event failed to come that was meant to, the HAL "
+                 "logged no error and broke no rule of the framework.</p>\n";
         return;
     }
     html_ += "<ul class=\"problems\">";
@@ -175,12 +182,25 @@ void Report::WriteGlance() {
     html_ += "</dl>\n";
 }
 
+std::vector<std::string> Report::MissedTexts() const {
+    std::vector<std::string> texts;
+    for (const MissedHotword& missed : found_.missed) {
+        texts.push_back("No event came of \"" + facts_.models[missed.spoken.model].name +
+                        "\", heard until " + At(missed.heard_ns) + ". " + missed.why);
+    }
+    return texts;
+}
+
+// A run that went as it was meant to missed nothing that was meant to come.
+std::vector<std::string> Report::Notes() const {
+    std::vector<std::string> notes = facts_.notes;
+    if (IsGood(facts_.verdict)) std::ranges::copy(MissedTexts(), std::back_inserter(notes));
+    return notes;
+}
+
 std::vector<std::string> Report::Problems() const {
     std::vector<std::string> problems = facts_.problems;
-    for (const MissedHotword& missed : found_.missed) {
-        problems.push_back("No event came of \"" + facts_.models[missed.spoken.model].name +
-                           "\", heard until " + At(missed.heard_ns) + ". " + missed.why);
-    }
+    if (!IsGood(facts_.verdict)) std::ranges::copy(MissedTexts(), std::back_inserter(problems));
     for (const RecordedCall& call : facts_.calls) {
         if (call.result.value_or(0) == 0) continue;
         problems.push_back(call.name + " at " + At(call.begin_ns) + " returned " +
@@ -285,8 +305,8 @@ std::string Report::MissedList(size_t playback) const {
     std::string html;
     for (const MissedHotword& missed : found_.missed) {
         if (missed.spoken.playback != playback) continue;
-        html += "<p class=\"verdict bad\">No event at " + At(missed.heard_ns) + ": " +
-                HtmlText(missed.why) + "</p>\n";
+        html += std::string("<p class=\"verdict") + (IsGood(facts_.verdict) ? "" : " bad") +
+                "\">No event at " + At(missed.heard_ns) + ": " + HtmlText(missed.why) + "</p>\n";
     }
     return html;
 }

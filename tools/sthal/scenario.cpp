@@ -1,5 +1,6 @@
 #include "tools/sthal/scenario.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <sstream>
 #include <utility>
@@ -27,6 +28,24 @@ std::string TakeSetting(const Command& command, Scenario& scenario) {
     return {};
 }
 
+// The model that a command names, if it names one.
+std::optional<std::string> ModelOf(const Command& command) {
+    if (std::string_view(command.verb->form).starts_with("MODEL")) return command.values[0];
+    if (command.values.Has("model")) return command.values.Get("model");
+    return std::nullopt;
+}
+
+// What is wrong with the name of a command's model, if it has one: no line above loads it.
+// Any number may be a handle.
+std::string ModelProblem(const Command& command, const std::vector<std::string>& models) {
+    const auto name = ModelOf(command);
+    if (!name || std::ranges::find(models, *name) != models.end()) return {};
+    if (std::ranges::all_of(*name, [](char c) { return c >= '0' && c <= '9'; })) return {};
+    const auto nearest = NearestMatch(*name, models);
+    return "expected the name of a model that is loaded above, found '" + *name + "'" +
+           (nearest ? "; did you mean '" + *nearest + "'?" : "");
+}
+
 // The failure of a call whose result nobody expected.
 Outcome UnexpectedResult(const Scenario& scenario, const Scenario::Step& step, int result) {
     return Outcome::Failed(Place(scenario.name, step.line) + "'" + step.text +
@@ -37,8 +56,11 @@ Outcome UnexpectedResult(const Scenario& scenario, const Scenario::Step& step, i
 
 }  // namespace
 
-audio::Result<Scenario> ParseScenario(std::string_view text, const std::string& name) {
+audio::Result<Scenario> ParseScenario(std::string_view text, const std::string& name,
+                                      std::vector<std::string> models) {
     using Parsed = audio::Result<Scenario>;
+    constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";  // Some editors write one.
+    if (text.starts_with(kByteOrderMark)) text.remove_prefix(kByteOrderMark.size());
     Scenario scenario{.name = name, .steps = {}, .seed = {}, .speed = {}};
     std::istringstream lines{std::string(text)};
     int number = 1;
@@ -59,6 +81,9 @@ audio::Result<Scenario> ParseScenario(std::string_view text, const std::string& 
             if (!problem.empty()) return Parsed::Error(Place(name, number) + problem);
             continue;
         }
+        const std::string problem = ModelProblem(*command.value, models);
+        if (!problem.empty()) return Parsed::Error(Place(name, number) + problem);
+        if (std::string_view(verb->name) == "load") models.push_back(command->values[1]);
         line.erase(0, line.find_first_not_of(" \t"));
         line.erase(line.find_last_not_of(" \t\r") + 1);
         scenario.steps.push_back(
@@ -70,10 +95,20 @@ audio::Result<Scenario> ParseScenario(std::string_view text, const std::string& 
     return Parsed::Of(std::move(scenario));
 }
 
-audio::Result<Scenario> ReadScenario(const std::string& path) {
+audio::Result<Scenario> ReadScenario(const std::string& path,
+                                     const std::vector<std::string>& models) {
+    using Read = audio::Result<Scenario>;
     const auto bytes = audio::ReadFileBytes(path);
-    if (!bytes) return audio::Result<Scenario>::Error(bytes.error);
-    return ParseScenario({reinterpret_cast<const char*>(bytes->data()), bytes->size()}, path);
+    if (!bytes) return Read::Error(bytes.error);
+    auto scenario = ParseScenario({reinterpret_cast<const char*>(bytes->data()), bytes->size()},
+                                  path, models);
+    if (!scenario) return scenario;
+    for (const Scenario::Step& step : scenario->steps) {
+        const auto find_problem = step.command.verb->find_problem;
+        const std::string problem = find_problem ? find_problem(step.command.values) : "";
+        if (!problem.empty()) return Read::Error(Place(path, step.line) + problem);
+    }
+    return scenario;
 }
 
 Outcome RunScenario(const Scenario& scenario, Session& session) {

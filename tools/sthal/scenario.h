@@ -26,12 +26,16 @@ struct Scenario {
 /**
  * Reads a scenario's text. Every line is checked before any is carried out.
  *
+ * @param models names of those that are loaded already.
  * @return The scenario, or its first mistake: "NAME:LINE: expected ..., found ...".
  */
-audio::Result<Scenario> ParseScenario(std::string_view text, const std::string& name);
+audio::Result<Scenario> ParseScenario(std::string_view text, const std::string& name,
+                                      std::vector<std::string> models = {});
 
-// The same for a file, which may be one that cannot be read.
-audio::Result<Scenario> ReadScenario(const std::string& path);
+// The same for a file, which may be one that cannot be read. Looks into the files that its lines
+// name, too, and has its texts spoken.
+audio::Result<Scenario> ReadScenario(const std::string& path,
+                                     const std::vector<std::string>& models = {});
 
 /**
  * Carries a scenario out, one line of the timeline for each step.

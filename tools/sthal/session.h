@@ -99,7 +99,8 @@ class Session {
     // The result of the latest call that returned one other than 0, once: whoever expects it takes
     // it, and whoever goes on without finds it.
     std::optional<int> TakeFailedResult();
-    int last_result() const { return last_result_; }
+    // Of the latest call of the HAL, or none so far.
+    std::optional<int> last_result() const { return last_result_; }
 
     // --- the room ---
     // Plays a recording after those that are still playing.
@@ -151,7 +152,7 @@ class Session {
     std::optional<FrameworkEvent> last_event_;
     std::optional<size_t> last_fault_;
     std::optional<int> failed_result_;
-    int last_result_ = 0;
+    std::optional<int> last_result_;
     uint64_t recordings_ = 0;
     std::shared_ptr<Playback> playback_;
     std::unique_ptr<Phone> phone_;

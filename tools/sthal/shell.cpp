@@ -214,8 +214,8 @@ bool Shell::Carry(const std::string& line) {
             carried_out_.push_back(line);
         }
         // A failed call is there to be seen; in a scenario it has to be expected.
-        if (session_.TakeFailedResult()) {
-            carried_out_.push_back("expect result " + std::to_string(session_.last_result()));
+        if (const auto result = session_.TakeFailedResult()) {
+            carried_out_.push_back("expect result " + std::to_string(*result));
         }
         last_verb_frame_ = session_.phone().board().microphone().Position();
     }
@@ -234,7 +234,9 @@ Outcome Shell::CarryShellVerb(const std::string& name, const Values& values) {
     if (name == "save") return Save(values[0]);
     if (name == "quit") is_over_ = true;
     if (name != "run") return {};
-    const auto scenario = ReadScenario(values[0]);
+    std::vector<std::string> models;
+    for (const auto& [model, ignored] : session_.models()) models.push_back(model);
+    const auto scenario = ReadScenario(values[0], models);
     if (!scenario) return Outcome::Failed(scenario.error);
     Outcome outcome = RunScenario(*scenario, session_);
     if (outcome.ok()) {

@@ -17,7 +17,10 @@ constexpr int kInterrupted = 130;
 
 constexpr char kFooter[] =
         "Events appear as they arrive. The same verbs make a scenario for 'sthal run'; 'save FILE' "
-        "writes\none of the session. docs/scenarios.md explains them.";
+        "writes\none of the session. docs/scenarios.md explains them.\n\n"
+        "Exit status: 0 the session was ended; 1 a line that did not come from a terminal was not "
+        "carried\nout, the HAL broke a rule of the framework's, or a file could not be written; 2 "
+        "wrong arguments;\n77 no virtual board can be had here; 130 ended by SIGTERM.";
 
 }  // namespace
 

@@ -56,8 +56,8 @@ const std::vector<ValueKind>& Kinds() {
         {"BYTES", "a size up to 64M, such as 200K", {}, [](auto text) {
             const auto bytes = ParseBytes(text);
             return bytes && *bytes <= kMaxModelBytes; }},
-        {"CHANNELS", "1 or 2", {"1", "2"}, {}},
-        {"COUNT", "a whole number from 0 on", {}, [](auto text) {
+        {"CHANNELS", "a number of channels", {"1", "2"}, {}},
+        {"COUNT", "a whole number from 0 to 4294967295", {}, [](auto text) {
             return ToNumber<uint32_t>(text).has_value(); }},
         {"DECIBELS", "decibels from -100 to 40", {}, [](auto text) {
             return IsIn(ToNumber<double>(text), -100, 40); }},
@@ -66,6 +66,7 @@ const std::vector<ValueKind>& Kinds() {
         {"FAULT", "a fault such as: command reply id=227 times=1 errno=EIO", {}, [](auto text) {
             return FaultProblem(text).empty(); }, FaultProblem},
         {"FILE", "a file", {}, {}},
+        {"KIND", "a kind of event", {"phrase", "generic"}, {}},
         {"LEVEL", "a log level", {"verbose", "debug", "info", "warning", "error"}, {}},
         {"MODEL", "the name of a model", {}, {}},
         {"NAME", "a name", {}, {}},
@@ -77,7 +78,7 @@ const std::vector<ValueKind>& Kinds() {
             return IsIn(ToNumber<double>(text), 0, 1); }},
         {"RESULT", "a result such as 0, -22 or -EINVAL", {}, [](auto text) {
             return ParseStatus(text).has_value(); }},
-        {"SEED", "a seed: a whole number from 0 on", {}, [](auto text) {
+        {"SEED", "a seed: a whole number from 0 to 4294967295", {}, [](auto text) {
             return ToNumber<uint32_t>(text).has_value(); }},
         {"SPEED", "a speed from 0.1 to 16", {}, [](auto text) {
             return IsIn(ToNumber<double>(text), 0.1, 16); }},
@@ -85,7 +86,7 @@ const std::vector<ValueKind>& Kinds() {
         {"STATUS", "a recognition status", {"SUCCESS", "ABORTED", "FAILURE", "FORCED"}, {}},
         {"TAG", "a log tag, or how it begins", {}, {}},
         {"TEXT", "a text", {}, {}},
-        {"TIME", "a time such as 2.5s or 300ms", {}, [](auto text) {
+        {"TIME", "a time up to an hour, such as 2.5s or 300ms", {}, [](auto text) {
             return IsIn(ParseSeconds(text), 0, kMaxSeconds); }},
         {"USAGE", "a usage", UsageNames(), {}},
         {"USECASE", "a usecase", Names({hal_utils::kPrimaryPlayback, hal_utils::kDeepBufferPlayback,

@@ -5,7 +5,9 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 #include "audio/hal/utils/tamberlo/tamberlo_config_file.h"
@@ -40,22 +42,59 @@ double SecondsOr(const Values& values, std::string_view option, double otherwise
     return ParseSeconds(values.Get(option)).value_or(otherwise);
 }
 
-audio::Result<Sound> ReadWav(Session& session, const std::string& path, audio::Channels channels) {
-    auto file = audio::ReadWav(path, channels);
-    if (!file) return audio::Result<Sound>::Error(file.error);
-    for (const std::string& change : file->conversions) {
+void SayConversions(Session& session, const std::string& path, const audio::DecodedAudio& file) {
+    for (const std::string& change : file.conversions) {
         session.Say(std::string(path).append(": ").append(change));
     }
-    return audio::Result<Sound>::Of(std::move(file.value->sound));
 }
 
-audio::Result<Sound> PatternOf(Session& session, const Values& values) {
-    if (values.Has("wav")) return ReadWav(session, values.Get("wav"), audio::Channels::kMono);
-    if (values[0] == "keyphrase" || values.Has("say")) {
-        return audio::Speak(values.Get("say", values[1]));
+// What a model is made of, as it is recorded, spoken or composed.
+audio::Result<audio::DecodedAudio> SourceOf(const Values& values) {
+    using Source = audio::Result<audio::DecodedAudio>;
+    if (values.Has("wav")) return audio::ReadWav(values.Get("wav"), audio::Channels::kMono);
+    if (values[0] == "generic" && !values.Has("say")) {
+        return Source::Of({.sound = audio::MakeMusic(audio::Seconds(kMusicPatternFrames)),
+                           .conversions = {}});
     }
-    Sound music = audio::MakeMusic(audio::Seconds(kMusicPatternFrames));
-    return audio::Result<Sound>::Of(std::move(music));
+    auto speech = audio::Speak(values.Get("say", values[1]));
+    if (!speech) return Source::Error(speech.error);
+    return Source::Of({.sound = std::move(*speech.value), .conversions = {}});
+}
+
+// The same, if a model can be made of it.
+audio::Result<audio::DecodedAudio> PatternOf(const Values& values) {
+    auto source = SourceOf(values);
+    if (!source) return source;
+    const size_t frames = source->sound.frames();
+    if (frames >= virtual_dsp::kMinTemplateFrames && frames <= virtual_dsp::kMaxTemplateFrames) {
+        return source;
+    }
+    char text[120];
+    (void)std::snprintf(text, sizeof(text), "expected %.1f to %.1f s of audio for a model, found",
+                        audio::Seconds(virtual_dsp::kMinTemplateFrames),
+                        audio::Seconds(virtual_dsp::kMaxTemplateFrames));
+    return audio::Result<audio::DecodedAudio>::Error(
+            text + (" " + std::to_string(audio::Seconds(frames)) + " s"));
+}
+
+// A tuning file, of its bytes or of its text. A binary one is shipped as it is, right or wrong: the
+// HAL has to cope with either.
+audio::Result<std::vector<uint8_t>> TuningImage(const std::string& path) {
+    using Image = audio::Result<std::vector<uint8_t>>;
+    auto bytes = audio::ReadFileBytes(path);
+    if (!bytes || std::ranges::find(*bytes, 0) != bytes->end()) return bytes;
+    const auto text = tamberlo::TuningFileFromText(
+            {reinterpret_cast<const char*>(bytes->data()), bytes->size()});
+    if (!text.file) return Image::Error(path + ":" + std::to_string(text.line) + ": " + text.what);
+    auto image = tamberlo::WriteTuningFile(*text.file);
+    if (!image) return Image::Error(path + " makes a tuning file that is too large");
+    return Image::Of(std::move(*image));
+}
+
+// What a pipe holds can be read once only, by the verb.
+bool CanBeReadTwice(const std::string& path) {
+    std::error_code error;
+    return !std::filesystem::exists(path, error) || std::filesystem::is_regular_file(path, error);
 }
 
 Outcome PlayPiece(Session& session, audio::Piece piece) {
@@ -87,18 +126,15 @@ Outcome RunLoad(Session& session, const Values& values) {
     request.threshold =
             values.Number("threshold", request.is_generic ? kMusicThreshold : kHotwordThreshold);
     request.total_bytes = ParseBytes(values.Get("size")).value_or(0);
-    auto pattern = PatternOf(session, values);
+    auto pattern = PatternOf(values);
     if (!pattern) return Outcome::Failed(pattern.error);
-    const size_t frames = pattern->frames();
-    if (frames < virtual_dsp::kMinTemplateFrames || frames > virtual_dsp::kMaxTemplateFrames) {
-        char text[120];
-        (void)std::snprintf(text, sizeof(text), "%.1f to %.1f s of audio for a model",
-                            audio::Seconds(virtual_dsp::kMinTemplateFrames),
-                            audio::Seconds(virtual_dsp::kMaxTemplateFrames));
-        return Outcome::Expected(text, std::to_string(audio::Seconds(frames)) + " s");
-    }
-    request.pattern = std::move(*pattern.value);
+    SayConversions(session, values.Get("wav"), *pattern);
+    request.pattern = std::move(pattern.value->sound);
     return session.Load(request);
+}
+
+std::string LoadProblem(const Values& values) {
+    return CanBeReadTwice(values.Get("wav")) ? PatternOf(values).error : "";
 }
 
 Outcome RunStart(Session& session, const Values& values) {
@@ -149,10 +185,20 @@ Outcome RunSay(Session& session, const Values& values) {
                                .gain_db = values.Number("louder", 0)});
 }
 
+std::string SayProblem(const Values& values) {
+    return audio::Speak(values[0]).error;
+}
+
 Outcome RunPlayWav(Session& session, const Values& values) {
-    const auto recording = ReadWav(session, values[0], audio::Channels::kStereo);
-    if (!recording) return Outcome::Failed(recording.error);
-    return session.Play(*recording);
+    const auto file = audio::ReadWav(values[0], audio::Channels::kStereo);
+    if (!file) return Outcome::Failed(file.error);
+    SayConversions(session, values[0], *file);
+    return session.Play(file->sound);
+}
+
+std::string PlayWavProblem(const Values& values) {
+    if (!CanBeReadTwice(values[0])) return {};
+    return audio::ReadWav(values[0], audio::Channels::kStereo).error;
 }
 
 Outcome RunPlayMusic(Session& session, const Values& values) {
@@ -211,25 +257,16 @@ Outcome RunPlayTracks(Session& session, const Values& values) {
 }
 
 Outcome RunTuningLoad(Session& session, const Values& values) {
-    const std::string& path = values[0];
-    const auto bytes = audio::ReadFileBytes(path);
-    if (!bytes) return Outcome::Failed(bytes.error);
-    // A binary file is shipped as it is, right or wrong: the HAL has to cope with either.
-    if (std::ranges::find(*bytes, 0) != bytes->end()) {
-        const auto file = tamberlo::ReadTuningFile(*bytes);
-        if (!file.file) session.Say(path + " is no tuning file: " + file.error.what);
-        session.phone().board().SetTuningFile(*bytes);
-        return {};
-    }
-    const auto text = tamberlo::TuningFileFromText(
-            {reinterpret_cast<const char*>(bytes->data()), bytes->size()});
-    if (!text.file) {
-        return Outcome::Failed(path + ":" + std::to_string(text.line) + ": " + text.what);
-    }
-    const auto image = tamberlo::WriteTuningFile(*text.file);
-    if (!image) return Outcome::Failed(path + " makes a tuning file that is too large");
+    const auto image = TuningImage(values[0]);
+    if (!image) return Outcome::Failed(image.error);
+    const auto file = tamberlo::ReadTuningFile(*image);
+    if (!file.file) session.Say(values[0] + " is no tuning file: " + file.error.what);
     session.phone().board().SetTuningFile(*image);
     return {};
+}
+
+std::string TuningProblem(const Values& values) {
+    return CanBeReadTwice(values[0]) ? TuningImage(values[0]).error : "";
 }
 
 Outcome RunTuningShow(Session& session, const Values&) {
@@ -245,7 +282,10 @@ Outcome RunTuningShow(Session& session, const Values&) {
 Outcome RunDump(Session& session, const Values& values) {
     const std::string tag = values.Get("TAG");
     const std::string_view arguments[] = {tag};
-    session.Show(session.phone().Dump(std::span(arguments).first(tag.empty() ? 0 : 1)));
+    const std::string text = session.phone().Dump(std::span(arguments).first(tag.empty() ? 0 : 1));
+    session.Show(text.empty() ? "no line has a tag that begins with '" + tag +
+                                        "'; all tags begin with StHal::"
+                              : text);
     return {};
 }
 

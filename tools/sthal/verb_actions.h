@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 #include "tools/sthal/grammar.h"
 #include "tools/sthal/session.h"
 
@@ -24,5 +26,11 @@ Outcome RunTuningLoad(Session& session, const Values& values);
 Outcome RunTuningShow(Session& session, const Values& values);
 Outcome RunDump(Session& session, const Values& values);
 Outcome RunLogLevel(Session& session, const Values& values);
+
+// What is wrong with what these verbs are given, or nothing; see Verb::find_problem.
+std::string LoadProblem(const Values& values);
+std::string SayProblem(const Values& values);
+std::string PlayWavProblem(const Values& values);
+std::string TuningProblem(const Values& values);
 
 }  // namespace sthal

@@ -21,6 +21,9 @@ struct Verb {
     Outcome (*run)(Session& session,
                    const Values& values);  // Null at the beginning, or in a shell.
     Where where = Where::kAnywhere;
+    // What is wrong with the words and the files that the values name, or nothing: what can be
+    // found out without a phone. Null where there is nothing to find.
+    std::string (*find_problem)(const Values& values) = nullptr;
 };
 
 std::span<const Verb> Verbs();

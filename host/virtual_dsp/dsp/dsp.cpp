@@ -43,7 +43,8 @@ bool Dsp::Impl::Hear(std::span<const int16_t> frames, int64_t last_frame_ns) {
     if (count == 0) return false;
     if (const int64_t pause_ns = frame_times_.AddBlock(count, last_frame_ns); pause_ns != 0) {
         Note("microphone", "nothing heard for " + std::to_string(pause_ns / 1'000'000) +
-                                   " ms before frame " + std::to_string(history_.end()));
+                                   " ms before frame " + std::to_string(history_.end()) +
+                                   " (its source paused, or this machine was busy)");
     }
     if (!up_) {
         history_.Skip(count);
