@@ -75,8 +75,35 @@ std::unique_ptr<SoundTriggerService::CaptureStream> SoundTriggerService::OpenCap
     builder.channel_count = channels;
     builder.is_internal_force = zero_latency;
     auto stream = builder.Build();
-    if (stream == nullptr || !stream->Start()) return nullptr;
+    if (stream == nullptr) {
+        ForgetDroppedModels();
+        return nullptr;
+    }
+    if (!stream->Start()) return nullptr;
     return stream;
+}
+
+// The HAL borrows the framework's model for a zero latency capture, and drops it when the DSP
+// refuses. Of a model that is not started nothing shows that; its next call fails.
+void SoundTriggerService::ForgetDroppedModels() {
+    const auto is_dropped = [this](const Model& model) {
+        return model.io_handle && hal_->GetModelHandle(*model.io_handle) != model.handle;
+    };
+    while (true) {
+        std::list<Model>::iterator dropped;
+        int32_t handle = kNoHandle;
+        {
+            std::lock_guard lock(lock_);
+            dropped = std::find_if(models_.begin(), models_.end(), is_dropped);
+            if (dropped == models_.end()) return;
+            handle = std::exchange(dropped->handle, kNoHandle);
+            dropped->io_handle.reset();
+        }
+        if (!dropped->callback->modelUnloaded(handle).isOk()) {
+            LOG(WARNING) << "modelUnloaded: the framework did not take it";
+        }
+        RemoveModel(dropped);
+    }
 }
 
 ScopedAStatus SoundTriggerService::registerGlobalCallback(
@@ -130,7 +157,7 @@ ScopedAStatus SoundTriggerService::Load(const SoundModel& model,
         if (std::any_of(models_.begin(), models_.end(), is_same)) {
             return Refused(Status::RESOURCE_CONTENTION, "load: the model is loaded already");
         }
-        models_.push_back({model.vendorUuid, kNoHandle, false});
+        models_.push_back({model.vendorUuid, kNoHandle, std::nullopt, callback});
         added = std::prev(models_.end());
     }
     int loaded = kNoHandle;
@@ -194,9 +221,11 @@ std::optional<SoundTriggerService::Model> SoundTriggerService::Snapshot(int32_t 
 ScopedAStatus SoundTriggerService::startRecognition(int32_t handle, int32_t device_handle,
                                                     int32_t io_handle,
                                                     const RecognitionConfig& config) {
-    if (!Snapshot(handle)) return UnknownModel("startRecognition", handle);
+    const auto model = Snapshot(handle);
+    if (!model) return UnknownModel("startRecognition", handle);
+    SetIoHandle(handle, std::nullopt);
     const int result = hal_->StartRecognition(handle, device_handle, io_handle, config);
-    if (result == 0) SetStarted(handle, true);
+    SetIoHandle(handle, result == 0 ? io_handle : model->io_handle);
     return FromResult("startRecognition", result);
 }
 
@@ -204,16 +233,17 @@ ScopedAStatus SoundTriggerService::stopRecognition(int32_t handle) {
     const auto model = Snapshot(handle);
     if (!model) return UnknownModel("stopRecognition", handle);
     // Nothing to do is no failure: the framework stops again when it is not sure.
-    if (!model->is_started) return ScopedAStatus::ok();
+    if (!model->io_handle) return ScopedAStatus::ok();
+    SetIoHandle(handle, std::nullopt);
     const int result = hal_->StopRecognition(handle);
-    if (result == 0) SetStarted(handle, false);
+    if (result != 0) SetIoHandle(handle, model->io_handle);
     return FromResult("stopRecognition", result);
 }
 
-void SoundTriggerService::SetStarted(int32_t handle, bool is_started) {
+void SoundTriggerService::SetIoHandle(int32_t handle, std::optional<int32_t> io_handle) {
     std::lock_guard lock(lock_);
     const auto model = Find(handle);
-    if (model != models_.end()) model->is_started = is_started;
+    if (model != models_.end()) model->io_handle = io_handle;
 }
 
 ScopedAStatus SoundTriggerService::forceRecognitionEvent(int32_t handle) {

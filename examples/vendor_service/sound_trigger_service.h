@@ -23,8 +23,8 @@ namespace vendor_service_example {
  * its results as binder statuses, and keeps what they do not say: which handles are the framework's
  * and whether there is room for another model.
  *
- * Any number of binder threads at a time. No lock is held in a call of the HAL or of the framework,
- * which therefore may call back into this object.
+ * Any number of binder threads at a time. No lock is held in a call of the framework, nor of the
+ * HAL but for GetModelHandle, which never blocks: both may call back into this object.
  */
 class SoundTriggerService : public ::aidl::android::hardware::soundtrigger3::BnSoundTriggerHw {
   public:
@@ -59,9 +59,11 @@ class SoundTriggerService : public ::aidl::android::hardware::soundtrigger3::BnS
      * Opens a capture stream on the io handle that recognition was started with, or, with zero
      * latency, on what the DSP hears from now on.
      *
-     * @return Null when there is no detection to capture, or none can be forced.
+     * @return Null when there is no detection to capture, or none can be forced. That may cost the
+     *         framework its hotword model, which it then is told.
      */
-    std::unique_ptr<CaptureStream> OpenCapture(int io_handle, int channels, bool zero_latency);
+    std::unique_ptr<CaptureStream> OpenCapture(int io_handle, int channels, bool zero_latency)
+            EXCLUDES(lock_);
 
     // --- ISoundTriggerHw ---
     ::ndk::ScopedAStatus getProperties(Properties* properties) override EXCLUDES(lock_);
@@ -95,7 +97,9 @@ class SoundTriggerService : public ::aidl::android::hardware::soundtrigger3::BnS
     struct Model {
         std::string vendor_uuid;
         int32_t handle;
-        bool is_started;
+        // Of a started one, but while a call may be changing it.
+        std::optional<int32_t> io_handle;
+        std::shared_ptr<Callback> callback;
     };
     // Of a model that the framework cannot name yet, or any more. The HAL keeps 0 for itself.
     static constexpr int32_t kNoHandle = 0;
@@ -106,7 +110,8 @@ class SoundTriggerService : public ::aidl::android::hardware::soundtrigger3::BnS
     void RemoveModel(std::list<Model>::iterator model) EXCLUDES(lock_);
     std::list<Model>::iterator Find(int32_t handle) REQUIRES(lock_);
     std::optional<Model> Snapshot(int32_t handle) EXCLUDES(lock_);
-    void SetStarted(int32_t handle, bool is_started) EXCLUDES(lock_);
+    void SetIoHandle(int32_t handle, std::optional<int32_t> io_handle) EXCLUDES(lock_);
+    void ForgetDroppedModels() EXCLUDES(lock_);
 
     SoundCardState* const monitor_;
     const std::unique_ptr<SoundTriggerHal> hal_;

@@ -118,8 +118,8 @@ TEST_F(EnvironmentTest, EraserIsForStartedHotwordModelsAndTheNeuralOneForEchoAlo
         PlayOnLoudspeaker();
         const bool is_neural = capabilities == 1;
         Check(0, hal_->StartRecognition(2, 0, 10, {.audioCapabilities = capabilities}),
-              "Start(1) "s + kOn + (is_neural ? " NeuralAec(on)" : ""));
-        EXPECT_EQ(kOff + (is_neural ? " NeuralAec(off)"s : ""), Route({}));
+              "Start(1) "s.append(kOn).append(is_neural ? " NeuralAec(on)" : ""));
+        EXPECT_EQ(std::string(kOff).append(is_neural ? " NeuralAec(off)" : ""), Route({}));
         EXPECT_EQ(0, hal_->UnloadSoundModel(2));
         EXPECT_TRUE(log_.HasInOrder({"I Hal: ProcessAecEvent: Eraser enabled ",
                                      "I Hal: ProcessAecEvent: Eraser disabled "}));

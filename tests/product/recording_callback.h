@@ -14,7 +14,7 @@
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 
 /**
- * The framework's end of a model: keeps what it is told, and may answer. Every call fails in the
+ * The framework's end of a model: keeps what it is told, and may answer. Every event fails in the
  * end, since that must not matter. Thread-safe.
  */
 class RecordingCallback
@@ -41,7 +41,17 @@ class RecordingCallback
                 << events_.size() << " events came in time, not " << count;
     }
 
-    ::ndk::ScopedAStatus modelUnloaded(int) override { return ::ndk::ScopedAStatus::ok(); }
+    // The handles that modelUnloaded() named.
+    std::vector<int> unloaded() const {
+        std::lock_guard lock(lock_);
+        return unloaded_;
+    }
+
+    ::ndk::ScopedAStatus modelUnloaded(int handle) override {
+        std::lock_guard lock(lock_);
+        unloaded_.push_back(handle);
+        return ::ndk::ScopedAStatus::ok();
+    }
     ::ndk::ScopedAStatus phraseRecognitionCallback(
             int handle,
             const ::aidl::android::media::soundtrigger::PhraseRecognitionEvent& event) override {
@@ -68,6 +78,7 @@ class RecordingCallback
     mutable std::mutex lock_;
     std::condition_variable grown_;
     std::vector<Event> events_;
+    std::vector<int> unloaded_;
     std::function<void(int)> action_;
 };
 

@@ -196,6 +196,23 @@ TEST_F(VendorServiceTest, DspThatCrashesFailsCallsAndLeavesEverythingToBeRepeate
     EXPECT_EQ("ok", Outcome(service_->unloadSoundModel(handle)));
 }
 
+TEST_F(VendorServiceTest, ModelLostToARefusedCaptureIsToldToTheFramework) {
+    int32_t handle = -1;
+    ASSERT_EQ("ok", Load(HotwordModel("one"), &handle));
+    ASSERT_EQ("ok", Outcome(service_->startRecognition(handle, 0, kIoHandle, {})));
+    EXPECT_FALSE(service_->OpenCapture(kIoHandle, 2, /*zero_latency=*/false));
+    EXPECT_TRUE(events_->unloaded().empty()) << "no detection to capture is not the model's end";
+
+    AddFault("on command reply id=267 times=1 errno=EIO");
+    EXPECT_FALSE(service_->OpenCapture(kIoHandle, 2, /*zero_latency=*/true));
+
+    EXPECT_EQ(std::vector<int>{handle}, events_->unloaded());
+    EXPECT_EQ(1, resources_->calls);
+    EXPECT_EQ(kIllegalArgument, Outcome(service_->unloadSoundModel(handle)));
+    EXPECT_EQ("ok", Load(HotwordModel("one"), &handle)) << "its uuid is free again";
+    EXPECT_EQ("ok", Outcome(service_->startRecognition(handle, 0, kIoHandle, {})));
+}
+
 TEST_F(VendorServiceTest, DumpIsSelectedByItsArguments) {
     const ::ndk::ScopedFileDescriptor file(memfd_create("dump", MFD_CLOEXEC));
     const char* args[] = {"StHal::SoundTriggerHal"};
