@@ -41,7 +41,7 @@ ScopedAStatus UnknownModel(const std::string& call, int32_t handle) {
 // Of a call that had nothing wrong with it, as far as could be seen from here: so whatever came of
 // it is for the HAL's log to tell.
 ScopedAStatus FromResult(const std::string& call, int result) {
-    if (result >= 0) return ScopedAStatus::ok();
+    if (result == 0) return ScopedAStatus::ok();
     return Refused(Status::INTERNAL_ERROR, call + ": " + std::to_string(result));
 }
 
@@ -58,8 +58,14 @@ bool IsWellFormed(const SoundModel& model) {
 SoundTriggerService::SoundTriggerService(SoundCardState* monitor)
     : monitor_(monitor), hal_(hal::soundtrigger::SoundTriggerHalBuilder::BuildSoundTriggerHal()) {
     hal_->SetSoundCardState(monitor_);
-    // The monitor tells of changes. That the DSP has been there all the time has to be passed on.
-    if (hal_->Initialize()) hal_->OnSoundCardStateChanged(true);
+    if (!hal_->Initialize()) return;
+    // The monitor tells of changes. That the DSP has been there all the time has to be passed on; a
+    // report that comes meanwhile may be overtaken by that, and is told again.
+    bool is_told_online = false;
+    for (bool is_online = true; is_online != is_told_online; is_online = monitor_->IsOnline()) {
+        hal_->OnSoundCardStateChanged(is_online);
+        is_told_online = is_online;
+    }
 }
 
 SoundTriggerService::~SoundTriggerService() {
@@ -157,7 +163,7 @@ ScopedAStatus SoundTriggerService::Load(const SoundModel& model,
         if (std::any_of(models_.begin(), models_.end(), is_same)) {
             return Refused(Status::RESOURCE_CONTENTION, "load: the model is loaded already");
         }
-        models_.push_back({model.vendorUuid, kNoHandle, std::nullopt, callback});
+        models_.push_back({model.vendorUuid, kNoHandle, false, std::nullopt, callback});
         added = std::prev(models_.end());
     }
     int loaded = kNoHandle;
@@ -223,9 +229,14 @@ ScopedAStatus SoundTriggerService::startRecognition(int32_t handle, int32_t devi
                                                     const RecognitionConfig& config) {
     const auto model = Snapshot(handle);
     if (!model) return UnknownModel("startRecognition", handle);
-    SetIoHandle(handle, std::nullopt);
+    // Before the call: its event may come, and be answered by a stop, before the call returns.
+    SetStarted(handle, true, std::nullopt);
     const int result = hal_->StartRecognition(handle, device_handle, io_handle, config);
-    SetIoHandle(handle, result == 0 ? io_handle : model->io_handle);
+    if (result == 0) {
+        SetIoHandle(handle, io_handle);
+    } else {
+        SetStarted(handle, model->is_started, model->io_handle);
+    }
     return FromResult("startRecognition", result);
 }
 
@@ -233,17 +244,27 @@ ScopedAStatus SoundTriggerService::stopRecognition(int32_t handle) {
     const auto model = Snapshot(handle);
     if (!model) return UnknownModel("stopRecognition", handle);
     // Nothing to do is no failure: the framework stops again when it is not sure.
-    if (!model->io_handle) return ScopedAStatus::ok();
-    SetIoHandle(handle, std::nullopt);
+    if (!model->is_started) return ScopedAStatus::ok();
+    SetStarted(handle, false, std::nullopt);
     const int result = hal_->StopRecognition(handle);
-    if (result != 0) SetIoHandle(handle, model->io_handle);
+    if (result != 0) SetStarted(handle, true, model->io_handle);
     return FromResult("stopRecognition", result);
 }
 
-void SoundTriggerService::SetIoHandle(int32_t handle, std::optional<int32_t> io_handle) {
+void SoundTriggerService::SetStarted(int32_t handle, bool is_started,
+                                     std::optional<int32_t> io_handle) {
     std::lock_guard lock(lock_);
     const auto model = Find(handle);
-    if (model != models_.end()) model->io_handle = io_handle;
+    if (model == models_.end()) return;
+    model->is_started = is_started;
+    model->io_handle = io_handle;
+}
+
+// Not of one that has been stopped meanwhile.
+void SoundTriggerService::SetIoHandle(int32_t handle, int32_t io_handle) {
+    std::lock_guard lock(lock_);
+    const auto model = Find(handle);
+    if (model != models_.end() && model->is_started) model->io_handle = io_handle;
 }
 
 ScopedAStatus SoundTriggerService::forceRecognitionEvent(int32_t handle) {

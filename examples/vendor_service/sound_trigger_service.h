@@ -97,8 +97,8 @@ class SoundTriggerService : public ::aidl::android::hardware::soundtrigger3::BnS
     struct Model {
         std::string vendor_uuid;
         int32_t handle;
-        // Of a started one, but while a call may be changing it.
-        std::optional<int32_t> io_handle;
+        bool is_started;                   // From the beginning of its start to that of its stop.
+        std::optional<int32_t> io_handle;  // Of a started one, from the end of its start on.
         std::shared_ptr<Callback> callback;
     };
     // Of a model that the framework cannot name yet, or any more. The HAL keeps 0 for itself.
@@ -110,7 +110,9 @@ class SoundTriggerService : public ::aidl::android::hardware::soundtrigger3::BnS
     void RemoveModel(std::list<Model>::iterator model) EXCLUDES(lock_);
     std::list<Model>::iterator Find(int32_t handle) REQUIRES(lock_);
     std::optional<Model> Snapshot(int32_t handle) EXCLUDES(lock_);
-    void SetIoHandle(int32_t handle, std::optional<int32_t> io_handle) EXCLUDES(lock_);
+    void SetStarted(int32_t handle, bool is_started, std::optional<int32_t> io_handle)
+            EXCLUDES(lock_);
+    void SetIoHandle(int32_t handle, int32_t io_handle) EXCLUDES(lock_);
     void ForgetDroppedModels() EXCLUDES(lock_);
 
     SoundCardState* const monitor_;

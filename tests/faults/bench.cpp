@@ -23,8 +23,6 @@ using std::chrono::steady_clock;
 
 namespace {
 
-constexpr int kHotwordEngine = 1;
-constexpr int kMusicEngine = 2;
 constexpr int kIoHandle = 10;  // Of the hotword; the next one is the music's.
 
 // The framework asks for all that there is, so that the neural canceller is in the game, too.
@@ -99,7 +97,7 @@ std::map<std::string, Bench::Action> Bench::Actions() {
     }
     actions["read"] = [this] { return Read(kHotwordEngine, 4096, 2); };
     actions["read mono"] = [this] { return Read(kHotwordEngine, 2048, 1); };
-    actions["read music"] = [this] { return Read(kMusicEngine, 2048, 1); };
+    actions["read music"] = [this] { return Read(kAmbientMusicEngine, 2048, 1); };
     actions["instant"] = [this] { return ReadInstant(); };
     add("properties", [this] {
         SoundTriggerHal::Properties properties;
@@ -208,7 +206,7 @@ std::string Bench::ReadInstant() {
 
 std::string Bench::Detect(bool is_music) {
     const size_t before = framework_->events().size();
-    detector_(is_music ? kMusicEngine : kHotwordEngine);
+    detector_(is_music ? kAmbientMusicEngine : kHotwordEngine);
     framework_->WaitForEvents(before + 1);
     return framework_->events().size() == before + 1 ? "0" : "no event";
 }

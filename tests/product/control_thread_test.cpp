@@ -113,9 +113,9 @@ TEST_F(ControlThreadTest, DetectionDuringInternalRecognitionIsDropped) {
     EXPECT_EQ("InternalForceDetected", State(1));
 }
 
-TEST_F(ControlThreadTest, FailedReadIsFollowedByAPauseAndOnlyARestartIsNamed) {
-    std::array<steady_clock::time_point, 2> failed;
-    std::array<steady_clock::time_point, 2> watched;
+TEST_F(ControlThreadTest, ReadWithoutARecordIsFollowedByAPauseAndOnlyARestartIsNamed) {
+    std::array<steady_clock::time_point, 3> failed;
+    std::array<steady_clock::time_point, 3> watched;
     (void)Start(GENERIC, 10);
     dsp_.WaitForCall("Watch");
     for (size_t i = 0; i < failed.size(); ++i) {
@@ -126,7 +126,10 @@ TEST_F(ControlThreadTest, FailedReadIsFollowedByAPauseAndOnlyARestartIsNamed) {
     dsp_.Notify({.result = -EIO});
     dsp_.WaitForCall("Watch", 2);
     dsp_.Notify({.result = -ENODEV});
+    dsp_.WaitForCall("Watch", 3);
+    dsp_.Notify({.is_torn = true});
     Detect(kAmbient);
+    EXPECT_EQ(1, log_.Count("I Hal: ControlThreadLoop: read trigger event with model type: 0"));
     EXPECT_THAT(log_.TakeProblems(),
                 ElementsAre("E Hal: ControlThreadLoop: read trigger event failure: -5",
                             "E Hal: ControlThreadLoop: read trigger event failure: -19",

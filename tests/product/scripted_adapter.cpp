@@ -150,7 +150,7 @@ int ScriptedAdapter::ReadDspNotification(int* engine, std::string& payload) {
     const Notification notification = std::move(notifications_.front());
     notifications_.pop_front();
     if (notification.result < 0) return notification.result;
-    *engine = notification.engine;
+    if (!notification.is_torn) *engine = notification.engine;
     if (notification.payload) payload = *notification.payload;
     return 0;
 }

@@ -44,6 +44,7 @@ class ScriptedAdapter : public SoundTriggerAdapter {
         int engine = 0;
         std::optional<std::string> payload = std::nullopt;  // None: a record without text.
         int result = 0;
+        bool is_torn = false;  // The engine is not written, and the result is 0.
     };
 
     ~ScriptedAdapter() override;

@@ -99,7 +99,7 @@ TEST_F(StreamTest, BadArgumentsAreRefusedBeforeTheDspIsAsked) {
     Check(-EINVAL, stream_->Read(buffer, INT_MIN), "", {read + "size -2147483648"});
     Check(-EINVAL, stream_->Write(buffer, 64));
     Check(-EINVAL, Build(0)->Read(buffer, 64), "", {read + "channel count 0"});
-    for (const int count : {-1, 3, INT_MAX}) {
+    for (const int count : {-1, INT_MAX}) {
         Check(-EINVAL, Build(count)->Read(buffer, 64), "",
               {read + "channel count " + std::to_string(count)});
     }

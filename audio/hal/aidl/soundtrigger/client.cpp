@@ -63,20 +63,6 @@ int ToRequestResult(int state_result) {
 
 }  // namespace
 
-std::string toString(EngineType type) {
-    switch (type) {
-        case EngineType::Unknown:
-            return "Unknown";
-        case EngineType::Hotword:
-            return "Hotword";
-        case EngineType::AmbientMusic:
-            return "AmbientMusic";
-        case EngineType::AmbientMusicBreak:
-            return "AmbientMusicBreak";
-    }
-    return std::to_string(static_cast<int>(type));
-}
-
 // --- life ---
 
 std::unique_ptr<SoundTriggerHalClient> SoundTriggerHalClient::Create(int handle,

@@ -15,25 +15,13 @@
 #include <variant>
 
 #include "audio/hal/aidl/soundtrigger/runtime_state.h"
+#include "audio/hal/aidl/soundtrigger/sound_trigger_adapter.h"
 
 namespace vendor::quarno::brindlecove::audio::hal::utils::dumpsys {
 struct DumpsysInfo;
 }
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
-
-class SoundTriggerAdapter;
-
-/** The DSP's detection engines. The adapter takes them as plain numbers. */
-enum class EngineType : int {
-    Unknown = 0,
-    Hotword = 1,
-    AmbientMusic = 2,
-    AmbientMusicBreak = 3,
-};
-
-/** The enumerator's name; for any other value its decimal number. */
-std::string toString(EngineType type);
 
 /**
  * A recognition event on its way to the framework, with all that its delivery needs. It owns what

@@ -16,8 +16,6 @@ namespace {
 constexpr int kDone = 0;
 constexpr int kRefused = 1;
 
-constexpr int kHotwordEngine = static_cast<int>(EngineType::Hotword);
-
 constexpr char kFailure[] = ": failure due to ";
 constexpr char kStopFailure[] = ": stop detection failure due to ";
 constexpr char kUnloadFailure[] = ": unload model failure due to ";

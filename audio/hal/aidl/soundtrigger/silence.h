@@ -11,8 +11,8 @@ namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 inline constexpr std::chrono::milliseconds kBufferDuration{64};
 
 /**
- * What a capture stream gets in place of a read that failed: a full buffer of silence, at the pace
- * of audio. A read that timed out has already taken its time.
+ * What a capture stream gets in place of a read that failed: a full buffer of silence, not faster
+ * than audio would come. A read that timed out has already taken twice that time.
  *
  * @param result  The failed read's negative errno.
  * @param size    Bytes of `buffer`, all of them set to 0.

@@ -12,6 +12,34 @@ struct LibraryArchitecture {
     std::string architecture;  // At most 64 bytes, up to the DSP's first NUL.
 };
 
+/** The DSP's detection engines. */
+enum class EngineType : int {
+    Unknown = 0,
+    Hotword = 1,
+    AmbientMusic = 2,
+    AmbientMusicBreak = 3,
+};
+
+/** The enumerator's name; for any other value its decimal number. */
+inline std::string toString(EngineType type) {
+    switch (type) {
+        case EngineType::Unknown:
+            return "Unknown";
+        case EngineType::Hotword:
+            return "Hotword";
+        case EngineType::AmbientMusic:
+            return "AmbientMusic";
+        case EngineType::AmbientMusicBreak:
+            return "AmbientMusicBreak";
+    }
+    return std::to_string(static_cast<int>(type));
+}
+
+/** The engines as the adapter's operations take them. */
+inline constexpr int kHotwordEngine = static_cast<int>(EngineType::Hotword);
+inline constexpr int kAmbientMusicEngine = static_cast<int>(EngineType::AmbientMusic);
+inline constexpr int kAmbientMusicBreakEngine = static_cast<int>(EngineType::AmbientMusicBreak);
+
 /** Which set of parameters the DSP is tuned with. */
 enum class TuningType : int {
     Unknown = 0,

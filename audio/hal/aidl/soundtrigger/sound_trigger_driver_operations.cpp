@@ -31,6 +31,9 @@ constexpr int kSampleRateHz = 16000;
 constexpr int64_t kFrameDurationNs = 1'000'000'000 / kSampleRateHz;
 static_assert(kFrameDurationNs == 62500);
 
+// Beyond it a frame has more bytes than an int counts.
+constexpr int kMaxChannels = INT_MAX / kBytesPerSample;
+
 // The DSP's reader writes this much where it converts audio, however little was asked for.
 constexpr unsigned int kLeastReadBytes = 2048;
 
@@ -108,7 +111,7 @@ int SoundTriggerDriverOperations::Read(unsigned char* buffer, int size) {
     std::lock_guard lock(lock_);
     if (hal_ == nullptr) return -ENODEV;
     if (buffer == nullptr) return -EINVAL;
-    if (channel_count_ != 1 && channel_count_ != 2) {
+    if (channel_count_ < 1 || channel_count_ > kMaxChannels) {
         LOG(ERROR) << "Read: Invalid channel count " << channel_count_;
         return -EINVAL;
     }

@@ -30,7 +30,10 @@ class SOUND_TRIGGER_EXPORT SoundTriggerDriverOperations {
     SoundTriggerDriverOperations(SoundTriggerHal* hal, int io_handle, int channel_count,
                                  bool is_internal_force);
 
-    /** Ends the internal recognition of an internal forced stream. */
+    /**
+     * An internal forced stream ends whichever internal recognition is running, its successor's,
+     * too: destroy it before the next one is built.
+     */
     virtual ~SoundTriggerDriverOperations();
 
     SoundTriggerDriverOperations(const SoundTriggerDriverOperations&) = delete;
@@ -49,13 +52,14 @@ class SOUND_TRIGGER_EXPORT SoundTriggerDriverOperations {
 
     /**
      * Reads captured audio, 16-bit at 16 kHz. Blocks until all of it is there, or until none has
-     * come for 128 ms, and 64 ms more where the DSP fails.
+     * come for 128 ms, and 64 ms more where the DSP fails otherwise; see
+     * SoundTriggerHal::ReadBuffer for the first read of a hotword.
      *
      * @param buffer  Room for `size` bytes; nothing is written beyond them.
      * @param size    In bytes. A negative one counts as positive.
      * @return Bytes delivered: silence where the DSP fails or has gone. -ENODEV without a HAL;
-     *         -EINVAL for a null buffer, for INT_MIN, or when the stream has other than 1 or 2
-     *         channels.
+     *         -EINVAL for a null buffer, for INT_MIN, or when the stream has no channel or more
+     *         than can be counted. One of more than 2 gets what one of 2 does.
      */
     virtual int Read(unsigned char* buffer, int size) EXCLUDES(lock_);
 

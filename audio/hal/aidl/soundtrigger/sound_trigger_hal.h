@@ -55,14 +55,16 @@ namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
  * Threads: all operations may be called from any thread, also from a framework callback, once
  * Initialize has returned. One mutex guards everything; operations hold it from entry to return,
  * a model's download included, except GetProperties, GetModelHandle, ReadBuffer, ReadTimestamp,
- * GetPrefix and GetParameter, which never wait for it. A framework callback is made from the
- * control thread without it.
+ * GetPrefix and GetParameter, which never wait for it, and StopRecognition and UnloadSoundModel,
+ * which release it while they wait for an event. A framework callback is made from the control
+ * thread without it.
  *
  * Time: what asks the DSP takes milliseconds, a download about one per 16 KiB. "Blocks up to" below
  * is how long answers are waited for in vain when the DSP is silent from the start of the call: 200
- * ms for one, 500 ms for all, however many commands there are to send
- * (utils::zyl::ZylCommandExecutor). The next calls find that time used up and only look whether an
- * answer is there, until one comes or 1 s has passed. Beside that:
+ * ms for one, 500 ms for all that follow each other closely (utils::zyl::ZylCommandExecutor), and
+ * once more in each second of a download that long. The next calls find that time used up and only
+ * look whether an answer is there, until one comes or the DSP has been left alone for 100 ms.
+ * Beside that:
  *  - a call waits for the lock while another one has it, and while the control thread opens the
  *    notification device (up to 500 ms where it is missing);
  *  - a call that the driver of a device does not return from holds its caller, and mostly the lock,
@@ -94,9 +96,9 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
     explicit SoundTriggerHal(std::unique_ptr<SoundTriggerAdapter> adapter);
 
     /**
-     * Ends the control thread and closes the devices. The DSP is left as it is. No other call may
-     * be running or come later, the sound card monitor's included: the registration with it is not
-     * undone here.
+     * Ends the control thread, which it waits for, and closes the devices. The DSP is left as it
+     * is. Not in a framework callback, which runs on that thread. No other call may be running or
+     * come later, the sound card monitor's included: the registration with it is not undone here.
      */
     ~SoundTriggerHal() override;
 
@@ -125,7 +127,7 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
 
     /**
      * Describes the implementation. Asks the DSP for its library version and architecture. Blocks
-     * up to 200 ms.
+     * up to 200 ms, and as much for each command of another thread before it.
      *
      * @param properties  Filled on success, else left as it was.
      * @return 0, or -EINVAL when the DSP does not answer.
@@ -244,11 +246,11 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
      * @param buffer         Room for at least 2048 bytes whatever `size` says: see
      *                       SoundTriggerAdapter::ReadDspBuffer.
      * @param size           Wanted, in bytes.
-     * @param channel_count  1 or 2.
+     * @param channel_count  1: the first microphone; any other: both, interleaved.
      * @return Bytes delivered: a DSP that fails delivers silence. -ENODEV while it is offline.
      *         Blocks until all of it is there, or until none has come for 128 ms, and 64 ms more
-     *         after another failure; for the hotword's instant up to 200 ms. A device that is
-     *         missing costs 64 ms.
+     *         after another failure; for the hotword's instant up to 200 ms, and as much for each
+     *         command of another thread before it. A device that is missing costs 64 ms.
      */
     [[nodiscard]] int ReadBuffer(int engine_type, char* buffer, uint32_t size, int channel_count);
 
@@ -258,9 +260,13 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
     // --- the audio environment ---
 
     /**
-     * The DSP has gone or is back. Repeated reports are not filtered. Being back puts everything
-     * into the DSP that the framework wants of it, and blocks up to 500 ms; where the model-data
-     * device is missing, each model waits 500 ms for it. Being gone asks the DSP nothing.
+     * The DSP has gone or is back. Being back puts into the DSP what the framework wants of it, but
+     * for the eraser, which comes with the next change of the playback; it blocks up to 500 ms, and
+     * where the model-data device is missing, each model waits 500 ms for it. Being gone asks the
+     * DSP nothing.
+     *
+     * Repeated reports are not filtered: a second one that the DSP is back starts every detection
+     * anew and so ends a capture that is being read.
      */
     void OnSoundCardStateChanged(bool online) override EXCLUDES(lock_);
 
@@ -373,7 +379,8 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
     WaitSet PrepareWaitSet() EXCLUDES(lock_);
     void HandleReady(const WaitSet& ready) EXCLUDES(lock_);
     void DrainControlPipe(int pipe_fd) REQUIRES(lock_);
-    SoundTriggerHalClient* ReadDetection(std::string* payload, int* result) REQUIRES(lock_);
+    SoundTriggerHalClient* ReadDetection(int* model_type, std::string* payload, int* result)
+            REQUIRES(lock_);
     void DeliverRecognition(const std::string& payload) EXCLUDES(lock_);
     std::optional<RecognitionCallback> TakeCallback(const std::string& payload) EXCLUDES(lock_);
     void EndDelivery(int32_t handle) REQUIRES(lock_);

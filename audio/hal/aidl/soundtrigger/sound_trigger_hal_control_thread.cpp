@@ -25,8 +25,11 @@ static_assert(sizeof(ControlMessage) == 4);
 
 // While the DSP restarts, its node stays readable and every read fails: without a pause the loop
 // would spin, and fill the log, until the DSP is reported offline. The same goes for a node that
-// fails in another way than a restart's.
-constexpr std::chrono::milliseconds kDspRestartPause{100};
+// fails in another way than a restart's, or is readable and holds no record.
+constexpr std::chrono::milliseconds kFailedReadPause{100};
+
+// A number that no engine has: ReadDspNotification leaves it where there was no whole record.
+constexpr int kNoRecord = -1;
 
 // A framework that calls stop with a lock held that its callback waits for gets its answer after
 // this long; it gives every call 3 s in all.
@@ -82,6 +85,7 @@ bool SoundTriggerHal::CreateControlPipe() {
     std::lock_guard lock(lock_);
     int ends[2];
     // Non-blocking: the drain reads until nothing is left, and no caller may wait for the reader.
+    // Not closed on exec: an audio service starts no programs.
     if (pipe2(ends, O_NONBLOCK) != 0) {
         LOG(ERROR) << "ControlThreadLoop: fail to create pipe";
         return false;
@@ -139,14 +143,16 @@ void SoundTriggerHal::HandleReady(const WaitSet& ready) {
     bool is_detected = false;
     std::string payload;  // New in each turn: a record without text must not show an older one's.
     int result = 0;
-    bool is_read_failed = false;
+    bool is_record_read = true;
     {
         std::lock_guard lock(lock_);
         if (FD_ISSET(ready.pipe_fd, &ready.read_set)) DrainControlPipe(ready.pipe_fd);
         if (ready.notification_fd >= 0 && FD_ISSET(ready.notification_fd, &ready.read_set) &&
             is_dsp_online_) {
-            const SoundTriggerHalClient* const client = ReadDetection(&payload, &result);
-            is_read_failed = client == nullptr && result < 0;
+            int model_type = kNoRecord;
+            const SoundTriggerHalClient* const client =
+                    ReadDetection(&model_type, &payload, &result);
+            is_record_read = model_type != kNoRecord;
             is_detected = client != nullptr && result == 0;
             if (is_detected) delivery_ = {client->handle_, std::this_thread::get_id()};
         }
@@ -155,7 +161,7 @@ void SoundTriggerHal::HandleReady(const WaitSet& ready) {
     if (result == -ENODEV) {
         LOG(WARNING) << "ControlThreadLoop: Wait for dsp interface when restarting.";
     }
-    if (result == -ENODEV || is_read_failed) std::this_thread::sleep_for(kDspRestartPause);
+    if (result == -ENODEV || !is_record_read) std::this_thread::sleep_for(kFailedReadPause);
 }
 
 void SoundTriggerHal::DrainControlPipe(int pipe_fd) {
@@ -173,19 +179,20 @@ void SoundTriggerHal::DrainControlPipe(int pipe_fd) {
 }
 
 // Takes one detection from the DSP and moves its client on. Returns the client whose event is to be
-// delivered if `result`, the last result on the way, is 0.
-SoundTriggerHalClient* SoundTriggerHal::ReadDetection(std::string* payload, int* result) {
-    int model_type = 0;
-    *result = adapter_->ReadDspNotification(&model_type, *payload);
+// delivered if `result`, the last result on the way, is 0. `model_type` stays as it is where no
+// record was read.
+SoundTriggerHalClient* SoundTriggerHal::ReadDetection(int* model_type, std::string* payload,
+                                                      int* result) {
+    *result = adapter_->ReadDspNotification(model_type, *payload);
     if (*result < 0) {
         LOG(ERROR) << "ControlThreadLoop: read trigger event failure: " << *result;
         return nullptr;
     }
     LOG_LINE(INFO, "ControlThreadLoop: read trigger event with model type: " +
-                           std::to_string(model_type));
+                           std::to_string(*model_type == kNoRecord ? 0 : *model_type));
     const auto found = std::find_if(clients_.begin(), clients_.end(), [&](const auto& entry) {
         const SoundTriggerHalClient& client = *entry.second;
-        return client.is_started_ && static_cast<int>(client.engine_type_) == model_type;
+        return client.is_started_ && static_cast<int>(client.engine_type_) == *model_type;
     });
     if (found == clients_.end()) return nullptr;
     SoundTriggerHalClient* const client = found->second.get();

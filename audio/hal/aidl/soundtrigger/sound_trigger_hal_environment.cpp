@@ -23,9 +23,6 @@ using ::aidl::android::media::soundtrigger::AudioCapabilities;
 constexpr char kParameterPrefix[] = "vendor.vexor.st.";
 constexpr char kFanChargerParameter[] = "vendor.vexor.st.wireless.charger.with.fan";
 
-constexpr int kHotwordEngine = static_cast<int>(EngineType::Hotword);
-constexpr int kAmbientMusicEngine = static_cast<int>(EngineType::AmbientMusic);
-
 // Usages that come out of the loudspeaker loud enough to be heard by the microphones.
 bool IsActiveUsage(AudioUsage usage) {
     return usage == AudioUsage::MEDIA || usage == AudioUsage::ALARM ||
@@ -87,6 +84,8 @@ void SoundTriggerHal::PrepareDspOnline() {
     ProcessAecEvent(ShouldEnableAec());
 }
 
+// What the framework and the phone want stays noted. So does that the eraser is on, which the DSP
+// has lost: it comes back with the next change of the playback, not with the DSP.
 void SoundTriggerHal::PrepareDspOffline() {
     for (const auto& [handle, client] : clients_) client->ResetRuntimeState();
     is_notification_stale_ = true;

@@ -11,7 +11,6 @@
 #include <cstring>
 #include <utility>
 
-#include "audio/hal/aidl/soundtrigger/client.h"
 #include "audio/hal/aidl/soundtrigger/zyl/zyl_command.h"
 #include "audio/hal/aidl/soundtrigger/zyl/zyl_open_policy.h"
 
@@ -105,7 +104,11 @@ int ZylSoundTriggerAdapter::InternalHotwordRecognition(unsigned int value) {
     auto command =
             MakeCommand<InternalRecognitionPayload>(CMD_AUDIO_INPUT_HOTWORD_INTERNAL_RECOGNITION);
     command.value = value;
-    return Exchange(&command);
+    const int status = Exchange(&command);
+    // Its stream may read before the control thread has seen the DSP's record, and would be dated
+    // as the capture before it.
+    if (status == 0) hotword_timestamp_read_ = false;
+    return status;
 }
 
 std::optional<LibraryArchitecture> ZylSoundTriggerAdapter::GetLibraryArchitecture() {

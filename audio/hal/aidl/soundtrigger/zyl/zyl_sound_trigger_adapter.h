@@ -27,7 +27,8 @@ namespace vendor::quarno::brindlecove::audio::hal::soundtrigger::zyl {
  * around its pieces, so that two models do not mix, while other commands may go between them.
  * Reading audio takes neither, except for one query per detection.
  *
- * Nothing is retried: the HAL's callers decide what a failure means.
+ * No command is retried: the HAL's callers decide what a failure means. (The opens of two nodes are
+ * tried for as long as a DSP takes to restart: zyl_open_policy.h.)
  */
 class ZylSoundTriggerAdapter : public SoundTriggerAdapter {
   public:

@@ -13,7 +13,6 @@
 #include <optional>
 #include <string_view>
 
-#include "audio/hal/aidl/soundtrigger/client.h"
 #include "audio/hal/aidl/soundtrigger/zyl/zyl_command.h"
 #include "audio/hal/aidl/soundtrigger/zyl/zyl_mulaw.h"
 #include "audio/hal/aidl/soundtrigger/zyl/zyl_open_policy.h"
@@ -26,10 +25,6 @@ namespace {
 
 using utils::File;
 using utils::zyl::zyl_ticks_to_nanoseconds;
-
-constexpr int kHotwordEngine = static_cast<int>(EngineType::Hotword);
-constexpr int kAmbientMusicEngine = static_cast<int>(EngineType::AmbientMusic);
-constexpr int kAmbientMusicBreakEngine = static_cast<int>(EngineType::AmbientMusicBreak);
 
 // Twice the time that a buffer of 1024 frames takes to fill.
 constexpr int kPollTimeoutMs = 128;

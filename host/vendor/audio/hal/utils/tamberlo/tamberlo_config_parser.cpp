@@ -22,8 +22,9 @@ bool TamberloConfigParser::ParseTuningBuffer(unsigned char* buffer, int size, in
         LOG(ERROR) << "ParseTuningBuffer: tuning file of " << bytes << " bytes refused at offset "
                    << result.error.offset << ": " << result.error.what;
     }
+    const bool is_taken = result.file.has_value();
     *file_ = std::move(result.file).value_or(TuningFile());
-    return result.file.has_value();
+    return is_taken;
 }
 
 std::vector<TuningBlock> TamberloConfigParser::GetTuningDataVector(int mode, Type type) const {

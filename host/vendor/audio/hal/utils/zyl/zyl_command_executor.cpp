@@ -65,7 +65,8 @@ int ZylCommandExecutor::AwaitReply(char* command, int size) {
     const int result = ReadReply(command, size, patience);
     if (result == -ETIMEDOUT) {
         silence_ += patience;
-        if (patience > milliseconds::zero()) waited_until_ = steady_clock::now();
+        unanswered_at_ = steady_clock::now();
+        if (patience > milliseconds::zero()) waited_until_ = unanswered_at_;
     } else {
         silence_ = milliseconds::zero();
     }
@@ -73,9 +74,9 @@ int ZylCommandExecutor::AwaitReply(char* command, int size) {
 }
 
 milliseconds ZylCommandExecutor::Patience(steady_clock::time_point now) {
-    if (silence_ >= kSilenceLimit && now - waited_until_ >= kSilencePause) {
-        silence_ = milliseconds::zero();
-    }
+    const bool is_row_over =
+            now - unanswered_at_ >= kSilencePause || now - waited_until_ >= kRowLimit;
+    if (silence_ >= kSilenceLimit && is_row_over) silence_ = milliseconds::zero();
     return std::min(kReplyTimeout, std::max(milliseconds::zero(), kSilenceLimit - silence_));
 }
 

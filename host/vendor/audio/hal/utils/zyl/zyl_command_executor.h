@@ -25,14 +25,16 @@ class ZylCommandExecutor {
     static constexpr std::chrono::milliseconds kReplyTimeout{200};
 
     /**
-     * How long it waits in all for a DSP that answers nothing any more. When that is used up, only
-     * answers that are there at once count, until one comes, the device refuses a command, or
-     * kSilencePause has passed since the last wait: an owner with a thousand commands to send must
-     * not wait out a thousand time-outs. The pause is longer than such a row of commands takes, and
-     * shorter than a DSP takes to come back.
+     * How long it waits in all for a DSP that answers nothing any more, since an owner with a
+     * thousand commands to send must not wait out a thousand time-outs. When that is used up, only
+     * answers that are there at once count, until one comes, the device refuses a command, no
+     * command has been sent for kSilencePause, or kRowLimit has passed since the last wait. The
+     * pause is longer than a download takes from one command to the next, and shorter than a DSP
+     * takes to come back; the limit is for an owner that asks again and again.
      */
     static constexpr std::chrono::milliseconds kSilenceLimit{500};
     static constexpr std::chrono::milliseconds kSilencePause{100};
+    static constexpr std::chrono::milliseconds kRowLimit{1000};
 
     /** Longest command, in bytes. Commands are held on the stack, nothing is allocated. */
     static constexpr int kMaxCommandBytes = 256;
@@ -68,9 +70,11 @@ class ZylCommandExecutor {
     std::chrono::milliseconds Patience(std::chrono::steady_clock::time_point now);
 
     const std::unique_ptr<File> device_;
-    // How long the DSP has been waited for in vain since it last answered, and until when.
+    // How long the DSP has been waited for in vain since it last answered, until when, and when the
+    // latest command went unanswered.
     std::chrono::milliseconds silence_{0};
     std::chrono::steady_clock::time_point waited_until_;
+    std::chrono::steady_clock::time_point unanswered_at_;
 };
 
 }  // namespace vendor::quarno::brindlecove::audio::hal::utils::zyl
