@@ -62,7 +62,7 @@ namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
  * Time: what asks the DSP takes milliseconds, a download about one per 16 KiB. "Blocks up to" below
  * is how long answers are waited for in vain when the DSP is silent from the start of the call: 200
  * ms for one, 500 ms for all that follow each other closely (utils::zyl::ZylCommandExecutor), and
- * once more in each second of a download that long. The next calls find that time used up and only
+ * 200 ms more in each second of a download that takes longer. The next calls find that time used up and only
  * look whether an answer is there, until one comes or the DSP has been left alone for 100 ms.
  * Beside that:
  *  - a call waits for the lock while another one has it, and while the control thread opens the

@@ -74,9 +74,11 @@ int ZylCommandExecutor::AwaitReply(char* command, int size) {
 }
 
 milliseconds ZylCommandExecutor::Patience(steady_clock::time_point now) {
-    const bool is_row_over =
-            now - unanswered_at_ >= kSilencePause || now - waited_until_ >= kRowLimit;
-    if (silence_ >= kSilenceLimit && is_row_over) silence_ = milliseconds::zero();
+    if (now - unanswered_at_ >= kSilencePause) {
+        silence_ = milliseconds::zero();
+    } else if (now - waited_until_ >= kSilentRow) {
+        silence_ = std::min(silence_, kSilenceLimit - kReplyTimeout);
+    }
     return std::min(kReplyTimeout, std::max(milliseconds::zero(), kSilenceLimit - silence_));
 }
 

@@ -27,14 +27,14 @@ class ZylCommandExecutor {
     /**
      * How long it waits in all for a DSP that answers nothing any more, since an owner with a
      * thousand commands to send must not wait out a thousand time-outs. When that is used up, only
-     * answers that are there at once count, until one comes, the device refuses a command, no
-     * command has been sent for kSilencePause, or kRowLimit has passed since the last wait. The
-     * pause is longer than a download takes from one command to the next, and shorter than a DSP
-     * takes to come back; the limit is for an owner that asks again and again.
+     * answers that are there at once count, until one comes, the device refuses a command, or no
+     * command has been sent for kSilencePause. That is longer than a download takes from one
+     * command to the next, and shorter than a DSP takes to come back. For an owner that asks again
+     * and again one more time-out is waited out after each kSilentRow.
      */
     static constexpr std::chrono::milliseconds kSilenceLimit{500};
     static constexpr std::chrono::milliseconds kSilencePause{100};
-    static constexpr std::chrono::milliseconds kRowLimit{1000};
+    static constexpr std::chrono::milliseconds kSilentRow{1000};
 
     /** Longest command, in bytes. Commands are held on the stack, nothing is allocated. */
     static constexpr int kMaxCommandBytes = 256;
