@@ -62,9 +62,9 @@ namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
  * Time: what asks the DSP takes milliseconds, a download about one per 16 KiB. "Blocks up to" below
  * is how long answers are waited for in vain when the DSP is silent from the start of the call: 200
  * ms for one, 500 ms for all that follow each other closely (utils::zyl::ZylCommandExecutor), and
- * 200 ms more in each second of a download that takes longer. The next calls find that time used up and only
- * look whether an answer is there, until one comes or the DSP has been left alone for 100 ms.
- * Beside that:
+ * 200 ms more in each second of a download that takes longer. The next calls find that time used up
+ * and only look whether an answer is there, until one comes or the DSP has been left alone for 100
+ * ms. Beside that:
  *  - a call waits for the lock while another one has it, and while the control thread opens the
  *    notification device (up to 500 ms where it is missing);
  *  - a call that the driver of a device does not return from holds its caller, and mostly the lock,
