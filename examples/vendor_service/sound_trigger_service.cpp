@@ -92,8 +92,10 @@ std::unique_ptr<SoundTriggerService::CaptureStream> SoundTriggerService::OpenCap
 // The HAL borrows the framework's model for a zero latency capture, and drops it when the DSP
 // refuses. Of a model that is not started nothing shows that; its next call fails.
 void SoundTriggerService::ForgetDroppedModels() {
+    // Another model with the same io handle may be what GetModelHandle finds. Only when it finds
+    // none it is certain that this one is gone.
     const auto is_dropped = [this](const Model& model) {
-        return model.io_handle && hal_->GetModelHandle(*model.io_handle) != model.handle;
+        return model.io_handle && hal_->GetModelHandle(*model.io_handle) < 0;
     };
     while (true) {
         std::list<Model>::iterator dropped;
@@ -179,17 +181,21 @@ ScopedAStatus SoundTriggerService::Load(const SoundModel& model,
 
 ScopedAStatus SoundTriggerService::unloadSoundModel(int32_t handle) {
     std::list<Model>::iterator model;
+    std::optional<int32_t> io_handle;
     {
         std::lock_guard lock(lock_);
         model = Find(handle);
         if (model == models_.end()) return UnknownModel("unloadSoundModel", handle);
-        // The HAL gives the handle to the next model as soon as it is free.
+        // The HAL gives the handle to the next model as soon as it is free, and the model is this
+        // call's from now on: nobody else may find it gone.
         model->handle = kNoHandle;
+        io_handle = std::exchange(model->io_handle, std::nullopt);
     }
     // Waits for an event of the model that is being delivered.
     if (const int result = hal_->UnloadSoundModel(handle); result != 0) {
         std::lock_guard lock(lock_);
         model->handle = handle;
+        model->io_handle = io_handle;
         return FromResult("unloadSoundModel", result);
     }
     RemoveModel(model);

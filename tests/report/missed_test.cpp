@@ -73,7 +73,8 @@ const Case kCases[] = {
              run.Start();
              run.Log(900, "OnSoundCardStateChanged: false");
          },
-         MissReason::kDspOffline, "not been told"},
+         MissReason::kDspOffline, "told that the DSP is offline"},
+        {"NeverToldOnline", [](WrittenRun&) {}, MissReason::kDspOffline, "not been told yet"},
         {"ModelForAnotherEngine",
          [](WrittenRun& run) {
              run.Online();
@@ -168,13 +169,19 @@ TEST(MissedHotword, ModelThatHasTheHandleNowDoesNotCount) {
     EXPECT_EQ(MissReason::kNotStarted, missed[0].reason) << missed[0].why;
 }
 
+// One second that resembles nothing else.
+audio::Sound MakeSpeech() {
+    audio::Sound speech;
+    for (int i = 0; i < audio::kSampleRateHz; ++i) {
+        speech.samples.push_back(static_cast<int16_t>(i * 7919 % 20011 - 10000));
+    }
+    return speech;
+}
+
 // Two models are like the same speech; the one that is started was meant.
 TEST(MissedHotword, OneSpeechCountsOnce) {
     WrittenRun run;
-    audio::Sound speech;
-    for (int i = 0; i < 16000; ++i) {
-        speech.samples.push_back(static_cast<int16_t>(i * 7919 % 20011 - 10000));
-    }
+    const audio::Sound speech = MakeSpeech();
     audio::Sound recording;
     recording.samples.assign(size_t{3} * audio::kSampleRateHz, 0);
     std::ranges::copy(speech.samples, recording.samples.begin() + 16000);
@@ -192,6 +199,21 @@ TEST(MissedHotword, OneSpeechCountsOnce) {
     ASSERT_THAT(spoken, SizeIs(1));
     EXPECT_EQ(1U, spoken[0].model) << "the one that is started, although both fit";
     EXPECT_NEAR(16000, static_cast<double>(spoken[0].range.begin), 2);
+}
+
+TEST(MissedHotword, WhatWasSaidTooQuietlyToBeFoundIsKnownAllTheSame) {
+    WrittenRun run;
+    run.Start();
+    const audio::Sound said = MakeSpeech();
+    run.facts.models[0].pattern = said.samples;
+    run.facts.playbacks[0].said = std::make_shared<audio::Sound>(said);
+    run.facts.playbacks[0].said_at = 16000;
+
+    const auto missed = ExplainMissed(run.facts, FindSpoken(run.facts));
+
+    ASSERT_THAT(missed, SizeIs(1));
+    EXPECT_EQ(MissReason::kBelowThreshold, missed[0].reason) << missed[0].why;
+    EXPECT_EQ(2000 * kMs, missed[0].heard_ns);
 }
 
 TEST(MissedHotword, DeliveredOrUnheardOnesAreNotMissed) {

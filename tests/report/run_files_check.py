@@ -49,6 +49,17 @@ say "hello brindle cove"
 wait heard
 dump
 """
+# The HAL delivers silence where it cannot read.
+BROKEN_CAPTURE = """\
+speed 8
+load keyphrase hello say "hello brindle cove"
+start hello io 13
+say "hello brindle cove"
+wait event model hello within 6 s
+fault hotword_pcm read errno=EIO
+capture start io 13 for 0.5 s
+expect capture exact
+"""
 PHRASE = "hello <brindle> & cove"
 VOID = {"meta", "br", "hr", "link", "img", "input"}
 
@@ -238,6 +249,19 @@ def main():
                 "stopRecognition had ended it", "crashes of the DSP", "Notes",
                 "a second event without a new start, after a restart of the DSP"])
     assert "note: a second event without a new start" in run.stdout, run.stdout
+
+    broken = folder / "broken_capture.sthal"
+    broken.write_text(BROKEN_CAPTURE, encoding="utf-8")
+    run, trace, report = run_sthal(sthal, folder, "broken_capture", "run", broken)
+    assert run.returncode == 1, run.stdout
+    lanes, flows, _ = read_trace(trace)
+    assert "faults" in lanes.values(), lanes
+    assert [len(steps) for steps in flows.values()] == [2], "silence is not the record's audio"
+    text = text_of(report.read_text(encoding="utf-8"))
+    check_text(text, ["silence instead of audio 0.000 s to 0.", "got no audio",
+                      "hit by faults that the run set on purpose", "What was done At Step",
+                      f"What was wrong {broken}:8: 'expect capture exact'"])
+    assert not re.search(r"captured \d", text) and "Nothing:" not in text, text
 
     # A folder that is not there is said at once, not after the run.
     run = subprocess.run([sthal, "run", scenario, "--out", folder / "scenario", "--report",

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/report/written_run.h"
+#include "tools/sthal/findings.h"
 #include "tools/sthal/ledger.h"
 #include "tools/sthal/markup.h"
 #include "tools/sthal/report.h"
@@ -10,8 +11,11 @@
 namespace sthal {
 namespace {
 
+using ::testing::Contains;
 using ::testing::ElementsAre;
+using ::testing::FieldsAre;
 using ::testing::HasSubstr;
+using ::testing::IsEmpty;
 using ::testing::Not;
 using ::testing::SizeIs;
 
@@ -25,7 +29,8 @@ TEST(LedgerTest, FollowsADetectionToTheFirstReadThatLeavesLessThanOneMore) {
     run.Deliver();
     run.facts.streams = {StreamAt(1900, 13), StreamAt(2017, 99), StreamAt(2018, 13)};
     run.facts.streams[2].reads = {
-            {.end_ns = 2019 * kMs, .result = -5},
+            {.end_ns = 2018 * kMs, .result = -5},
+            {.end_ns = 2019 * kMs, .result = 4096, .is_silent = true},
             {.end_ns = 2020 * kMs, .result = 4096, .left = {.hotword_frames = 1024}},
             {.end_ns = 2021 * kMs, .result = 4096, .left = {.hotword_frames = 1023}}};
 
@@ -84,6 +89,67 @@ TEST(ReportTest, ALongDownloadIsOneRowOfTheJournalAndItsRefusedPieceAnother) {
     EXPECT_THAT(page, HasSubstr("model-data: 401 pieces"));
     EXPECT_THAT(page, HasSubstr("model-data: 499 pieces"));
     EXPECT_THAT(page, HasSubstr("<tr class=\"bad\"><td class=\"n\">0.500 s</td>"));
+}
+
+TEST(ReportTest, SilenceIsNotShownAsCapturedAudio) {
+    WrittenRun run;
+    run.Start();
+    run.Deliver();
+    run.facts.streams = {StreamAt(2018, 13)};
+    for (const int64_t n : {1, 2, 3, 4}) {
+        run.facts.streams[0].reads.push_back({.end_ns = (2018 + n) * kMs,
+                                              .result = 4096,
+                                              .is_silent = n >= 3,
+                                              .position = n * 1024});
+    }
+    using Kind = ChartMark::Kind;
+
+    const auto marks = MarksOf(run.facts, Findings(run.facts), 0);
+
+    // Captured from the microphone's frame 9000; the recording begins with its frame 1000.
+    ASSERT_THAT(marks, SizeIs(3));
+    EXPECT_THAT(marks[1], FieldsAre(Kind::kCaptured, "captured", FieldsAre(8000, 10048)));
+    EXPECT_THAT(marks[2], FieldsAre(Kind::kSilent, HasSubstr("silence"), FieldsAre(10048, 12096)));
+    EXPECT_THAT(ReportHtml(run.facts), HasSubstr("in 2 of its 4 reads, first at 2.021 s"));
+}
+
+TEST(ReportTest, ABadVerdictIsTheFirstThingThatWasWrongAndIsSaidOnceThere) {
+    RunFacts facts{.verdict = "FAILED: it broke", .problems = {"another", "it broke"}};
+    const Findings found(facts);
+
+    EXPECT_THAT(Tell(facts, found).problems, ElementsAre("it broke", "another"));
+    facts.problems.clear();
+    facts.verdict.clear();
+    EXPECT_THAT(Tell(facts, found).problems, ElementsAre(HasSubstr("did not come to a verdict")));
+    facts.verdict = "OK: it held";
+    EXPECT_THAT(Tell(facts, found).problems, IsEmpty());
+}
+
+TEST(ReportTest, OfALongRunItShowsWhatWasMissedAndTheEnd) {
+    WrittenRun run;
+    run.facts.playbacks.resize(40, run.facts.playbacks[0]);
+    for (int64_t ms = 1; ms <= 300; ++ms) run.Journal(ms, "detector", "hotword detected, frame=1");
+    Findings found(run.facts);
+    found.missed.push_back({.spoken = {.playback = 19}});
+
+    EXPECT_THAT(PlaybacksToShow(run.facts, found, 4), ElementsAre(19, 37, 38, 39));
+    const std::string page = ReportHtml(run.facts);
+    EXPECT_THAT(page, HasSubstr("these are not shown: 1 to 28."));
+    EXPECT_THAT(page, HasSubstr("300, hotword"));
+}
+
+TEST(ReportTest, FaultsThatTheRunSetAreToldApartFromThePhonesOwn) {
+    WrittenRun run;
+    run.Journal(100, "fault", "on model_data write errno=EIO: hit a call");
+    run.facts.journal.back().command_id = wire::CMD_AUDIO_INPUT_HOTWORD_WRITE_MODEL;
+    const Findings found(run.facts);
+
+    EXPECT_THAT(Tell(run.facts, found).problems, Contains(HasSubstr("1 call was hit by faults")));
+    EXPECT_THAT(ReportHtml(run.facts), HasSubstr("<tr class=\"fault\">"));
+    EXPECT_THAT(TraceJson(run.facts), HasSubstr("\"faults\""));
+    run.facts.verdict = "OK: it held";
+    EXPECT_THAT(Tell(run.facts, found).problems, IsEmpty()) << "all went as it was meant to";
+    EXPECT_THAT(Tell(run.facts, found).notes, SizeIs(1));
 }
 
 TEST(MarkupTest, HostileTextStaysText) {

@@ -5,6 +5,9 @@
 #include <sys/mman.h>
 
 #include <atomic>
+#include <chrono>
+#include <future>
+#include <thread>
 
 #include "examples/vendor_service/sound_trigger_service.h"
 #include "host/virtual_dsp/dsp/sample_pattern.h"
@@ -211,6 +214,31 @@ TEST_F(VendorServiceTest, ModelLostToARefusedCaptureIsToldToTheFramework) {
     EXPECT_EQ(kIllegalArgument, Outcome(service_->unloadSoundModel(handle)));
     EXPECT_EQ("ok", Load(HotwordModel("one"), &handle)) << "its uuid is free again";
     EXPECT_EQ("ok", Outcome(service_->startRecognition(handle, 0, kIoHandle, {})));
+}
+
+TEST_F(VendorServiceTest, ModelThatIsBeingUnloadedIsNotTakenForLost) {
+    int32_t handle = -1;
+    ASSERT_EQ("ok", Load(HotwordModel("one"), &handle));
+    ASSERT_EQ("ok", Outcome(service_->startRecognition(handle, 0, kIoHandle, {})));
+    AddFault("on command reply id=267 errno=EIO");
+    std::promise<void> delivering;
+    events_->SetAction([&](int) {
+        delivering.set_value();
+        // The unload waits for this event with the HAL's lock released, and a capture is refused.
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    });
+    ASSERT_EQ("ok", Outcome(service_->forceRecognitionEvent(handle)));
+    delivering.get_future().wait();
+
+    auto unload = std::async(std::launch::async,
+                             [&] { return Outcome(service_->unloadSoundModel(handle)); });
+    while (unload.wait_for(std::chrono::milliseconds(1)) != std::future_status::ready) {
+        EXPECT_FALSE(service_->OpenCapture(kIoHandle, 2, /*zero_latency=*/true));
+    }
+
+    EXPECT_EQ("ok", unload.get());
+    EXPECT_TRUE(events_->unloaded().empty());
+    EXPECT_EQ(1, resources_->calls);
 }
 
 TEST_F(VendorServiceTest, DumpIsSelectedByItsArguments) {

@@ -116,6 +116,12 @@ size_t Comparison::Frames(Departure::Kind kind) const {
     return frames;
 }
 
+void Comparison::CountFrom(size_t earlier) {
+    first_frame += earlier;
+    for (Departure& departure : departures) departure.microphone_frame += earlier;
+    for (ChangedFrame& frame : changed) frame.microphone_frame += earlier;
+}
+
 std::string Comparison::ToString() const {
     if (capture_frames == 0) return "nothing was captured";
     if (!found) {

@@ -31,6 +31,8 @@ struct Comparison {
     std::vector<Departure> departures;  // In the capture's order.
     std::vector<ChangedFrame> changed;  // The first few.
 
+    // Counts the microphones' frames from one that lies so many earlier.
+    void CountFrom(size_t earlier);
     bool IsExact() const { return found && equal_frames == capture_frames && departures.empty(); }
     // Frames that departures of one kind amount to.
     size_t Frames(Departure::Kind kind) const;

@@ -1,5 +1,6 @@
 #include "tools/sthal/capture.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <utility>
@@ -59,19 +60,21 @@ bool Capture::ReadOnce() {
     std::vector<int16_t> bulk(static_cast<size_t>(bytes) / sizeof(int16_t));
     const int64_t begin_ns = BoottimeNow();
     const int got = stream_->Read(reinterpret_cast<unsigned char*>(bulk.data()), bytes);
-    RecordRead(begin_ns, got);
+    bulk.resize(static_cast<size_t>(std::max(got, 0)) / sizeof(int16_t));
+    const bool is_silent = std::ranges::all_of(bulk, [](int16_t sample) { return sample == 0; });
+    RecordRead(begin_ns, got, got > 0 && is_silent);
     if (got < 0) {
         phone_.timeline().Line(Lane::kCapture, "read failed: " + std::to_string(got));
         return false;
     }
-    bulk.resize(static_cast<size_t>(got) / sizeof(int16_t));
     const bool is_first = sound_.samples.empty();
     sound_.samples.insert(sound_.samples.end(), bulk.begin(), bulk.end());
     long frames = 0;
     long time_ns = 0;
     if (!stream_->GetPosition(frames, time_ns)) return true;
-    if (is_first) {
-        first_position_ns_ = time_ns;
+    if (is_first) first_position_ns_ = time_ns;
+    if (!is_silent && !has_audio_) {
+        has_audio_ = true;
         phone_.timeline().Line(
                 Lane::kCapture,
                 "first audio " + DurationText(BoottimeNow() - opened_ns_) + " after opening");
@@ -97,10 +100,13 @@ void Capture::RecordOpening(const std::string& error) {
     recorded_as_ = phone_.timeline().record().AddStream(std::move(stream));
 }
 
-void Capture::RecordRead(int64_t begin_ns, int result) {
+void Capture::RecordRead(int64_t begin_ns, int result, bool is_silent) {
     RunRecord& record = phone_.timeline().record();
     if (!record.is_enabled()) return;
-    RecordedRead read{.begin_ns = begin_ns, .end_ns = BoottimeNow(), .result = result};
+    RecordedRead read{.begin_ns = begin_ns,
+                      .end_ns = BoottimeNow(),
+                      .result = result,
+                      .is_silent = is_silent};
     long frames = 0;
     long time_ns = 0;
     if (stream_->GetPosition(frames, time_ns)) {
@@ -117,7 +123,8 @@ void Capture::Close() {
     stream_.reset();
     phone_.timeline().record().CloseStream(recorded_as_);
     phone_.timeline().Line(Lane::kCapture,
-                           "stream closed after " + std::to_string(sound_.frames()) + " frames");
+                           "stream closed after " + std::to_string(sound_.frames()) + " frames" +
+                                   (has_audio_ ? "" : ", none of them audio: all samples are 0"));
 }
 
 }  // namespace sthal

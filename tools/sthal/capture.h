@@ -45,7 +45,7 @@ class Capture {
     Capture(Phone& phone, const CaptureOptions& options);
     // Notes the opening, or why there was none, in the run's record.
     void RecordOpening(const std::string& error);
-    void RecordRead(int64_t begin_ns, int result);
+    void RecordRead(int64_t begin_ns, int result, bool is_silent);
 
     Phone& phone_;
     const CaptureOptions options_;
@@ -53,6 +53,7 @@ class Capture {
     audio::Sound sound_;
     int64_t first_position_ns_ = 0;
     int64_t opened_ns_ = 0;
+    bool has_audio_ = false;  // Something else than silence came.
     size_t recorded_as_ = 0;
     size_t next_report_frame_ = 0;
 };

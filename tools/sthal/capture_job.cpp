@@ -39,14 +39,19 @@ std::string CaptureJob::Stop() {
     return audio::WriteWav(file_, capture_->sound());
 }
 
-audio::Comparison CaptureJob::CompareWithMicrophones() const {
+audio::Comparison CaptureJob::CompareWithMicrophones(size_t frames) const {
     virtual_dsp::Microphone& microphone = phone_.board().microphone();
     const uint64_t first = opened_at_ - std::min(opened_at_, kHistoryFrames);
     const uint64_t end = microphone.Position();
     audio::Sound heard;
     heard.channels = 2;
     heard.samples = microphone.Heard(first, end + audio::kSampleRateHz - first);
-    return Compare(heard, capture_->sound(), is_ambient_);
+    audio::Sound captured = capture_->sound();
+    captured.samples.resize(std::min(frames, captured.frames()) *
+                            static_cast<size_t>(captured.channels));
+    audio::Comparison comparison = Compare(heard, captured, is_ambient_);
+    comparison.CountFrom(first);
+    return comparison;
 }
 
 }  // namespace sthal

@@ -32,8 +32,9 @@ class CaptureJob {
     // Ends it after the read under way. Returns what is wrong with the file, or nothing.
     std::string Stop();
 
-    // How the capture lies within what the microphones heard.
-    audio::Comparison CompareWithMicrophones() const;
+    // How the capture, or its first `frames`, lies within what the microphones have heard since
+    // the phone was started.
+    audio::Comparison CompareWithMicrophones(size_t frames = SIZE_MAX) const;
     const audio::Sound& sound() const { return capture_->sound(); }
 
   private:

@@ -93,6 +93,8 @@ const char* ClassOf(ChartMark::Kind kind) {
             return "detected";
         case ChartMark::Kind::kCaptured:
             return "captured";
+        case ChartMark::Kind::kSilent:
+            return "silent";
     }
     return "";
 }
@@ -131,6 +133,7 @@ std::string WaveformChart(const audio::Sound& recording, std::span<const ChartMa
         html += "<i class=\"mark " + kind + "\" style=\"left:" + Percent(begin / frames) +
                 ";width:" + Percent((end - begin) / frames) + "\"></i>";
         std::string when = SecondsText(begin / audio::kSampleRateHz);
+        if (mark.label.empty()) continue;
         if (end > begin) when += " to " + SecondsText(end / audio::kSampleRateHz);
         list += "<li><i class=\"key ";
         list += kind + "\"></i>" + HtmlText(mark.label) + " <span class=\"when\">";

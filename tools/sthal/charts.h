@@ -13,9 +13,9 @@ namespace sthal {
 
 // Something to show in a recording. An empty range is one instant.
 struct ChartMark {
-    enum class Kind { kSpoken, kMissed, kDetected, kCaptured };
+    enum class Kind { kSpoken, kMissed, kDetected, kCaptured, kSilent };
     Kind kind = Kind::kSpoken;
-    std::string label;
+    std::string label;  // Empty: not in the list.
     audio::FrameRange range{};
 };
 

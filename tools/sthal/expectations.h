@@ -16,6 +16,7 @@ Outcome ExpectNoEvent(Session& session, const Values& values);
 Outcome ExpectResult(Session& session, const Values& values);
 Outcome ExpectState(Session& session, const Values& values);
 Outcome ExpectCaptureExact(Session& session, const Values& values);
+Outcome ExpectCaptureCut(Session& session, const Values& values);
 Outcome ExpectCaptureSilent(Session& session, const Values& values);
 Outcome ExpectDump(Session& session, const Values& values);
 Outcome ExpectLog(Session& session, const Values& values);

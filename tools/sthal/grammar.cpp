@@ -36,9 +36,8 @@ bool IsUnit(std::string_view word) {
 }
 
 bool Fits(const ValueKind& kind, std::string_view word) {
-    if (word.empty()) return false;
     if (!kind.choices.empty()) return Contains(kind.choices, word);
-    return !kind.fits || kind.fits(word);
+    return kind.fits ? kind.fits(word) : !word.empty();
 }
 
 std::string Expected(const NextWords& next, const std::string& found) {

@@ -16,9 +16,10 @@ namespace sthal {
 // A kind of value, named in capitals in a form.
 struct ValueKind {
     const char* name;
-    const char* description;                       // "a time such as 2.5s": for error texts.
-    std::vector<std::string> choices;              // The only values, if there are any here.
-    std::function<bool(std::string_view)> fits{};  // Every text does, if this is empty.
+    const char* description;           // "a time such as 2.5s": for error texts.
+    std::vector<std::string> choices;  // The only values, if there are any here.
+    std::function<bool(std::string_view)>
+            fits{};  // Every text but an empty one does, if there is none.
     std::function<std::string(std::string_view)> explain{};  // "expected ...": what does not fit.
 };
 

@@ -1,5 +1,6 @@
 #include "tools/sthal/interrupt.h"
 
+#include <atomic>
 #include <csignal>
 #include <ctime>
 
@@ -11,14 +12,14 @@ namespace {
 // that passes signals on to it: what comes this soon after the first one is the same wish.
 constexpr std::time_t kSameWishSeconds = 1;
 
-volatile std::sig_atomic_t interrupted = 0;
+std::atomic<bool> interrupted{false};  // Set by signal handlers, read by any thread.
+static_assert(std::atomic<bool>::is_always_lock_free);
 volatile std::time_t first_seconds = 0;  // Of signal handlers only.
 
 extern "C" void OnInterrupt(int signal_number) {
     timespec now{};
     (void)clock_gettime(CLOCK_MONOTONIC, &now);
-    if (interrupted == 0) {
-        interrupted = 1;
+    if (!interrupted.exchange(true)) {
         first_seconds = now.tv_sec;
     } else if (now.tv_sec - first_seconds > kSameWishSeconds) {
         (void)std::signal(signal_number, SIG_DFL);
@@ -32,12 +33,11 @@ void CatchInterrupts() {
     struct sigaction action {};
     action.sa_handler = OnInterrupt;
     action.sa_flags = SA_RESTART;
-    (void)sigaction(SIGINT, &action, nullptr);
-    (void)sigaction(SIGTERM, &action, nullptr);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) (void)sigaction(number, &action, nullptr);
 }
 
 bool Interrupted() {
-    return interrupted != 0;
+    return interrupted;
 }
 
 }  // namespace sthal

@@ -123,7 +123,8 @@ void FollowCapture(const RunFacts& facts, int64_t until_ns, Detection* detection
     detection->At(Step::kOpened) = stream->opened_ns;
     const auto port = PortOf(detection->engine);
     for (const RecordedRead& read : stream->reads) {
-        if (read.result <= 0) continue;
+        // The silence that stands in for audio leaves the DSP's buffer empty, too.
+        if (read.result <= 0 || read.is_silent) continue;
         if (detection->At(Step::kFirstAudio) == 0) detection->At(Step::kFirstAudio) = read.end_ns;
         // Less than one read is left: the next one has to wait for the microphone.
         if (read.left.Of(port) < static_cast<size_t>(stream->bulk_frames)) {

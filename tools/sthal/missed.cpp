@@ -50,6 +50,22 @@ void FindInPiece(audio::Sound piece, size_t offset, const audio::Sound& pattern,
     }
 }
 
+// What was said too quietly is not found in the recording, but where it was put there.
+void FindSaid(const RecordedPlayback& playback, const audio::Sound& mono,
+              const audio::Sound& pattern, double least, std::vector<audio::Match>* matches) {
+    if (playback.said == nullptr) return;
+    const size_t found = matches->size();
+    FindInPiece(playback.said->Channel(0), playback.said_at, pattern, least, matches);
+    for (size_t i = found; i < matches->size(); ++i) {
+        audio::Match& match = (*matches)[i];
+        audio::Sound heard;
+        for (size_t at = match.range.begin; at < std::min(match.range.end, mono.frames()); ++at) {
+            heard.samples.push_back(mono.samples[at]);
+        }
+        match.correlation = audio::FindTemplate(heard, pattern).correlation;
+    }
+}
+
 // The handles that models of this pattern have at a time. A handle that was freed goes to the next
 // model, whatever that one is for.
 std::set<int> HandlesAt(const RunFacts& facts, const RecordedModel& pattern, int64_t ns) {
@@ -149,8 +165,11 @@ class Inquiry {
             Say(missed, MissReason::kDspOffline, "The DSP was down.");
             return true;
         }
-        if (StateOf("sound card report") == "online") return false;
-        Say(missed, MissReason::kDspOffline, "The HAL had not been told that the DSP is online.");
+        const std::string_view told = StateOf("sound card report");
+        if (told == "online") return false;
+        Say(missed, MissReason::kDspOffline,
+            told == "offline" ? "The HAL had been told that the DSP is offline."
+                              : "The HAL had not been told yet that the DSP is online.");
         return true;
     }
 
@@ -381,6 +400,7 @@ std::vector<SpokenHotword> FindSpoken(const RunFacts& facts) {
                                      mono.samples.begin() + static_cast<ptrdiff_t>(end));
                 FindInPiece(std::move(piece), at, pattern, LeastLikeness(model), &matches);
             }
+            FindSaid(facts.playbacks[p], mono, pattern, LeastLikeness(model), &matches);
             for (const audio::Match& match : matches) {
                 spoken.push_back({p, m, match.range, match.correlation});
             }

@@ -13,6 +13,8 @@
 #include <thread>
 #include <utility>
 
+#include "host/virtual_dsp/board/fault_text.h"
+
 namespace sthal {
 
 namespace {
@@ -106,14 +108,20 @@ audio::Result<std::unique_ptr<Phone>> Phone::Boot(const PhoneOptions& options, T
             [self = phone.get()](android::base::LogId, auto severity, const char* tag, const char*,
                                  unsigned int,
                                  const char* text) { self->ShowLogLine(severity, tag, text); });
-    phone->hal_ = soundtrigger::SoundTriggerHalBuilder::BuildSoundTriggerHal();
-    phone->hal_->SetSoundCardState(&phone->sound_card_);
-    phone->monitor_ = std::make_unique<FrameworkMonitor>(
-            std::make_unique<soundtrigger::HalCalls>(phone->hal_.get()), kLockDeadline,
-            [self = phone.get()](const FrameworkMonitor::Violation& violation) {
-                self->ShowBrokenRule(violation);
+    phone->board_->faults().SetHitListener(
+            [self = phone.get()](const virtual_dsp::FaultRule& rule, uint64_t fired) {
+                self->ShowFault(rule, fired);
             });
+    phone->BuildHal();
     return Booted::Of(std::move(phone));
+}
+
+void Phone::BuildHal() {
+    hal_ = soundtrigger::SoundTriggerHalBuilder::BuildSoundTriggerHal();
+    hal_->SetSoundCardState(&sound_card_);
+    monitor_ = std::make_unique<FrameworkMonitor>(
+            std::make_unique<soundtrigger::HalCalls>(hal_.get()), kLockDeadline,
+            [this](const FrameworkMonitor::Violation& violation) { ShowBrokenRule(violation); });
 }
 
 Phone::Phone(const PhoneOptions& options, Timeline& timeline)
@@ -173,6 +181,16 @@ void Phone::ShowJournal(const virtual_dsp::JournalEntry& entry) {
                      names_itself ? entry.text : entry.source + ": " + entry.text);
 }
 
+void Phone::ShowFault(const virtual_dsp::FaultRule& rule, uint64_t fired) {
+    // A rule may hit every poll of a node.
+    constexpr uint64_t kShown = 20;
+    if (fired > kShown) return;
+    std::string text = virtual_dsp::PrintFault(rule) + ": hit a call";
+    if (fired > 1) text += ", " + std::to_string(fired) + " times by now";
+    if (fired == kShown) text += "; the next ones are not told";
+    board_->dsp().journal().Add("fault", text);
+}
+
 void Phone::ShowBrokenRule(const FrameworkMonitor::Violation& violation) {
     if (IsNoteOnly(violation)) {
         timeline_.Line(Lane::kEvent, "note: " + violation.text);
@@ -184,7 +202,7 @@ void Phone::ShowBrokenRule(const FrameworkMonitor::Violation& violation) {
 }
 
 std::vector<std::string> Phone::BrokenRules() const {
-    std::vector<std::string> broken;
+    std::vector<std::string> broken = broken_earlier_;
     for (const auto& violation : monitor_->violations()) {
         if (!IsNoteOnly(violation)) broken.push_back(BrokenRuleText(violation));
     }
@@ -251,6 +269,15 @@ void Phone::ReportDsp(bool online) {
     if (online) monitor_->BeginDspRestart();
     sound_card_.Report(online);
     if (online) monitor_->EndDspRestart();
+}
+
+void Phone::RestartService() {
+    timeline_.Line(Lane::kTool, "the audio service ends, and with it the HAL and all models");
+    broken_earlier_ = BrokenRules();
+    sound_card_.UnregisterListener(hal_.get());
+    hal_.reset();
+    BuildHal();
+    if (Initialize()) ReportDsp(true);
 }
 
 void Phone::CrashDsp() {

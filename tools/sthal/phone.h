@@ -71,6 +71,9 @@ class Phone {
 
     // --- the audio service ---
     bool Initialize();
+    // The service dies and is started again: a new HAL, which has none of the models, reads the
+    // tuning file and is initialised. No capture may be open.
+    void RestartService();
     // What the sound card monitor reports. The DSP itself is crashed and booted by CrashDsp and
     // BootDsp, which report it, too.
     void ReportDsp(bool online);
@@ -116,6 +119,8 @@ class Phone {
   private:
     Phone(const PhoneOptions& options, Timeline& timeline);
     void ShowLogLine(android::base::LogSeverity severity, const char* tag, const char* text);
+    void BuildHal();
+    void ShowFault(const virtual_dsp::FaultRule& rule, uint64_t fired);
     void ShowJournal(const virtual_dsp::JournalEntry& entry);
     // Prints a framework call with its result and how long it took, and records it.
     bool Report(const std::string& call, int result, int64_t started_ns, RecordedCall about = {});
@@ -131,6 +136,7 @@ class Phone {
     std::shared_ptr<FrameworkCallback> framework_;
     std::unique_ptr<soundtrigger::SoundTriggerHal> hal_;
     std::unique_ptr<soundtrigger::FrameworkMonitor> monitor_;  // Between framework_ and hal_.
+    std::vector<std::string> broken_earlier_;                  // Before the service's restart.
     std::atomic<int64_t> latest_record_ns_{0};
     std::atomic<android::base::LogSeverity> shown_from_;
     int last_result_ = 0;

@@ -39,7 +39,7 @@ size_t RecordedPlayback::FrameAt(int64_t ns) const {
 
 bool IsModelPiece(const virtual_dsp::JournalEntry& entry) {
     namespace wire = virtual_dsp::wire;
-    if (entry.result != 0) return false;
+    if (entry.result != 0 || entry.source == "fault") return false;
     if (entry.source == "model-data") return true;
     const uint32_t id = entry.command_id.value_or(0);
     return id == wire::CMD_AUDIO_INPUT_HOTWORD_WRITE_MODEL ||
@@ -118,6 +118,14 @@ void RunRecord::AddPlayback(const audio::Sound& recording, std::shared_ptr<Playb
     played_.push_back({std::move(kept), std::move(playback)});
 }
 
+void RunRecord::AddSaid(const audio::Sound& said, size_t at) {
+    if (!enabled_) return;
+    std::lock_guard lock(lock_);
+    if (played_.empty()) return;
+    played_.back().said = std::make_shared<const audio::Sound>(said);
+    played_.back().said_at = at;
+}
+
 void RunRecord::AddDump(std::string text) {
     Keep(&RunFacts::dumps, RecordedText{BoottimeNow(), std::move(text)});
 }
@@ -170,7 +178,9 @@ RunFacts RunRecord::Snapshot() const {
     facts.end_ns = BoottimeNow();
     for (const Played& played : played_) {
         RecordedPlayback playback{.recording = played.recording,
-                                  .first_frame = played.playback->first_frame()};
+                                  .first_frame = played.playback->first_frame(),
+                                  .said = played.said,
+                                  .said_at = played.said_at};
         constexpr size_t kBlock = RecordedPlayback::kBlockFrames;
         const size_t heard = played.playback->heard_frames();
         for (size_t end = kBlock; end <= heard; end += kBlock) {

@@ -67,6 +67,7 @@ struct RecordedRead {
     int64_t begin_ns = 0;
     int64_t end_ns = 0;
     int result = 0;             // Bytes, or a negative errno.
+    bool is_silent = false;     // All of its samples are 0.
     int64_t position = 0;       // What the stream told of its position.
     int64_t time_stamp_ns = 0;  // The same of its time.
     BufferFill left{};          // After the read.
@@ -99,6 +100,8 @@ struct RecordedPlayback {
     std::shared_ptr<const audio::Sound> recording;
     uint64_t first_frame = 0;         // The microphone's, counted as the DSP does.
     std::vector<int64_t> heard_ns{};  // Of the last frame of each block; up to what was heard.
+    std::shared_ptr<const audio::Sound> said{};  // What it was made of, where that is known.
+    size_t said_at = 0;                          // The recording's frame that it begins with.
 
     // When a frame of the recording was heard.
     int64_t HeardAt(size_t frame) const;
@@ -160,6 +163,9 @@ class RunRecord {
                     std::string_view text);
     void AddModel(int handle, const std::string& name, std::span<const uint8_t> bytes);
     void AddPlayback(const audio::Sound& recording, std::shared_ptr<Playback> playback);
+    // What the latest playback was made of, before noise and loudness, and its first frame there:
+    // so that a hotword is known that was said too quietly to be found.
+    void AddSaid(const audio::Sound& said, size_t at);
     void AddDump(std::string text);
     void AddStep(int64_t ns, std::string_view text);
     void SetVerdict(std::string text);
@@ -177,6 +183,8 @@ class RunRecord {
     struct Played {
         std::shared_ptr<const audio::Sound> recording;
         std::shared_ptr<Playback> playback;
+        std::shared_ptr<const audio::Sound> said{};
+        size_t said_at = 0;
     };
     template <typename Fact>
     void Keep(std::vector<Fact> RunFacts::*list, Fact fact);

@@ -4,16 +4,14 @@
 #include <array>
 #include <cstdio>
 #include <ctime>
-#include <iterator>
 #include <utility>
 #include <vector>
 
 #include "tools/sthal/charts.h"
+#include "tools/sthal/findings.h"
 #include "tools/sthal/ledger.h"
 #include "tools/sthal/markup.h"
-#include "tools/sthal/missed.h"
 #include "tools/sthal/report_style.h"
-#include "tools/sthal/states.h"
 #include "tools/sthal/timeline.h"
 
 namespace sthal {
@@ -24,16 +22,8 @@ using virtual_dsp::JournalEntry;
 
 // Of a long list its beginning and its end are shown.
 constexpr size_t kShownAtEachEnd = 250;
-constexpr size_t kShownDetections = 100;
+constexpr size_t kDetectionsAtEachEnd = 50;
 constexpr size_t kShownPlaybacks = 12;
-
-// What has been found out of the facts.
-struct Findings {
-    std::vector<StateSpan> states;
-    std::vector<Detection> detections;
-    std::vector<SpokenHotword> spoken;
-    std::vector<MissedHotword> missed;
-};
 
 // Of a table: cells that are HTML already.
 struct Row {
@@ -46,12 +36,7 @@ struct Row {
 
 class Report {
   public:
-    explicit Report(const RunFacts& facts) : facts_(facts) {
-        found_.states = StateSpans(facts);
-        found_.detections = Detections(facts);
-        found_.spoken = FindSpoken(facts);
-        found_.missed = ExplainMissed(facts, found_.spoken);
-    }
+    explicit Report(const RunFacts& facts) : facts_(facts), found_(facts) {}
 
     std::string Write() {
         html_ = "<!DOCTYPE html>\n<html lang=\"en\"><head><meta charset=\"utf-8\">\n"
@@ -61,8 +46,10 @@ class Report {
                 "</style></head><body>\n";
         WriteOutcome();
         WriteGlance();
-        WriteList("What was wrong", Problems());
-        if (const auto notes = Notes(); !notes.empty()) WriteList("Notes", notes);
+        const Told told = Tell(facts_, found_);
+        WriteList("What was wrong", told.problems);
+        if (!told.notes.empty()) WriteList("Notes", told.notes);
+        WriteSteps();
         WriteRecordings();
         html_ += "<h2>States over time</h2>\n" +
                  StateChart(found_.states, facts_.start_ns, facts_.end_ns);
@@ -74,25 +61,16 @@ class Report {
     }
 
   private:
-    std::string At(int64_t ns) const {
-        char text[40];
-        (void)std::snprintf(text, sizeof(text), "%.3f s",
-                            static_cast<double>(ns - facts_.start_ns) / 1e9);
-        return text;
-    }
+    std::string At(int64_t ns) const { return RunTime(facts_, ns); }
 
     void WriteOutcome();
     void WriteList(const char* heading, const std::vector<std::string>& lines);
     void WriteGlance();
-    std::vector<std::string> Problems() const;
-    std::vector<std::string> Notes() const;
-    std::vector<std::string> MissedTexts() const;
+    void WriteSteps();
     void WriteRecordings();
-    std::vector<ChartMark> MarksOf(size_t playback) const;
-    void AddCaptured(const RecordedPlayback& playback, const Detection& detection,
-                     std::vector<ChartMark>* marks) const;
     std::string MissedList(size_t playback) const;
     void WriteLedger();
+    void WriteDetection(size_t index);
     void WriteStatistics();
     void WriteCalls();
     std::vector<Row> CallRows() const;
@@ -102,10 +80,11 @@ class Report {
 
     // Calls `write` with the index of each entry that is shown of so many.
     template <typename Write>
-    void WriteRows(size_t count, int columns, Write write) {
+    void WriteRows(size_t count, size_t columns, Write write,
+                   size_t at_each_end = kShownAtEachEnd) {
         for (size_t i = 0; i < count; ++i) {
-            if (count > 2 * kShownAtEachEnd && i == kShownAtEachEnd) {
-                const size_t left_out = count - 2 * kShownAtEachEnd;
+            if (count > 2 * at_each_end && i == at_each_end) {
+                const size_t left_out = count - 2 * at_each_end;
                 html_ += "<tr><td colspan=\"" + std::to_string(columns) + "\" class=\"soft\">" +
                          std::to_string(left_out) + " more</td></tr>\n";
                 i += left_out;
@@ -115,18 +94,43 @@ class Report {
     }
 
     const RunFacts& facts_;
-    Findings found_;
+    const Findings found_;
     std::string html_;
 };
 
-bool IsGood(std::string_view verdict) {
-    return verdict.starts_with("OK") || verdict.starts_with("NO HOTWORD");
+// A run of which nobody judges whether it went well has a colour of its own.
+const char* ClassOf(VerdictKind kind) {
+    switch (kind) {
+        case VerdictKind::kGood:
+            return "verdict good";
+        case VerdictKind::kBad:
+            return "verdict bad";
+        case VerdictKind::kUnjudged:
+            return "verdict";
+    }
+    return "";
 }
 
-// A run of which nobody judges whether it went well has a colour of its own.
-const char* ClassOfVerdict(std::string_view verdict) {
-    if (IsGood(verdict)) return "verdict good";
-    return verdict.empty() || verdict.starts_with("FAILED") ? "verdict bad" : "verdict";
+// "1 to 7, 9 and 12" of the numbers up to `count` that are not in `shown`; both count from 0.
+std::string OthersText(const std::vector<size_t>& shown, size_t count) {
+    std::vector<std::string> ranges;
+    size_t next = 0;
+    const auto end_range = [&](size_t end) {
+        if (next + 1 == end) ranges.push_back(std::to_string(end));
+        if (next + 1 < end)
+            ranges.push_back(std::to_string(next + 1) + " to " + std::to_string(end));
+    };
+    for (const size_t one : shown) {
+        end_range(one);
+        next = one + 1;
+    }
+    end_range(count);
+    std::string text;
+    for (size_t i = 0; i < ranges.size(); ++i) {
+        if (i != 0) text += i + 1 == ranges.size() ? " and " : ", ";
+        text += ranges[i];
+    }
+    return text;
 }
 
 void Report::WriteOutcome() {
@@ -138,10 +142,11 @@ void Report::WriteOutcome() {
     }
     html_ += "<h1>" + HtmlText(facts_.title) + "</h1>\n<p class=\"soft\">" + date.data() + ", " +
              At(facts_.end_ns) + " long. Times are seconds of boot time since it began.</p>\n";
-    const std::string verdict =
-            facts_.verdict.empty() ? "The run did not come to a verdict." : facts_.verdict;
-    html_ += std::string("<p class=\"") + ClassOfVerdict(facts_.verdict) + "\">" +
-             HtmlText(verdict) + "</p>\n";
+    const VerdictKind kind = KindOf(facts_.verdict);
+    std::string verdict = VerdictText(facts_);
+    // All of a bad one is told below.
+    if (kind == VerdictKind::kBad) verdict.resize(std::min(verdict.size(), verdict.find('\n')));
+    html_ += std::string("<p class=\"") + ClassOf(kind) + "\">" + HtmlText(verdict) + "</p>\n";
 }
 
 void Report::WriteList(const char* heading, const std::vector<std::string>& lines) {
@@ -168,6 +173,8 @@ void Report::WriteGlance() {
         return entry.source == "life" && entry.text == "crash";
     });
     if (crashes != 0) numbers.emplace_back("crashes of the DSP", std::to_string(crashes));
+    const auto faults = std::ranges::count(facts_.journal, "fault", &JournalEntry::source);
+    if (faults != 0) numbers.emplace_back("calls hit by set faults", std::to_string(faults));
     const std::pair<const char*, Step> ways[] = {
             {"longest from record to callback", Step::kReadable},
             {"longest from hotword to callback", Step::kInstant}};
@@ -182,122 +189,38 @@ void Report::WriteGlance() {
     html_ += "</dl>\n";
 }
 
-std::vector<std::string> Report::MissedTexts() const {
-    std::vector<std::string> texts;
-    for (const MissedHotword& missed : found_.missed) {
-        texts.push_back("No event came of \"" + facts_.models[missed.spoken.model].name +
-                        "\", heard until " + At(missed.heard_ns) + ". " + missed.why);
+void Report::WriteSteps() {
+    if (facts_.steps.empty()) return;
+    constexpr size_t kUnfolded = 12;
+    const bool is_folded = facts_.steps.size() > kUnfolded;
+    html_ += "<h2>What was done</h2>\n";
+    if (is_folded) {
+        html_ += "<details><summary>" + std::to_string(facts_.steps.size()) + " steps</summary>\n";
     }
-    return texts;
-}
-
-// A run that went as it was meant to missed nothing that was meant to come.
-std::vector<std::string> Report::Notes() const {
-    std::vector<std::string> notes = facts_.notes;
-    if (IsGood(facts_.verdict)) std::ranges::copy(MissedTexts(), std::back_inserter(notes));
-    return notes;
-}
-
-std::vector<std::string> Report::Problems() const {
-    std::vector<std::string> problems = facts_.problems;
-    if (!IsGood(facts_.verdict)) std::ranges::copy(MissedTexts(), std::back_inserter(problems));
-    for (const RecordedCall& call : facts_.calls) {
-        if (call.result.value_or(0) == 0) continue;
-        problems.push_back(call.name + " at " + At(call.begin_ns) + " returned " +
-                           std::to_string(*call.result) + ": " + call.detail);
-    }
-    for (const RecordedStream& stream : facts_.streams) {
-        if (stream.error.empty()) continue;
-        problems.push_back("No stream was opened at " + At(stream.begin_ns) + ": " + stream.error);
-    }
-    for (const RecordedLogLine& line : facts_.log) {
-        if (line.severity < android::base::ERROR) continue;
-        problems.push_back("The HAL logged at " + At(line.ns) + ": " + line.text);
-    }
-    for (const JournalEntry& entry : facts_.journal) {
-        if (entry.result == 0) continue;
-        problems.push_back("The DSP refused at " + At(entry.boottime_ns) + ": " + entry.text);
-    }
-    if (facts_.left_out != 0) {
-        problems.push_back("The run was too long for its record: " +
-                           std::to_string(facts_.left_out) + " facts are missing here");
-    }
-    if (problems.size() > kShownAtEachEnd) {
-        const std::string more = std::to_string(problems.size() - kShownAtEachEnd) + " more";
-        problems.resize(kShownAtEachEnd);
-        problems.push_back(more);
-    }
-    return problems;
-}
-
-void Report::AddCaptured(const RecordedPlayback& playback, const Detection& detection,
-                         std::vector<ChartMark>* marks) const {
-    if (!detection.stream) return;
-    const RecordedStream& stream = facts_.streams[*detection.stream];
-    if (stream.reads.empty()) return;
-    const uint64_t first = std::max(detection.captured_from, playback.first_frame);
-    const uint64_t last =
-            detection.captured_from + static_cast<uint64_t>(stream.reads.back().position);
-    if (last <= first) return;
-    const size_t frames = playback.recording->frames();
-    const size_t begin = std::min<size_t>(first - playback.first_frame, frames);
-    const size_t end = std::min<size_t>(last - playback.first_frame, frames);
-    if (begin < end) marks->push_back({ChartMark::Kind::kCaptured, "captured", {begin, end}});
-}
-
-std::vector<ChartMark> Report::MarksOf(size_t index) const {
-    const RecordedPlayback& playback = facts_.playbacks[index];
-    std::vector<ChartMark> marks;
-    for (const SpokenHotword& spoken : found_.spoken) {
-        if (spoken.playback != index) continue;
-        const bool is_missed = std::ranges::any_of(found_.missed, [&](const auto& missed) {
-            return missed.spoken.playback == index && missed.spoken.model == spoken.model &&
-                   missed.spoken.range.begin == spoken.range.begin;
-        });
-        marks.push_back({is_missed ? ChartMark::Kind::kMissed : ChartMark::Kind::kSpoken,
-                         "\"" + facts_.models[spoken.model].name + "\"" +
-                                 (is_missed ? ", no event" : ", spoken"),
-                         spoken.range});
-    }
-    for (const Detection& detection : found_.detections) {
-        const uint64_t end = playback.first_frame + playback.recording->frames();
-        if (!detection.frame || *detection.frame < playback.first_frame ||
-            *detection.frame >= end) {
-            continue;
-        }
-        const size_t frame = *detection.frame - playback.first_frame;
-        const char* const how = detection.kind == Detection::Kind::kHeard    ? " detected"
-                                : detection.kind == Detection::Kind::kForced ? " forced"
-                                                                             : ", internal";
-        marks.push_back({ChartMark::Kind::kDetected, Name(detection.engine) + how, {frame, frame}});
-        AddCaptured(playback, detection, &marks);
-    }
-    for (const RecordedStream& stream : facts_.streams) {
-        if (!stream.is_internal || stream.opened_ns == 0 || playback.heard_ns.empty()) continue;
-        const int64_t closed_ns = stream.closed_ns == 0 ? facts_.end_ns : stream.closed_ns;
-        const audio::FrameRange range{playback.FrameAt(stream.opened_ns),
-                                      playback.FrameAt(closed_ns)};
-        if (range.begin < range.end) {
-            marks.push_back(
-                    {ChartMark::Kind::kCaptured, "stream open, internal recognition", range});
-        }
-    }
-    return marks;
+    html_ += "<table><thead><tr><th>At</th><th>Step</th></tr></thead><tbody>\n";
+    WriteRows(facts_.steps.size(), 2, [&](size_t i) {
+        const RecordedText& step = facts_.steps[i];
+        html_ += "<tr><td class=\"n\">" + At(step.ns) + "</td><td>" + HtmlText(step.text) +
+                 "</td></tr>\n";
+    });
+    html_ += is_folded ? "</tbody></table></details>\n" : "</tbody></table>\n";
 }
 
 void Report::WriteRecordings() {
     html_ += "<h2>What the microphones heard</h2>\n";
     if (facts_.playbacks.empty()) html_ += "<p>No recording was played.</p>\n";
-    const size_t shown = std::min(facts_.playbacks.size(), kShownPlaybacks);
-    for (size_t i = 0; i < shown; ++i) {
+    const std::vector<size_t> shown = PlaybacksToShow(facts_, found_, kShownPlaybacks);
+    for (const size_t i : shown) {
         const RecordedPlayback& playback = facts_.playbacks[i];
         html_ += "<h3>Recording " + std::to_string(i + 1);
         if (!playback.heard_ns.empty()) html_ += ", from " + At(playback.HeardAt(0)) + " on";
-        html_ += "</h3>\n" + WaveformChart(*playback.recording, MarksOf(i)) + MissedList(i);
+        html_ += "</h3>\n" + WaveformChart(*playback.recording, MarksOf(facts_, found_, i)) +
+                 MissedList(i);
     }
-    if (shown < facts_.playbacks.size()) {
-        html_ += "<p class=\"soft\">" + std::to_string(facts_.playbacks.size() - shown) +
-                 " more recordings were played.</p>\n";
+    if (shown.size() < facts_.playbacks.size()) {
+        html_ += "<p class=\"soft\">Of " + std::to_string(facts_.playbacks.size()) +
+                 " recordings, these are not shown: " + OthersText(shown, facts_.playbacks.size()) +
+                 ".</p>\n";
     }
 }
 
@@ -305,8 +228,9 @@ std::string Report::MissedList(size_t playback) const {
     std::string html;
     for (const MissedHotword& missed : found_.missed) {
         if (missed.spoken.playback != playback) continue;
-        html += std::string("<p class=\"verdict") + (IsGood(facts_.verdict) ? "" : " bad") +
-                "\">No event at " + At(missed.heard_ns) + ": " + HtmlText(missed.why) + "</p>\n";
+        const bool is_good = KindOf(facts_.verdict) == VerdictKind::kGood;
+        html += std::string("<p class=\"verdict") + (is_good ? "" : " bad") + "\">No event at " +
+                At(missed.heard_ns) + ": " + HtmlText(missed.why) + "</p>\n";
     }
     return html;
 }
@@ -321,29 +245,28 @@ void Report::WriteLedger() {
              "<table class=\"cards\"><thead><tr><th>Detection</th>";
     for (const Step step : kSteps) html_ += std::string("<th>") + StepName(step) + "</th>";
     html_ += "<th>record to callback</th></tr></thead><tbody>\n";
-    const size_t shown = std::min(found_.detections.size(), kShownDetections);
-    for (size_t i = 0; i < shown; ++i) {
-        const Detection& detection = found_.detections[i];
-        html_ += "<tr><td data-label=\"Detection\">" + std::to_string(i + 1) + ", " +
-                 Name(detection.engine) +
-                 (detection.kind == Detection::Kind::kHeard ? "" : ", not by ear") + "</td>";
-        for (const Step step : kSteps) {
-            const auto took = detection.Took(step);
-            std::string text = took ? "+" + DurationText(*took) : "-";
-            if (!took && detection.At(step) != 0) text = At(detection.At(step));
-            html_ += std::string("<td class=\"n\" data-label=\"") + StepName(step) + "\">" + text +
-                     "</td>";
-        }
-        const auto whole = StatisticsBetween({&detection, 1}, Step::kReadable, Step::kCallback);
-        html_ += "<td class=\"n\" data-label=\"record to callback\">" +
-                 (whole ? DurationText(whole->max_ns) : "no event") + "</td></tr>\n";
-    }
+    WriteRows(
+            found_.detections.size(), kSteps.size() + 2, [&](size_t i) { WriteDetection(i); },
+            kDetectionsAtEachEnd);
     html_ += "</tbody></table>\n";
-    if (shown < found_.detections.size()) {
-        html_ += "<p class=\"soft\">" + std::to_string(found_.detections.size() - shown) +
-                 " more, which are counted below.</p>\n";
-    }
     WriteStatistics();
+}
+
+void Report::WriteDetection(size_t index) {
+    const Detection& detection = found_.detections[index];
+    html_ += "<tr><td data-label=\"Detection\">" + std::to_string(index + 1) + ", " +
+             Name(detection.engine) +
+             (detection.kind == Detection::Kind::kHeard ? "" : ", not by ear") + "</td>";
+    for (const Step step : kSteps) {
+        const auto took = detection.Took(step);
+        std::string text = took ? "+" + DurationText(*took) : "-";
+        if (!took && detection.At(step) != 0) text = At(detection.At(step));
+        html_ += std::string("<td class=\"n\" data-label=\"") + StepName(step) + "\">" + text +
+                 "</td>";
+    }
+    const auto whole = StatisticsBetween({&detection, 1}, Step::kReadable, Step::kCallback);
+    html_ += "<td class=\"n\" data-label=\"record to callback\">" +
+             (whole ? DurationText(whole->max_ns) : "no event") + "</td></tr>\n";
 }
 
 void Report::WriteStatistics() {
@@ -434,7 +357,9 @@ std::vector<Row> Report::JournalRows() const {
                 entry.source == "command" ? entry.text : entry.source + ": " + entry.text;
         std::string kind = entry.result != 0 ? "bad" : "";
         if (entry.source == "detector") kind = "event";
-        if (entry.source == "life") kind = "life";
+        for (const char* source : {"life", "fault"}) {
+            if (entry.source == source) kind = source;
+        }
         rows.push_back({.ns = entry.boottime_ns, .kind = kind, .what = HtmlText(text)});
     }
     return rows;

@@ -31,6 +31,7 @@ p { margin: .4rem 0; }
 .glance dt { color: var(--soft); font-size: .85rem; }
 .glance dd { margin: 0; font-size: 1.35rem; font-variant-numeric: tabular-nums; }
 .problems li { margin: .3rem 0; overflow-wrap: anywhere; }
+.problems li, .verdict { white-space: pre-line; }
 .wave { position: relative; height: 150px; background: var(--panel); overflow: hidden; }
 .wave svg { display: block; width: 100%; height: 100%; }
 .wave polygon { fill: var(--wave); }
@@ -38,11 +39,13 @@ p { margin: .4rem 0; }
 .spoken { background: color-mix(in srgb, var(--spoken) 28%, transparent); }
 .missed { background: color-mix(in srgb, var(--bad) 30%, transparent); }
 .mark.detected { min-width: 3px; margin-left: -1px; background: var(--detected); }
-.mark.captured { top: auto; height: 9px; background: var(--captured); }
+.mark.captured, .mark.silent { top: auto; height: 9px; }
+.captured { background: var(--captured); }
+.silent { background: repeating-linear-gradient(45deg, var(--ink) 0 2px, var(--page) 2px 6px);
+  outline: 1px solid var(--ink); outline-offset: -1px; }
 .key { display: inline-block; width: .9rem; height: .9rem; margin-right: .45rem;
   vertical-align: -.1rem; border: 1px solid var(--line); }
 .key.detected { background: var(--detected); }
-.key.captured { background: var(--captured); }
 .marks { list-style: none; padding: 0; margin: .4rem 0 1rem; display: flex; flex-wrap: wrap;
   gap: .1rem 1.4rem; }
 .marks li { overflow-wrap: anywhere; }
@@ -67,6 +70,7 @@ td[data-label="Detection"], .n { white-space: nowrap; font-variant-numeric: tabu
 tr.bad td { color: var(--bad); }
 tr.event td { background: color-mix(in srgb, var(--detected) 14%, transparent); }
 tr.capture td { background: color-mix(in srgb, var(--captured) 12%, transparent); }
+tr.fault td { background: color-mix(in srgb, var(--spoken) 16%, transparent); }
 tr.life td { background: color-mix(in srgb, var(--bad) 12%, transparent); }
 pre { background: var(--panel); padding: .6rem; font-size: .82rem; white-space: pre-wrap;
   overflow-wrap: anywhere; margin: .4rem 0; }

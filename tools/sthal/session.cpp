@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <charconv>
 #include <chrono>
+#include <condition_variable>
 #include <cstdio>
 #include <filesystem>
 #include <thread>
@@ -22,7 +23,7 @@ using ::aidl::android::media::soundtrigger::SoundModelType;
 using std::chrono::steady_clock;
 using ::vendor::quarno::brindlecove::audio::hal::audio::router::RoutingGraph;
 
-constexpr std::chrono::milliseconds kLookAgain{5};
+constexpr std::chrono::milliseconds kLookAgain{1};
 constexpr std::chrono::seconds kOnItsWay{1};
 constexpr size_t kKeptLogLines = 2000;
 
@@ -59,6 +60,9 @@ audio::Result<std::unique_ptr<Session>> Session::Begin(const SessionOptions& opt
     session->ClearFaults();
     (void)session->phone_->Initialize();
     session->phone_->ReportDsp(true);
+    session->let_go_ = std::jthread([self = session.get()](const std::stop_token& stop) {
+        self->LetGoWhenInterrupted(stop);
+    });
     return Begun::Of(std::move(session));
 }
 
@@ -69,7 +73,26 @@ Session::Session(const SessionOptions& options, Terminal& terminal)
 
 Session::~Session() = default;
 
+// A call that a fault holds cannot be interrupted. Who has asked for the end and does not get it
+// wants it let go, so that the run still comes to its report.
+void Session::LetGoWhenInterrupted(const std::stop_token& stop) {
+    constexpr std::chrono::milliseconds kLook{100};
+    constexpr int kPatience = 10;  // Looks.
+    std::mutex mutex;
+    std::unique_lock lock(mutex);
+    std::condition_variable_any stopped;
+    const auto never = [] { return false; };
+    for (int asked = 0; !stop.stop_requested(); stopped.wait_for(lock, stop, kLook, never)) {
+        asked = IsInterrupted() ? asked + 1 : 0;
+        if (asked != kPatience) continue;
+        Say("interrupted, but a call goes on: all faults are lifted");
+        phone_->board().faults().Clear();
+    }
+}
+
 std::string Session::End(const std::string& verdict, const RunFiles& files) {
+    let_go_ = {};
+    ClearFaults();  // Nothing may be held by one when it is taken down.
     capture_.reset();
     phone_.reset();
     if (!files.AreWanted()) return {};
@@ -239,6 +262,14 @@ Outcome Session::StopCapture() {
 }
 
 // --- around the HAL ---
+
+Outcome Session::RestartService() {
+    Outcome stopped = StopCapture();
+    capture_.reset();
+    models_.clear();
+    phone_->RestartService();
+    return stopped;
+}
 
 Outcome Session::AddFault(const std::string& text) {
     std::string error;

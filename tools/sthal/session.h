@@ -8,7 +8,9 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <stop_token>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "host/virtual_dsp/board/faults.h"
@@ -128,6 +130,8 @@ class Session {
     CaptureJob* capture() { return capture_.get(); }
 
     // --- around the HAL ---
+    // The audio service, and with it the HAL, starts anew: all models are gone.
+    Outcome RestartService();
     Outcome AddFault(const std::string& text);
     void ClearFaults();
     std::optional<size_t> last_fault() const { return last_fault_; }
@@ -138,6 +142,7 @@ class Session {
   private:
     Session(const SessionOptions& options, Terminal& terminal);
     Outcome Returned(bool succeeded);
+    void LetGoWhenInterrupted(const std::stop_token& stop);
 
     const SessionOptions options_;
     Terminal& terminal_;
@@ -157,6 +162,7 @@ class Session {
     std::shared_ptr<Playback> playback_;
     std::unique_ptr<Phone> phone_;
     std::unique_ptr<CaptureJob> capture_;  // After the phone: it ends first.
+    std::jthread let_go_;                  // Last: it uses the phone.
 };
 
 }  // namespace sthal

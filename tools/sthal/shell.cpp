@@ -3,12 +3,12 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <iostream>
 #include <sstream>
 #include <utility>
 
@@ -32,9 +32,10 @@ constexpr double kShortestPause = 0.3;  // In seconds: below it nobody has waite
 // A signal that comes just before the wait for a key would otherwise go unseen until the next one.
 constexpr int kLookAgainMs = 200;
 
-// Set by signal handlers.
-volatile std::sig_atomic_t interrupt_count = 0;
-volatile std::sig_atomic_t terminal_changed = 0;
+// Set by signal handlers. The first one is asked by other threads, too.
+std::atomic<int> interrupt_count{0};
+std::atomic<int> terminal_changed{0};
+static_assert(std::atomic<int>::is_always_lock_free);
 
 extern "C" void OnShellSignal(int number) {
     if (number == SIGINT) {
@@ -47,12 +48,6 @@ extern "C" void OnShellSignal(int number) {
 // readline's callbacks carry no context.
 Shell* the_shell = nullptr;
 const Session* the_session = nullptr;
-
-int Take(volatile std::sig_atomic_t& flag) {
-    const int value = flag;
-    flag = 0;
-    return value;
-}
 
 std::string HistoryFile() {
     const char* const home = std::getenv("HOME");
@@ -113,10 +108,30 @@ bool Shell::Run() {
 
 bool Shell::RunLines() {
     bool is_good = true;
-    for (std::string line; !is_over_ && !WasInterrupted() && std::getline(std::cin, line);) {
-        is_good = Carry(line) && is_good;
-    }
+    std::string line;
+    while (!is_over_ && NextLine(line)) is_good = Carry(line) && is_good;
     return is_good;
+}
+
+// The next line of standard input, which is no terminal; false at its end and on an interrupt. Not
+// by std::getline(), which a signal does not end.
+bool Shell::NextLine(std::string& line) {
+    size_t end = 0;
+    while ((end = unread_.find('\n')) == std::string::npos) {
+        pollfd input{STDIN_FILENO, POLLIN, 0};
+        const int ready = poll(&input, 1, kLookAgainMs);
+        if (WasInterrupted()) return false;
+        if (ready <= 0) continue;
+        char bytes[4096];
+        const ssize_t count = read(STDIN_FILENO, bytes, sizeof(bytes));
+        if (count < 0 && (errno == EINTR || errno == EAGAIN)) continue;
+        if (count <= 0) break;
+        unread_.append(bytes, static_cast<size_t>(count));
+    }
+    if (unread_.empty()) return false;
+    line = unread_.substr(0, end);
+    unread_.erase(0, end == std::string::npos ? end : end + 1);
+    return true;
 }
 
 void Shell::EditLines() {
@@ -140,14 +155,16 @@ void Shell::EditLines() {
 }
 
 void Shell::TakeSignals() {
-    if (const int number = Take(terminal_changed); number == SIGWINCH) {
+    if (const int number = terminal_changed.exchange(0); number == SIGWINCH) {
         rl_resize_terminal();
     } else if (number == SIGCONT) {
-        // Whoever ran in between has left the terminal in a mode of its own.
+        // Whoever ran in between has left the terminal in a mode of its own, which readline does
+        // not know of: it takes the terminal for prepared.
+        rl_deprep_terminal();
         rl_prep_terminal(1);
         rl_forced_update_display();
     }
-    if (Take(interrupt_count) == 0) return;
+    if (interrupt_count.exchange(0) == 0) return;
     rl_point = rl_end;  // Else what stands right of it would stay on the screen.
     rl_redisplay();
     (void)std::fputs("^C\n", stdout);
@@ -227,7 +244,7 @@ bool Shell::Carry(const std::string& line) {
 Outcome Shell::CarryShellVerb(const std::string& name, const Values& values) {
     if (name == "help") {
         const std::string text = VerbHelp(values.Get("VERB"));
-        if (text.empty()) return Outcome::Expected("a verb", "'" + values.Get("VERB") + "'");
+        if (text.empty()) return Outcome::Failed(UnknownVerb(values.Get("VERB")));
         session_.terminal().Print(text);
     }
     if (name == "models") return ShowModels();

@@ -30,6 +30,7 @@ class Shell {
 
   private:
     bool RunLines();
+    bool NextLine(std::string& line);
     void EditLines();
     void TakeSignals();
     void ShowPending();
@@ -43,6 +44,7 @@ class Shell {
 
     Session& session_;
     bool is_over_ = false;
+    std::string unread_;                    // Of standard input that is no terminal.
     std::vector<std::string> carried_out_;  // What `save` writes.
     uint64_t last_verb_frame_ = 0;  // Where the microphones were when the last one had ended.
 };

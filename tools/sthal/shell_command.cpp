@@ -4,7 +4,6 @@
 
 #include <iostream>
 
-#include "tools/sthal/interrupt.h"
 #include "tools/sthal/shell.h"
 #include "tools/sthal/verbs.h"
 
@@ -20,7 +19,7 @@ constexpr char kFooter[] =
         "writes\none of the session. docs/scenarios.md explains them.\n\n"
         "Exit status: 0 the session was ended; 1 a line that did not come from a terminal was not "
         "carried\nout, the HAL broke a rule of the framework's, or a file could not be written; 2 "
-        "wrong arguments;\n77 no virtual board can be had here; 130 ended by SIGTERM.";
+        "wrong arguments;\n77 no virtual board can be had here; 130 interrupted.";
 
 }  // namespace
 
@@ -63,7 +62,7 @@ int ShellCommand::Run() const {
     if (!broken.empty()) verdict = "FAILED: " + broken.front();
     const std::string problem = (*session.value)->End(verdict, files_);
     if (!problem.empty()) std::cerr << "sthal shell: " << problem << '\n';
-    if (Interrupted()) return kInterrupted;
+    if (Shell::WasInterrupted()) return kInterrupted;
     return is_good && broken.empty() && problem.empty() ? 0 : kFailed;
 }
 

@@ -23,11 +23,12 @@ constexpr char kControlLane[] = "control thread";
 constexpr char kStreamLane[] = "capture stream";
 constexpr char kCallbackLane[] = "callbacks";
 constexpr char kFrameworkLane[] = "framework calls";
+constexpr char kFaultLane[] = "faults";
 constexpr char kNotificationNode[] = "node: notification";
 
 constexpr std::string_view kFirstLanes[] = {
-        "steps",     kFrameworkLane, kCallbackLane, "audio service", kLockLane,        kControlLane,
-        kStreamLane, "DSP",          "microphone",  "detector",      kNotificationNode};
+        "steps",     kFrameworkLane, kCallbackLane, "audio service", kLockLane,  kControlLane,
+        kStreamLane, "DSP",          "microphone",  "detector",      kFaultLane, kNotificationNode};
 
 // A lane's place in the viewer: the process's number and its name.
 enum class Group { kAbove = 1, kHal = 2, kClients = 3, kDsp = 4 };
@@ -279,7 +280,7 @@ void AddHal(const RunFacts& facts, const std::vector<Detection>& detections, Tra
         trace.Slice(lane, stream.begin_ns, stream.opened_ns,
                     stream.error.empty() ? "open" : "open refused", where + " " + stream.error);
         for (const RecordedRead& read : stream.reads) {
-            trace.Slice(lane, read.begin_ns, read.end_ns, "read",
+            trace.Slice(lane, read.begin_ns, read.end_ns, read.is_silent ? "read, silence" : "read",
                         std::to_string(read.result) + " bytes, position " +
                                 std::to_string(read.position));
         }
@@ -292,6 +293,7 @@ std::string DspLane(const JournalEntry& entry) {
     for (const char* part : {"detector", "life", "microphone"}) {
         if (entry.source == part) return entry.source;
     }
+    if (entry.source == "fault") return kFaultLane;
     if (entry.source != "pcm") return "node: " + entry.source;
     return entry.text.starts_with("hotword") ? "node: hotword audio" : "node: ambient audio";
 }

@@ -59,6 +59,7 @@ const std::vector<ValueKind>& Kinds() {
         {"CHANNELS", "a number of channels", {"1", "2"}, {}},
         {"COUNT", "a whole number from 0 to 4294967295", {}, [](auto text) {
             return ToNumber<uint32_t>(text).has_value(); }},
+        {"DATA", "a text", {}, [](auto) { return true; }},
         {"DECIBELS", "decibels from -100 to 40", {}, [](auto text) {
             return IsIn(ToNumber<double>(text), -100, 40); }},
         {"DEVICE", "a device", Names({hal_utils::kSpeaker, hal_utils::kUsbDock,

@@ -91,10 +91,11 @@ audio::Result<std::vector<uint8_t>> TuningImage(const std::string& path) {
     return Image::Of(std::move(*image));
 }
 
-// What a pipe holds can be read once only, by the verb.
+// What a pipe or a terminal holds can be read once only, by the verb.
 bool CanBeReadTwice(const std::string& path) {
     std::error_code error;
-    return !std::filesystem::exists(path, error) || std::filesystem::is_regular_file(path, error);
+    return !std::filesystem::is_fifo(path, error) &&
+           !std::filesystem::is_character_file(path, error);
 }
 
 Outcome PlayPiece(Session& session, audio::Piece piece) {
@@ -103,7 +104,9 @@ Outcome PlayPiece(Session& session, audio::Piece piece) {
     options.seed = session.NextSeed();
     const auto scene = audio::MakeScene({&piece, 1}, options);
     if (!scene) return Outcome::Failed(scene.error);
-    return session.Play(scene->recording);
+    Outcome played = session.Play(scene->recording);
+    session.phone().timeline().record().AddSaid(*piece.audio, scene->parts[0].range.begin);
+    return played;
 }
 
 CaptureOptions CaptureOptionsOf(const Values& values) {

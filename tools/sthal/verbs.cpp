@@ -1,6 +1,7 @@
 #include "tools/sthal/verbs.h"
 
 #include <algorithm>
+#include <iterator>
 #include <set>
 #include <sstream>
 #include <utility>
@@ -50,7 +51,9 @@ constexpr Verb kVerbs[] = {
      [](Session& session, const Values&) { session.phone().ReportDsp(false); return Outcome{}; }},
     {"dsp journal", "[COUNT]", "the latest things that the DSP was told and did", RunJournal},
     {"dsp forget", "", "begin a new journal, which expectations look at", RunForget},
-    {"fault", "FAULT...", "make calls on the device nodes fail, by the rules in virtual_board.md",
+    {"service restart", "", "end the audio service and start it anew: the models are gone, the tuning file is read",
+     [](Session& session, const Values&) { return session.RestartService(); }},
+    {"fault", "FAULT...", "make calls on a device node fail: NODE OPERATION [id=N] [after=N] [times=N] [chance=P] EFFECT (virtual_board.md)",
      [](Session& session, const Values& values) { return session.AddFault(values[0]); }},
     {"faults clear", "", "lift all faults",
      [](Session& session, const Values&) { session.ClearFaults(); return Outcome{}; }},
@@ -62,9 +65,9 @@ constexpr Verb kVerbs[] = {
     {"play", "USECASE USAGE [and USAGE]", "tell the usages of a usecase's tracks", RunPlayTracks},
     {"charger", "fan|plain", "put the phone on a charger with a fan or without",
      [](Session& session, const Values& values) { session.phone().FanCharger(values[0] == "fan"); return Outcome{}; }},
-    {"tuning load", "FILE", "ship a tuning file, binary or text; it counts from the next docking or restart on", RunTuningLoad,
+    {"tuning load", "FILE", "ship a tuning file, binary or text; the HAL reads it when the service starts", RunTuningLoad,
      Where::kAnywhere, TuningProblem},
-    {"tuning none", "", "ship no tuning file",
+    {"tuning none", "", "ship no tuning file; see tuning load",
      [](Session& session, const Values&) { session.phone().board().RemoveTuningFile(); return Outcome{}; }},
     {"tuning show", "", "the values that the DSP has", RunTuningShow},
     {"dump", "[TAG]", "the HAL's dump, all of it or of one tag", RunDump},
@@ -74,12 +77,13 @@ constexpr Verb kVerbs[] = {
     {"wait event", "[model MODEL] [within TIME]", "wait for the next event of the framework's callback", WaitEvent},
     {"wait heard", "[TIME]", "wait until so much of what was said last is heard, or all", WaitHeard},
     {"wait capture", "[within TIME]", "wait for the end of the capture", WaitCapture},
-    {"expect event", "[status STATUS] [data TEXT] [rate COUNT] [kind KIND]",
-     "the event waited for last is like this; its kind is phrase or generic", ExpectEvent},
+    {"expect event", "[status STATUS] [data DATA] [rate COUNT] [kind KIND]",
+     "the event waited for last is like this; the data is a part of its own, or empty if that is", ExpectEvent},
     {"expect no event", "[for TIME]", "no event has come that nobody waited for, and none comes", ExpectNoEvent},
     {"expect result", "RESULT", "what the last call of the HAL returned; one that fails needs this line", ExpectResult},
     {"expect state", "MODEL STATE", "the model's runtime state", ExpectState},
     {"expect capture exact", "[within TIME]", "the capture ends, and is what the microphones heard, sample for sample", ExpectCaptureExact},
+    {"expect capture cut", "[within TIME]", "the capture ends, and is what the microphones heard, and from some point on silence", ExpectCaptureCut},
     {"expect capture silent", "[within TIME]", "the capture ends, and is silence", ExpectCaptureSilent},
     {"expect dump contains", "TEXT", "the HAL's dump says this", ExpectDump},
     {"expect log contains", "TEXT", "the HAL has logged this", ExpectLog},
@@ -121,7 +125,7 @@ const Verb* FindVerb(std::span<const std::string> words) {
     return found;
 }
 
-std::string UnknownVerb(std::span<const std::string> words) {
+std::string DescribeUnknownVerb(std::span<const std::string> words) {
     std::set<std::string> families;
     std::vector<std::string> names;
     size_t most = 0;
@@ -164,7 +168,7 @@ audio::Result<Command> ParseCommand(std::string_view line) {
     if (!words) return Parsed::Error(words.error);
     if (words->empty()) return Parsed::Of({});
     const Verb* const verb = FindVerb(*words);
-    if (verb == nullptr) return Parsed::Error(UnknownVerb(*words));
+    if (verb == nullptr) return Parsed::Error(DescribeUnknownVerb(*words));
     auto values = Form(verb->form).Match(std::span(*words).subspan(NameWords(*verb).size()));
     if (!values) return Parsed::Error(values.error);
     return Parsed::Of({.verb = verb, .values = std::move(*values.value)});
@@ -175,13 +179,24 @@ NextWords CompleteCommand(std::span<const std::string> words) {
     if (const Verb* const verb = FindVerb(words)) {
         next = Form(verb->form).Next(words.subspan(NameWords(*verb).size()));
     }
+    std::ranges::copy(NextVerbWords(words), std::back_inserter(next.literals));
+    return next;
+}
+
+std::vector<std::string> NextVerbWords(std::span<const std::string> words) {
+    std::vector<std::string> next;
     for (const Verb& verb : kVerbs) {
         const std::vector<std::string> name = NameWords(verb);
         if (name.size() > words.size() && CommonWords(name, words) == words.size()) {
-            next.literals.push_back(name[words.size()]);
+            next.push_back(name[words.size()]);
         }
     }
     return next;
+}
+
+std::string UnknownVerb(std::string_view line) {
+    const auto words = SplitWords(line);
+    return words && !words->empty() ? DescribeUnknownVerb(*words) : "expected a verb";
 }
 
 std::string VerbHelp(std::string_view topic) {

@@ -40,6 +40,13 @@ audio::Result<Command> ParseCommand(std::string_view line);
 // Words that may follow the given ones, and kinds of values.
 NextWords CompleteCommand(std::span<const std::string> words);
 
+// The next words of the verbs whose names begin with the given ones; one that several have in
+// common comes several times.
+std::vector<std::string> NextVerbWords(std::span<const std::string> words);
+
+// What is said of a line that begins with no verb.
+std::string UnknownVerb(std::string_view line);
+
 // Every verb with its form and its sentence, as lines of text; `topic` restricts it to verbs that
 // begin so. Empty when none does.
 std::string VerbHelp(std::string_view topic = {});

@@ -60,7 +60,7 @@ bool FaultPlan::WaitUntilFired(size_t rule, uint64_t count,
 
 std::optional<Fault> FaultPlan::Next(NodeId node, FaultOperation operation,
                                      std::optional<uint16_t> command_id) {
-    std::lock_guard lock(lock_);
+    std::unique_lock lock(lock_);
     for (RuleState& state : rules_) {
         const FaultRule& rule = state.rule;
         if (!Matches(rule, node, operation, command_id)) continue;
@@ -69,7 +69,13 @@ std::optional<Fault> FaultPlan::Next(NodeId node, FaultOperation operation,
         if (rule.chance < 1.0 && UnitInterval(state.random) >= rule.chance) continue;
         ++state.fired;
         fired_.notify_all();
-        return Fault{rule.effect, generation_};
+        const Fault fault{rule.effect, generation_};
+        if (!hit_listener_) return fault;
+        const FaultRule hit = rule;
+        const uint64_t fired = state.fired;
+        lock.unlock();
+        hit_listener_(hit, fired);
+        return fault;
     }
     return std::nullopt;
 }
@@ -77,6 +83,10 @@ std::optional<Fault> FaultPlan::Next(NodeId node, FaultOperation operation,
 uint64_t FaultPlan::generation() const {
     std::lock_guard lock(lock_);
     return generation_;
+}
+
+void FaultPlan::SetHitListener(HitListener listener) {
+    hit_listener_ = std::move(listener);
 }
 
 void FaultPlan::SetReleaseListener(std::function<void()> listener) {

@@ -65,9 +65,12 @@ struct Fault {
 // call. Each rule draws from random numbers of its own, made from the seed and the rule's place, so
 // that the same seed and the same calls on its node give the same faults whatever other nodes do.
 //
-// Thread-safe. The release listener is called without the lock.
+// Thread-safe. The listeners are called without the lock.
 class FaultPlan {
   public:
+    // Told of a rule that has just hit a call, and how often it has by now.
+    using HitListener = std::function<void(const FaultRule& rule, uint64_t fired)>;
+
     // Adds a rule and returns its number, counted from 0 since the last Clear() or Load().
     size_t Add(const FaultRule& rule);
     // Replaces the whole plan.
@@ -89,6 +92,9 @@ class FaultPlan {
     // Set once, before other threads use the plan.
     void SetReleaseListener(std::function<void()> listener);
 
+    // On the thread that serves the nodes. Set once, before there are rules.
+    void SetHitListener(HitListener listener);
+
   private:
     struct RuleState {
         FaultRule rule;
@@ -100,6 +106,7 @@ class FaultPlan {
     size_t AddLocked(const FaultRule& rule);
 
     std::function<void()> release_listener_;
+    HitListener hit_listener_;
 
     mutable std::mutex lock_;
     mutable std::condition_variable fired_;
