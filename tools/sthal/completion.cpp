@@ -17,6 +17,7 @@ std::vector<std::string> FaultWords(size_t words) {
     }
     if (words == 1) return {"open", "read", "write", "poll", "reply"};
     std::vector<std::string> nodes;
+    nodes.reserve(virtual_dsp::kNodes.size());
     for (const virtual_dsp::NodeInfo& node : virtual_dsp::kNodes) nodes.emplace_back(node.name);
     return nodes;
 }

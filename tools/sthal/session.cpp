@@ -1,11 +1,14 @@
 #include "tools/sthal/session.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <thread>
 #include <utility>
@@ -236,6 +239,15 @@ std::string Session::DescribeEvents() {
 Outcome Session::StartCapture(const CaptureOptions& options, double seconds,
                               const std::string& file) {
     if (Outcome stopped = StopCapture(); !stopped.ok()) return stopped;
+    std::filesystem::path path;
+    if (!file.empty()) {
+        path = std::filesystem::path(options_.output_folder) / file;
+        // Now, and not after the capture.
+        if (access(path.parent_path().c_str(), W_OK) != 0) {
+            return Outcome::Failed("cannot write into the folder of " + path.string() + ": " +
+                                   std::strerror(errno) + "; choose another one");
+        }
+    }
     auto opened = Capture::Open(*phone_, options);
     last_result_ = opened ? 0 : -EINVAL;
     if (!opened) {
@@ -247,11 +259,10 @@ Outcome Session::StartCapture(const CaptureOptions& options, double seconds,
             !options.is_internal_force && std::ranges::any_of(models_, [&](const auto& entry) {
                 return entry.second.io_handle == options.io_handle && entry.second.is_generic;
             });
-    const std::string path =
-            file.empty() ? "" : (std::filesystem::path(options_.output_folder) / file).string();
     capture_ = std::make_unique<CaptureJob>(
             *phone_, std::move(*opened.value),
-            seconds > 0 ? std::optional(FramesOf(seconds)) : std::nullopt, is_ambient, path);
+            seconds > 0 ? std::optional(FramesOf(seconds)) : std::nullopt, is_ambient,
+            path.string());
     return {};
 }
 
