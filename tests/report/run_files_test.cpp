@@ -104,7 +104,7 @@ TEST(ReportTest, SilenceIsNotShownAsCapturedAudio) {
     }
     using Kind = ChartMark::Kind;
 
-    const auto marks = MarksOf(run.facts, Findings(run.facts), 0);
+    const auto marks = MarksOf(run.facts, RunFindings(run.facts), 0);
 
     // Captured from the microphone's frame 9000; the recording begins with its frame 1000.
     ASSERT_THAT(marks, SizeIs(3));
@@ -115,7 +115,7 @@ TEST(ReportTest, SilenceIsNotShownAsCapturedAudio) {
 
 TEST(ReportTest, ABadVerdictIsTheFirstThingThatWasWrongAndIsSaidOnceThere) {
     RunFacts facts{.verdict = "FAILED: it broke", .problems = {"another", "it broke"}};
-    const Findings found(facts);
+    const RunFindings found(facts);
 
     EXPECT_THAT(Tell(facts, found).problems, ElementsAre("it broke", "another"));
     facts.problems.clear();
@@ -129,7 +129,7 @@ TEST(ReportTest, OfALongRunItShowsWhatWasMissedAndTheEnd) {
     WrittenRun run;
     run.facts.playbacks.resize(40, run.facts.playbacks[0]);
     for (int64_t ms = 1; ms <= 300; ++ms) run.Journal(ms, "detector", "hotword detected, frame=1");
-    Findings found(run.facts);
+    RunFindings found(run.facts);
     found.missed.push_back({.spoken = {.playback = 19}});
 
     EXPECT_THAT(PlaybacksToShow(run.facts, found, 4), ElementsAre(19, 37, 38, 39));
@@ -142,7 +142,7 @@ TEST(ReportTest, FaultsThatTheRunSetAreToldApartFromThePhonesOwn) {
     WrittenRun run;
     run.Journal(100, "fault", "on model_data write errno=EIO: hit a call");
     run.facts.journal.back().command_id = wire::CMD_AUDIO_INPUT_HOTWORD_WRITE_MODEL;
-    const Findings found(run.facts);
+    const RunFindings found(run.facts);
 
     EXPECT_THAT(Tell(run.facts, found).problems, Contains(HasSubstr("1 call was hit by faults")));
     EXPECT_THAT(ReportHtml(run.facts), HasSubstr("<tr class=\"fault\">"));

@@ -20,7 +20,7 @@ std::string Number(size_t number) {
     return std::to_string(number);
 }
 
-std::vector<std::string> MissedTexts(const RunFacts& facts, const Findings& found) {
+std::vector<std::string> MissedTexts(const RunFacts& facts, const RunFindings& found) {
     std::vector<std::string> texts;
     for (const MissedHotword& missed : found.missed) {
         texts.push_back("No event came of \"" + facts.models[missed.spoken.model].name +
@@ -141,7 +141,7 @@ void AddCaptured(const RunFacts& facts, const RecordedPlayback& playback,
             marks);
 }
 
-void AddSpoken(const RunFacts& facts, const Findings& found, size_t playback,
+void AddSpoken(const RunFacts& facts, const RunFindings& found, size_t playback,
                std::vector<ChartMark>* marks) {
     for (const SpokenHotword& spoken : found.spoken) {
         if (spoken.playback != playback) continue;
@@ -158,7 +158,7 @@ void AddSpoken(const RunFacts& facts, const Findings& found, size_t playback,
 
 }  // namespace
 
-Findings::Findings(const RunFacts& facts)
+RunFindings::RunFindings(const RunFacts& facts)
     : states(StateSpans(facts)),
       detections(Detections(facts)),
       spoken(FindSpoken(facts)),
@@ -183,7 +183,7 @@ std::string RunTime(const RunFacts& facts, int64_t ns) {
     return text;
 }
 
-Told Tell(const RunFacts& facts, const Findings& found) {
+Told Tell(const RunFacts& facts, const RunFindings& found) {
     Told told{facts.problems, facts.notes};
     const VerdictKind kind = KindOf(facts.verdict);
     // A run that went as it was meant to missed nothing that was meant to come.
@@ -205,7 +205,7 @@ Told Tell(const RunFacts& facts, const Findings& found) {
     return told;
 }
 
-std::vector<ChartMark> MarksOf(const RunFacts& facts, const Findings& found, size_t index) {
+std::vector<ChartMark> MarksOf(const RunFacts& facts, const RunFindings& found, size_t index) {
     const RecordedPlayback& playback = facts.playbacks[index];
     std::vector<ChartMark> marks;
     AddSpoken(facts, found, index, &marks);
@@ -231,7 +231,7 @@ std::vector<ChartMark> MarksOf(const RunFacts& facts, const Findings& found, siz
     return marks;
 }
 
-std::vector<size_t> PlaybacksToShow(const RunFacts& facts, const Findings& found, size_t most) {
+std::vector<size_t> PlaybacksToShow(const RunFacts& facts, const RunFindings& found, size_t most) {
     std::set<size_t> shown;
     const size_t count = facts.playbacks.size();
     if (count != 0) shown.insert(count - 1);

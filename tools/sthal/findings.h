@@ -15,8 +15,8 @@
 namespace sthal {
 
 // What has been found out of the facts of a run.
-struct Findings {
-    explicit Findings(const RunFacts& facts);
+struct RunFindings {
+    explicit RunFindings(const RunFacts& facts);
 
     std::vector<StateSpan> states;
     std::vector<Detection> detections;
@@ -29,7 +29,7 @@ struct Told {
     std::vector<std::string> problems;  // Begin with the verdict, if that is bad.
     std::vector<std::string> notes;
 };
-Told Tell(const RunFacts& facts, const Findings& found);
+Told Tell(const RunFacts& facts, const RunFindings& found);
 
 enum class VerdictKind { kGood, kBad, kUnjudged };
 VerdictKind KindOf(std::string_view verdict);
@@ -40,10 +40,10 @@ std::string VerdictText(const RunFacts& facts);
 std::string RunTime(const RunFacts& facts, int64_t ns);
 
 // What is to be seen in a recording: hotwords, detections, and what was captured of it.
-std::vector<ChartMark> MarksOf(const RunFacts& facts, const Findings& found, size_t playback);
+std::vector<ChartMark> MarksOf(const RunFacts& facts, const RunFindings& found, size_t playback);
 
 // At most so many recordings, in their order: the last one, in which a run fails that fails at its
 // end, then those with a missed hotword, then the latest.
-std::vector<size_t> PlaybacksToShow(const RunFacts& facts, const Findings& found, size_t most);
+std::vector<size_t> PlaybacksToShow(const RunFacts& facts, const RunFindings& found, size_t most);
 
 }  // namespace sthal

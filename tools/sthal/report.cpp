@@ -94,7 +94,7 @@ class Report {
     }
 
     const RunFacts& facts_;
-    const Findings found_;
+    const RunFindings found_;
     std::string html_;
 };
 
