@@ -109,7 +109,7 @@ bool Shell::Run() {
 bool Shell::RunLines() {
     bool is_good = true;
     std::string line;
-    while (!is_over_ && NextLine(line)) is_good = Carry(line) && is_good;
+    while (!is_over_ && !WasInterrupted() && NextLine(line)) is_good = Carry(line) && is_good;
     return is_good;
 }
 
