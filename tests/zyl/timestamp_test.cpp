@@ -78,18 +78,6 @@ TEST_F(TimestampTest, DspIsAskedOncePerHotword) {
     EXPECT_EQ((std::vector<uint32_t>{227, 267, 354}), TakeIds());
 }
 
-TEST_F(TimestampTest, InternalRecognitionIsDatedAlsoBeforeItsRecordIsRead) {
-    ExpectNear(kBeginningNs + 99 * kBlockNs, DateNext());
-    EXPECT_EQ(0, adapter_->StopDetectionInDsp(kHotword));
-
-    Play(16000);
-    EXPECT_EQ(0, adapter_->StartDetectionInDsp(kHotword));
-    EXPECT_EQ(0, adapter_->InternalHotwordRecognition(0));
-    EXPECT_EQ(64, Read()) << "the stream may be faster than the control thread";
-
-    ExpectNear(kBeginningNs + 199 * kBlockNs, adapter_->ReadDspTimestamp(kHotword));
-}
-
 TEST_F(TimestampTest, WithoutBothClocksTheOlderInstantStays) {
     const int64_t known = DateNext();
     ASSERT_LT(0, known);

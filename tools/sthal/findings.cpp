@@ -54,7 +54,7 @@ std::string FaultText(const RunFacts& facts) {
     if (hits == 0) return {};
     // Of a rule that hits again and again, the journal tells of the first hits only.
     const bool are_all = std::ranges::none_of(facts.journal, [](const JournalEntry& entry) {
-        return entry.source == "fault" && entry.text.ends_with("are not told");
+        return entry.source == "fault" && entry.text.ends_with(kNextHitsNotTold);
     });
     return (are_all ? "" : "At least ") + std::to_string(hits) +
            (hits == 1 ? " call was" : " calls were") +

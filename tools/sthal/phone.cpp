@@ -187,7 +187,7 @@ void Phone::ShowFault(const virtual_dsp::FaultRule& rule, uint64_t fired) {
     if (fired > kShown) return;
     std::string text = virtual_dsp::PrintFault(rule) + ": hit a call";
     if (fired > 1) text += ", " + std::to_string(fired) + " times by now";
-    if (fired == kShown) text += "; the next ones are not told";
+    if (fired == kShown) text += kNextHitsNotTold;
     board_->dsp().journal().Add("fault", text);
 }
 

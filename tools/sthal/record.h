@@ -112,6 +112,9 @@ struct RecordedPlayback {
 // Whether an entry only tells of a piece of a model on its way, of which there are many.
 bool IsModelPiece(const virtual_dsp::JournalEntry& entry);
 
+// How the journal's entry of a fault's hit ends after which no more of its rule are told.
+inline constexpr char kNextHitsNotTold[] = "; the next ones are not told";
+
 struct RecordedText {
     int64_t ns = 0;
     std::string text{};

@@ -40,12 +40,6 @@ audio::Result<std::unique_ptr<Session>> Session::Begin(const SessionOptions& opt
                                                        Terminal& terminal) {
     using Begun = audio::Result<std::unique_ptr<Session>>;
     std::unique_ptr<Session> session(new Session(options, terminal));
-    std::error_code error;
-    std::filesystem::create_directories(options.output_folder, error);
-    if (error) {
-        return Begun::Error("cannot make the folder " + options.output_folder + ": " +
-                            error.message() + "; choose another one with --out");
-    }
     if (!options.title.empty()) session->timeline_.record().Enable(options.title);
     PhoneOptions phone_options;
     phone_options.speed = options.speed;

@@ -25,8 +25,8 @@ namespace sthal {
 
 struct SessionOptions {
     double speed = 1.0;
-    uint32_t seed = 1;  // Of the noise in the room and of the faults.
-    std::string output_folder = ".";
+    uint32_t seed = 1;                     // Of the noise in the room and of the faults.
+    std::string output_folder = ".";       // Which exists.
     std::string title{};                   // Of the run's files; empty: none will be written.
     std::function<bool()> is_interrupted;  // Asked while something is waited for.
 };

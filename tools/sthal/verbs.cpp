@@ -158,10 +158,6 @@ std::string DescribeUnknownVerb(std::span<const std::string> words) {
 
 }  // namespace
 
-std::span<const Verb> Verbs() {
-    return kVerbs;
-}
-
 audio::Result<Command> ParseCommand(std::string_view line) {
     using Parsed = audio::Result<Command>;
     auto words = SplitWords(line);

@@ -26,8 +26,6 @@ struct Verb {
     std::string (*find_problem)(const Values& values) = nullptr;
 };
 
-std::span<const Verb> Verbs();
-
 // A line that can be carried out.
 struct Command {
     const Verb* verb = nullptr;  // Null for an empty line or a comment.

@@ -67,6 +67,8 @@ class SOUND_TRIGGER_EXPORT SoundTriggerDriverOperations {
      * @param frames   Delivered so far.
      * @param time_ns  Kernel boot time derived from the hotword's instant, or, while that is not
      *                 known, the steady clock's time now.
+     *                 An internal forced stream that reads before the control thread has seen the
+     *                 DSP's record is dated as the hotword before it.
      * @return False, with the arguments left alone, without a HAL.
      */
     virtual bool GetPosition(long& frames, long& time_ns) EXCLUDES(lock_);

@@ -104,11 +104,7 @@ int ZylSoundTriggerAdapter::InternalHotwordRecognition(unsigned int value) {
     auto command =
             MakeCommand<InternalRecognitionPayload>(CMD_AUDIO_INPUT_HOTWORD_INTERNAL_RECOGNITION);
     command.value = value;
-    const int status = Exchange(&command);
-    // Its stream may read before the control thread has seen the DSP's record, and would be dated
-    // as the capture before it.
-    if (status == 0) hotword_timestamp_read_ = false;
-    return status;
+    return Exchange(&command);
 }
 
 std::optional<LibraryArchitecture> ZylSoundTriggerAdapter::GetLibraryArchitecture() {
