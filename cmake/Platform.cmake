@@ -10,6 +10,8 @@ get_filename_component(ANDROID_LIBRARY_DIR ${ANDROID_BASE_LIBRARY} DIRECTORY)
 
 add_library(android_base INTERFACE)
 target_include_directories(android_base SYSTEM INTERFACE ${ANDROID_BASE_INCLUDE_DIR})
+# A result that nobody looks at is a mistake (host/common/result.h).
+target_compile_definitions(android_base INTERFACE NODISCARD_EXPECTED)
 target_link_libraries(android_base INTERFACE ${ANDROID_BASE_LIBRARY} ${ANDROID_LOG_LIBRARY}
                                              Threads::Threads)
 list(APPEND CMAKE_BUILD_RPATH ${ANDROID_LIBRARY_DIR})

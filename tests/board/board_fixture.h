@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "host/virtual_dsp/board/board.h"
-#include "host/virtual_dsp/board/fault_text.h"
+#include "host/virtual_dsp/nodes/fault_text.h"
 
 namespace virtual_dsp {
 

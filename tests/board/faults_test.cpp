@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "host/virtual_dsp/board/fault_text.h"
+#include "host/virtual_dsp/nodes/fault_text.h"
 
 namespace virtual_dsp {
 namespace {

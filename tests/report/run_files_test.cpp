@@ -2,11 +2,11 @@
 #include <gtest/gtest.h>
 
 #include "tests/report/written_run.h"
-#include "tools/sthal/findings.h"
-#include "tools/sthal/ledger.h"
-#include "tools/sthal/markup.h"
-#include "tools/sthal/report.h"
-#include "tools/sthal/trace.h"
+#include "tools/sthal/findings/findings.h"
+#include "tools/sthal/findings/latency_breakdown.h"
+#include "tools/sthal/output/markup.h"
+#include "tools/sthal/output/page.h"
+#include "tools/sthal/output/trace.h"
 
 namespace sthal {
 namespace {

@@ -6,8 +6,8 @@
 #include <utility>
 
 #include "audio/hal/aidl/soundtrigger/zyl/zyl_wire.h"
-#include "tools/sthal/missed.h"
-#include "tools/sthal/record.h"
+#include "tools/sthal/facts/record.h"
+#include "tools/sthal/findings/missed.h"
 
 // A run written by hand: model 1 is loaded and started, and its hotword is spoken from 1 s to 2 s.
 namespace sthal {

@@ -1,6 +1,6 @@
 // What a scenario's text means, and what its author is told of a mistake. No board is needed: all
 // of it is found out before the first verb is carried out.
-#include "tools/sthal/scenario.h"
+#include "tools/sthal/script/scenario.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -9,13 +9,13 @@
 #include <vector>
 
 #include "host/virtual_dsp/board/enter_board.h"
-#include "tools/sthal/demo.h"
-#include "tools/sthal/dsp_command.h"
-#include "tools/sthal/grammar.h"
-#include "tools/sthal/interrupt.h"
-#include "tools/sthal/run_command.h"
-#include "tools/sthal/shell_command.h"
-#include "tools/sthal/tuning_command.h"
+#include "tools/sthal/commands/demo.h"
+#include "tools/sthal/commands/dsp_command.h"
+#include "tools/sthal/commands/interrupt.h"
+#include "tools/sthal/commands/run_command.h"
+#include "tools/sthal/commands/shell_command.h"
+#include "tools/sthal/commands/tuning_command.h"
+#include "tools/sthal/script/grammar.h"
 
 namespace sthal {
 

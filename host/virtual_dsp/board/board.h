@@ -7,13 +7,13 @@
 #include <utility>
 #include <vector>
 
-#include "host/virtual_dsp/board/faults.h"
-#include "host/virtual_dsp/board/fuse_server.h"
 #include "host/virtual_dsp/board/microphone.h"
-#include "host/virtual_dsp/board/node_table.h"
-#include "host/virtual_dsp/board/tuning_image.h"
-#include "host/virtual_dsp/board/wake_locks.h"
 #include "host/virtual_dsp/dsp/dsp.h"
+#include "host/virtual_dsp/nodes/faults.h"
+#include "host/virtual_dsp/nodes/fuse_server.h"
+#include "host/virtual_dsp/nodes/node_table.h"
+#include "host/virtual_dsp/nodes/tuning_image.h"
+#include "host/virtual_dsp/nodes/wake_locks.h"
 
 namespace virtual_dsp {
 

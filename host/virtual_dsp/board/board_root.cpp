@@ -15,7 +15,7 @@
 #include <iterator>
 #include <string_view>
 
-#include "host/virtual_dsp/board/node_table.h"
+#include "host/virtual_dsp/nodes/node_table.h"
 
 namespace virtual_dsp {
 namespace {

@@ -18,8 +18,8 @@
 #include <vector>
 
 #include "host/virtual_dsp/board/board_root.h"
-#include "host/virtual_dsp/board/fuse_mount.h"
-#include "host/virtual_dsp/board/node_table.h"
+#include "host/virtual_dsp/nodes/fuse_mount.h"
+#include "host/virtual_dsp/nodes/node_table.h"
 
 namespace virtual_dsp {
 namespace {

@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <utility>
 
-#include "host/virtual_dsp/board/signals_blocked.h"
 #include "host/virtual_dsp/dsp/journal.h"
+#include "host/virtual_dsp/nodes/signals_blocked.h"
 
 namespace virtual_dsp {
 namespace {

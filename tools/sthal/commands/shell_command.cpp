@@ -1,0 +1,69 @@
+#include "tools/sthal/commands/shell_command.h"
+
+#include <CLI/CLI.hpp>
+
+#include <iostream>
+
+#include "tools/sthal/commands/shell.h"
+#include "tools/sthal/script/verbs.h"
+
+namespace sthal {
+
+namespace {
+
+constexpr int kFailed = 1;
+constexpr int kInterrupted = 130;
+
+constexpr char kFooter[] =
+        "Events appear as they arrive. The same verbs make a scenario for 'sthal run'; 'save FILE' "
+        "writes\none of the session. docs/scenarios.md explains them.\n\n"
+        "Exit status: 0 the session was ended; 1 a line that did not come from a terminal was not "
+        "carried\nout, the HAL broke a rule of the framework's, or a file could not be written; 2 "
+        "wrong arguments;\n77 no virtual board can be had here; 130 interrupted.";
+
+}  // namespace
+
+ShellCommand::ShellCommand(CLI::App& app) {
+    CLI::App* const shell = app.add_subcommand(
+            "shell",
+            "Load, start, speak, break and look, one verb at a time, on the virtual board.");
+    shell->footer(kFooter);
+    shell->add_flag("--help-verbs", wants_verbs_, "list the verbs of the shell and of scenarios");
+    shell->add_option("--speed", speed_, "times faster than real time")
+            ->capture_default_str()
+            ->check(CLI::Range(0.1, 16.0));
+    shell->add_option("--seed", seed_, "of noise and faults")->capture_default_str();
+    AddOutputOption(*shell, output_folder_);
+    AddRunFileOptions(*shell, files_);
+    shell->callback([this] { is_chosen_ = true; });
+}
+
+int ShellCommand::Run() const {
+    if (wants_verbs_) {
+        std::cout << VerbHelp();
+        return 0;
+    }
+    SessionOptions options;
+    options.speed = speed_;
+    options.seed = seed_;
+    options.output_folder = output_folder_;
+    options.is_interrupted = Shell::WasInterrupted;
+    if (files_.AreWanted()) options.title = "sthal shell";
+    Shell::CatchInterrupts();
+    Terminal terminal;
+    const auto session = Session::Begin(options, terminal);
+    if (!session) {
+        std::cerr << "sthal shell: " << session.error << '\n';
+        return kFailed;
+    }
+    const bool is_good = Shell(**session.value).Run();
+    const auto broken = (*session.value)->phone().BrokenRules();
+    std::string verdict = is_good ? "The session was ended." : "FAILED: a line was not carried out";
+    if (!broken.empty()) verdict = "FAILED: " + broken.front();
+    const std::string problem = (*session.value)->End(verdict, files_);
+    if (!problem.empty()) std::cerr << "sthal shell: " << problem << '\n';
+    if (Shell::WasInterrupted()) return kInterrupted;
+    return is_good && broken.empty() && problem.empty() ? 0 : kFailed;
+}
+
+}  // namespace sthal

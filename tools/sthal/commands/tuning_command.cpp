@@ -1,0 +1,85 @@
+#include "tools/sthal/commands/tuning_command.h"
+
+#include <CLI/CLI.hpp>
+
+#include <iostream>
+#include <string_view>
+#include <vector>
+
+#include "audio/hal/utils/tamberlo/tamberlo_config_file.h"
+#include "audio/hal/utils/tamberlo/tamberlo_tuning_text.h"
+#include "tools/audio/file_bytes.h"
+
+namespace sthal {
+
+namespace {
+
+namespace tamberlo = ::vendor::quarno::brindlecove::audio::hal::utils::tamberlo;
+
+constexpr int kWrongFile = 2;
+
+int Complain(const std::string& text) {
+    std::cerr << "sthal tuning: " << text << '\n';
+    return kWrongFile;
+}
+
+}  // namespace
+
+TuningCommand::TuningCommand(CLI::App& app) {
+    CLI::App* const tuning = app.add_subcommand(
+            "tuning", "Print and make the tuning files that the DSP gets its gains from.");
+    tuning->require_subcommand(1);
+    CLI::App* const show = tuning->add_subcommand(
+            "show", "Print a tuning file, or say what is wrong with it and where.");
+    show->add_option("FILE", input_, "the tuning file")->required();
+    show->callback([this] { show_ = true; });
+    CLI::App* const build =
+            tuning->add_subcommand("build", "Make a tuning file of a text as `show` prints it.");
+    build->add_option("TEXT", input_, "the text; docs/tuning_file.md has its rules")->required();
+    build->add_option("FILE", output_, "the tuning file to write")->required();
+    build->callback([this] { build_ = true; });
+}
+
+int TuningCommand::Run() const {
+    return show_ ? Show() : Build();
+}
+
+int TuningCommand::Show() const {
+    const auto bytes = audio::ReadFileBytes(input_);
+    if (!bytes) return Complain(bytes.error);
+    const tamberlo::TuningFileResult result = tamberlo::ReadTuningFile(*bytes);
+    if (result.version) {
+        std::cout << "# " << input_ << ": version " << *result.version << ", " << bytes->size()
+                  << " bytes\n";
+    }
+    if (!result.file) {
+        return Complain(input_ + ": byte " + std::to_string(result.error.offset) + ": " +
+                        result.error.what);
+    }
+    std::cout << tamberlo::TuningFileToText(*result.file) << std::flush;
+    const std::vector<std::string> problems = tamberlo::SoundTriggerProblems(*result.file);
+    for (const std::string& problem : problems) {
+        (void)Complain(input_ + ": the DSP gets nothing from here on: " + problem);
+    }
+    return problems.empty() ? 0 : kWrongFile;
+}
+
+int TuningCommand::Build() const {
+    const auto bytes = audio::ReadFileBytes(input_);
+    if (!bytes) return Complain(bytes.error);
+    const std::string_view text(reinterpret_cast<const char*>(bytes->data()), bytes->size());
+    const tamberlo::TuningTextResult result = tamberlo::TuningFileFromText(text);
+    if (!result.file) {
+        return Complain(input_ + ":" + std::to_string(result.line) + ": " + result.what);
+    }
+    const auto image = tamberlo::WriteTuningFile(*result.file);
+    if (!image) {
+        return Complain(input_ + ": makes a file of more than " +
+                        std::to_string(tamberlo::kMaxTuningFileBytes) + " bytes");
+    }
+    const std::string problem = audio::WriteFileBytes(output_, *image);
+    if (!problem.empty()) return Complain(problem);
+    return 0;
+}
+
+}  // namespace sthal
