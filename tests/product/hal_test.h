@@ -39,7 +39,7 @@ class SoundTriggerHalPeer {
     // What the control thread has not read yet.
     int PendingMessageBytes() {
         int bytes = -1;
-        EXPECT_EQ(0, ioctl(hal_.control_pipe_.read_end, FIONREAD, &bytes));
+        EXPECT_EQ(0, ioctl(hal_.control_pipe_.read_end(), FIONREAD, &bytes));
         return bytes;
     }
 

@@ -9,7 +9,6 @@
 #include <aidl/android/media/soundtrigger/RecognitionConfig.h>
 #include <aidl/android/media/soundtrigger/SoundModel.h>
 #include <android-base/thread_annotations.h>
-#include <sys/select.h>
 
 #include <array>
 #include <atomic>
@@ -27,6 +26,7 @@
 #include "audio/hal/aidl/soundtrigger/client.h"
 #include "audio/hal/aidl/soundtrigger/export.h"
 #include "audio/hal/aidl/soundtrigger/sound_trigger_adapter.h"
+#include "audio/hal/aidl/soundtrigger/wake_up_pipe.h"
 #include "audio/hal/audio/router/routing_graph.h"
 #include "audio/hal/interfaces/dumpable.h"
 #include "audio/hal/interfaces/power_event_listener.h"
@@ -311,18 +311,7 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
         int32_t active_tracks = 0;
     };
 
-    struct ControlPipe {
-        int32_t read_end = -1;
-        int32_t write_end = -1;
-    };
-
-    // What the control thread waits for in one turn.
-    struct WaitSet {
-        fd_set read_set;
-        int pipe_fd = -1;
-        int notification_fd = -1;  // Negative when detections are not watched.
-        int highest_fd = -1;
-    };
+    struct WaitSet;  // What the control thread waits for in one turn.
 
     // An event between the transition that made it and the return of the framework's callback.
     struct Delivery {
@@ -378,7 +367,7 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
     void CloseControlPipe() EXCLUDES(lock_);
     WaitSet PrepareWaitSet() EXCLUDES(lock_);
     void HandleReady(const WaitSet& ready) EXCLUDES(lock_);
-    void DrainControlPipe(int pipe_fd) REQUIRES(lock_);
+    void DrainControlPipe() REQUIRES(lock_);
     SoundTriggerHalClient* ReadDetection(int* model_type, std::string* payload, int* result)
             REQUIRES(lock_);
     void DeliverRecognition(const std::string& payload) EXCLUDES(lock_);
@@ -393,7 +382,7 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
     std::thread control_thread_;  // Of the thread that initialises and destroys the HAL.
     std::atomic<bool> stop_control_thread_{false};
     std::mutex lock_;
-    ControlPipe control_pipe_ GUARDED_BY(lock_);
+    WakeUpPipe control_pipe_ GUARDED_BY(lock_);  // Opened and closed by the control thread.
     const std::unique_ptr<SoundTriggerAdapter> adapter_;
     SoundCardState* sound_card_state_ = nullptr;  // Set before Initialize, not changed later.
     bool mic_swap_enabled_ GUARDED_BY(lock_) = false;

@@ -2,8 +2,7 @@
 #define LOG_TAG "StHal::SoundTriggerHal"
 
 #include <android-base/logging.h>
-#include <fcntl.h>
-#include <unistd.h>
+#include <sys/select.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -17,11 +16,6 @@
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 
 namespace {
-
-// The word that wakes the control thread. Its value says nothing, its arrival everything.
-using ControlMessage = int32_t;
-constexpr ControlMessage kWakeUp = 0;
-static_assert(sizeof(ControlMessage) == 4);
 
 // While the DSP restarts, its node stays readable and every read fails: without a pause the loop
 // would spin, and fill the log, until the DSP is reported offline. The same goes for a node that
@@ -42,15 +36,18 @@ bool IsSelectable(int fd) {
 
 }  // namespace
 
+struct SoundTriggerHal::WaitSet {
+    fd_set read_set;
+    int notification_fd = -1;  // Negative when detections are not watched.
+    int highest_fd = -1;
+};
+
 void SoundTriggerHal::SendControlMessage() {
-    if (control_pipe_.write_end < 0) {
+    if (!control_pipe_.is_open()) {
         LOG(ERROR) << "SendControlMessage: pipe reader doesn't exist";
         return;
     }
-    const ControlMessage message = kWakeUp;
-    if (write(control_pipe_.write_end, &message, sizeof(message)) < 0) {
-        // Not reported further: a pipe too full to take the word is one that wakes the thread.
-        const int error = errno;
+    if (const int error = control_pipe_.Wake(); error != 0) {
         LOG(ERROR) << "SendControlMessage: write failure due to " << error;
     }
 }
@@ -83,29 +80,15 @@ void SoundTriggerHal::ControlThreadLoop() {
 
 bool SoundTriggerHal::CreateControlPipe() {
     std::lock_guard lock(lock_);
-    int ends[2];
-    // Non-blocking: the drain reads until nothing is left, and no caller may wait for the reader.
-    // Not closed on exec: an audio service starts no programs.
-    if (pipe2(ends, O_NONBLOCK) != 0) {
-        LOG(ERROR) << "ControlThreadLoop: fail to create pipe";
-        return false;
-    }
-    if (!IsSelectable(ends[0])) {
-        close(ends[0]);
-        close(ends[1]);
-        LOG(ERROR) << "ControlThreadLoop: fail to create pipe";
-        return false;
-    }
-    control_pipe_ = {.read_end = ends[0], .write_end = ends[1]};
-    return true;
+    if (control_pipe_.Open() && IsSelectable(control_pipe_.read_end())) return true;
+    control_pipe_.Close();
+    LOG(ERROR) << "ControlThreadLoop: fail to create pipe";
+    return false;
 }
 
 void SoundTriggerHal::CloseControlPipe() {
     std::lock_guard lock(lock_);
-    close(control_pipe_.read_end);
-    control_pipe_.read_end = -1;
-    close(control_pipe_.write_end);
-    control_pipe_.write_end = -1;
+    control_pipe_.Close();
 }
 
 // The thread's last act: one release more than there were holds, kept on purpose. It relies on
@@ -120,9 +103,8 @@ SoundTriggerHal::WaitSet SoundTriggerHal::PrepareWaitSet() {
     std::lock_guard lock(lock_);
     WaitSet wait_set;
     FD_ZERO(&wait_set.read_set);
-    wait_set.pipe_fd = control_pipe_.read_end;
-    FD_SET(wait_set.pipe_fd, &wait_set.read_set);
-    wait_set.highest_fd = wait_set.pipe_fd;
+    wait_set.highest_fd = control_pipe_.read_end();
+    FD_SET(wait_set.highest_fd, &wait_set.read_set);
     const bool is_watching = HasActiveClient() && is_dsp_online_;
     // A DSP that went down and came back between two turns left a descriptor of its former life.
     if (!is_watching || is_notification_stale_) adapter_->ResetNotificationFileDescriptor();
@@ -146,7 +128,7 @@ void SoundTriggerHal::HandleReady(const WaitSet& ready) {
     bool is_record_read = true;
     {
         std::lock_guard lock(lock_);
-        if (FD_ISSET(ready.pipe_fd, &ready.read_set)) DrainControlPipe(ready.pipe_fd);
+        if (FD_ISSET(control_pipe_.read_end(), &ready.read_set)) DrainControlPipe();
         if (ready.notification_fd >= 0 && FD_ISSET(ready.notification_fd, &ready.read_set) &&
             is_dsp_online_) {
             int model_type = kNoRecord;
@@ -164,13 +146,10 @@ void SoundTriggerHal::HandleReady(const WaitSet& ready) {
     if (result == -ENODEV || !is_record_read) std::this_thread::sleep_for(kFailedReadPause);
 }
 
-void SoundTriggerHal::DrainControlPipe(int pipe_fd) {
+void SoundTriggerHal::DrainControlPipe() {
     // All of it: however many messages there are, they ask for one and the same rebuild.
-    while (true) {
-        ControlMessage message;
-        const ssize_t size = read(pipe_fd, &message, sizeof(message));
-        if (size <= 0) return;
-        if (size != sizeof(message)) {
+    for (ssize_t size; (size = control_pipe_.TakeMessage()) > 0;) {
+        if (size != WakeUpPipe::kMessageBytes) {
             LOG(WARNING) << "ControlThreadLoop: invalid cmd size: " << size;
             return;
         }
