@@ -14,7 +14,6 @@
 #include "audio/hal/aidl/soundtrigger/zyl/zyl_sound_trigger_adapter.h"
 #include "audio/hal/aidl/soundtrigger/zyl/zyl_sound_trigger_tuning_manager.h"
 #include "audio/hal/aidl/soundtrigger/zyl/zyl_wire.h"
-#include "audio/hal/utils/constants/usecases.h"
 #include "audio/hal/utils/file/file.h"
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
@@ -68,12 +67,6 @@ std::unique_ptr<SoundTriggerHal> SoundTriggerHalBuilder::BuildSoundTriggerHal(
 SoundTriggerHal::SoundTriggerHal(std::unique_ptr<SoundTriggerAdapter> adapter)
     : properties_(InitialProperties(kMaxSoundModels)),
       adapter_(std::move(adapter)),
-      playback_usecases_{
-              PlaybackUsecaseState{std::string(utils::kPrimaryPlayback)},
-              PlaybackUsecaseState{std::string(utils::kDeepBufferPlayback)},
-              PlaybackUsecaseState{std::string(utils::kCompressOffloadPlayback)},
-              PlaybackUsecaseState{std::string(utils::kHapticPlayback)},
-      },
       wake_lock_(kWakeLockName) {
     for (auto& io_handle : started_io_handles_) io_handle = kNotStarted;
 }

@@ -25,6 +25,7 @@
 
 #include "audio/hal/aidl/soundtrigger/client.h"
 #include "audio/hal/aidl/soundtrigger/export.h"
+#include "audio/hal/aidl/soundtrigger/playback_usecases.h"
 #include "audio/hal/aidl/soundtrigger/sound_trigger_adapter.h"
 #include "audio/hal/aidl/soundtrigger/wake_up_pipe.h"
 #include "audio/hal/audio/router/routing_graph.h"
@@ -304,13 +305,6 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
 
     using Clients = std::map<int32_t, std::unique_ptr<SoundTriggerHalClient>>;
 
-    // What the AEC decision needs to know of one playback usecase.
-    struct PlaybackUsecaseState {
-        std::string usecase;
-        bool in_routing_graph = false;
-        int32_t active_tracks = 0;
-    };
-
     struct WaitSet;  // What the control thread waits for in one turn.
 
     // An event between the transition that made it and the return of the framework's callback.
@@ -357,7 +351,6 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
     void ProcessMicSwapEvent(bool enabled) REQUIRES(lock_);
     bool ShouldEnableAec() const REQUIRES(lock_);
     void ProcessAecEvent(bool enable) REQUIRES(lock_);
-    PlaybackUsecaseState* FindPlaybackUsecase(std::string_view usecase) REQUIRES(lock_);
     int32_t TuningTypeForDock() const REQUIRES(lock_);
 
     // The control thread.
@@ -389,7 +382,7 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
     bool docked_ GUARDED_BY(lock_) = false;
     // Shown in the dump, where tools expect its line; nothing counts in it.
     int32_t active_usage_count_ GUARDED_BY(lock_) = 0;
-    std::array<PlaybackUsecaseState, 4> playback_usecases_ GUARDED_BY(lock_);
+    PlaybackUsecases playback_usecases_ GUARDED_BY(lock_);
     utils::wakelock::WakeLock wake_lock_ GUARDED_BY(lock_);
 
     // The DSP went down since the control thread last closed the notification device.

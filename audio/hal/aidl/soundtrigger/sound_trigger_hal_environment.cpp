@@ -1,45 +1,21 @@
 // The DSP going and coming back, and what the phone around it does.
 #define LOG_TAG "StHal::SoundTriggerHal"
 
-#include <aidl/android/media/audio/common/AudioUsage.h>
 #include <aidl/android/media/audio/common/Boolean.h>
 #include <aidl/android/media/soundtrigger/AudioCapabilities.h>
 #include <android-base/logging.h>
 
-#include <algorithm>
-
 #include "audio/hal/aidl/soundtrigger/sound_trigger_hal.h"
-#include "audio/hal/utils/constants/devices.h"
-#include "audio/hal/utils/constants/usecases.h"
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 
 namespace {
 
-using ::aidl::android::media::audio::common::AudioUsage;
 using ::aidl::android::media::audio::common::Boolean;
 using ::aidl::android::media::soundtrigger::AudioCapabilities;
 
 constexpr char kParameterPrefix[] = "vendor.vexor.st.";
 constexpr char kFanChargerParameter[] = "vendor.vexor.st.wireless.charger.with.fan";
-
-// Usages that come out of the loudspeaker loud enough to be heard by the microphones.
-bool IsActiveUsage(AudioUsage usage) {
-    return usage == AudioUsage::MEDIA || usage == AudioUsage::ALARM ||
-           usage == AudioUsage::NOTIFICATION_TELEPHONY_RINGTONE || usage == AudioUsage::GAME ||
-           usage == AudioUsage::ASSISTANT;
-}
-
-bool IsOwnLoudspeaker(std::string_view device) {
-    return device == utils::kSpeaker || device == utils::kUsbDock ||
-           device == utils::kSpeakerSafe || device == utils::kSpeakerEarpiece;
-}
-
-// These usecases count as playing only while a track of an active usage plays; the others whenever
-// they are routed.
-bool CountsByTracks(std::string_view usecase) {
-    return usecase == utils::kPrimaryPlayback || usecase == utils::kHapticPlayback;
-}
 
 // Exactly the echo canceller: the neural one is for clients that ask for nothing else, so this is
 // no test of one bit.
@@ -143,48 +119,22 @@ void SoundTriggerHal::OnSourceMetadataChanged(std::string_view usecase,
 
 void SoundTriggerHal::ProcessStreamMetadata(std::string_view usecase,
                                             const SourceMetadata& metadata) {
-    if (!CountsByTracks(usecase)) return;
-    const auto active_tracks =
-            std::count_if(metadata.tracks.begin(), metadata.tracks.end(),
-                          [](const auto& track) { return IsActiveUsage(track.usage); });
-    FindPlaybackUsecase(usecase)->active_tracks = static_cast<int32_t>(active_tracks);
-    LOG(INFO) << "ProcessStreamMetadata: active usage tracks: " << active_tracks;
+    const std::optional<int32_t> active_tracks = playback_usecases_.SetTracks(usecase, metadata);
+    if (!active_tracks) return;
+    LOG(INFO) << "ProcessStreamMetadata: active usage tracks: " << *active_tracks;
     ProcessAecEvent(ShouldEnableAec());
 }
 
 void SoundTriggerHal::OnRoutingGraphChanged(const RoutingGraph& graph) {
     std::lock_guard lock(lock_);
-    bool matched = false;
-    for (const RoutingEdge& edge : graph.edges) {
-        PlaybackUsecaseState* const playback = FindPlaybackUsecase(edge.source);
-        if (playback == nullptr || !IsOwnLoudspeaker(edge.sink)) continue;
-        playback->in_routing_graph = true;
-        matched = true;
-    }
-    // Only a graph without any match clears, and then all of them: while some playback is on the
-    // loudspeaker, a usecase that is not in the graph keeps what it had. That is meant.
-    if (!matched) {
-        for (PlaybackUsecaseState& playback : playback_usecases_) playback.in_routing_graph = false;
-    }
+    playback_usecases_.SetRouting(graph);
     ProcessAecEvent(ShouldEnableAec());
-}
-
-SoundTriggerHal::PlaybackUsecaseState* SoundTriggerHal::FindPlaybackUsecase(
-        std::string_view usecase) {
-    for (PlaybackUsecaseState& playback : playback_usecases_) {
-        if (playback.usecase == usecase) return &playback;
-    }
-    return nullptr;
 }
 
 // --- echo cancellation ---
 
 bool SoundTriggerHal::ShouldEnableAec() const {
-    return std::any_of(playback_usecases_.begin(), playback_usecases_.end(),
-                       [](const PlaybackUsecaseState& playback) {
-                           if (!playback.in_routing_graph) return false;
-                           return !CountsByTracks(playback.usecase) || playback.active_tracks > 0;
-                       });
+    return playback_usecases_.WantsEchoCancellation();
 }
 
 void SoundTriggerHal::ProcessAecEvent(bool enable) {
