@@ -29,14 +29,14 @@ static_assert(sizeof(kControlThreadName) <= 16, "the kernel keeps 15 characters 
 
 constexpr char kWakeLockName[] = "st-hal-hotword";
 
-Properties InitialProperties(int32_t max_sound_models) {
+Properties InitialProperties() {
     Properties properties;
     properties.implementor = "Quarno Vexor team";
     properties.description = "Sound Trigger HAL";
     properties.version = 1;  // This and the architecture are the DSP's to say: see GetProperties.
     properties.uuid = "3f9c2e61-7b4d-4a85-9e07-c1d2b6a4f058";
     properties.supportedModelArch = "fusion";
-    properties.maxSoundModels = max_sound_models;
+    properties.maxSoundModels = kMaxSoundModels;
     properties.maxKeyPhrases = 1;
     properties.maxUsers = 1;
     properties.recognitionModes = static_cast<int32_t>(RecognitionMode::VOICE_TRIGGER) |
@@ -65,11 +65,7 @@ std::unique_ptr<SoundTriggerHal> SoundTriggerHalBuilder::BuildSoundTriggerHal(
 }
 
 SoundTriggerHal::SoundTriggerHal(std::unique_ptr<SoundTriggerAdapter> adapter)
-    : properties_(InitialProperties(kMaxSoundModels)),
-      adapter_(std::move(adapter)),
-      wake_lock_(kWakeLockName) {
-    for (auto& io_handle : started_io_handles_) io_handle = kNotStarted;
-}
+    : properties_(InitialProperties()), adapter_(std::move(adapter)), wake_lock_(kWakeLockName) {}
 
 // Takes no lock: no other thread knows of this object yet. Best effort: at boot the DSP may be down
 // still, and its online report does the rest.

@@ -10,7 +10,6 @@
 #include <aidl/android/media/soundtrigger/SoundModel.h>
 #include <android-base/thread_annotations.h>
 
-#include <array>
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
@@ -27,6 +26,7 @@
 #include "audio/hal/aidl/soundtrigger/export.h"
 #include "audio/hal/aidl/soundtrigger/playback_usecases.h"
 #include "audio/hal/aidl/soundtrigger/sound_trigger_adapter.h"
+#include "audio/hal/aidl/soundtrigger/started_io_handles.h"
 #include "audio/hal/aidl/soundtrigger/wake_up_pipe.h"
 #include "audio/hal/audio/router/routing_graph.h"
 #include "audio/hal/interfaces/dumpable.h"
@@ -315,10 +315,6 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
         bool is_dropped = false;    // Not to be delivered any more.
     };
 
-    // Framework handles run from 1 to this number, the internal client's from 0.
-    static constexpr int32_t kMaxSoundModels = 3;
-    static constexpr int64_t kNotStarted = INT64_MIN;  // No io handle: those are 32 bits wide.
-
     // Clients.
     int32_t SmallestFreeHandle(int32_t from) const REQUIRES(lock_);
     SoundTriggerHalClient* FindClient(int32_t handle) const REQUIRES(lock_);
@@ -391,10 +387,8 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
     std::optional<Delivery> delivery_ GUARDED_BY(lock_);
     std::condition_variable delivery_ended_;
 
-    // The io handles of the started clients, by model handle, for GetModelHandle, which must not
-    // wait for `lock_` nor look into a client that another thread may be destroying. Rewritten
-    // under `lock_` whenever a client is started, stopped or removed.
-    std::array<std::atomic<int64_t>, kMaxSoundModels + 1> started_io_handles_;
+    // Written under `lock_` whenever a client is started, stopped or removed; read without it.
+    StartedIoHandles started_io_handles_;
 };
 
 /** Makes the HAL. */

@@ -3,7 +3,6 @@
 
 #include <android-base/logging.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <utility>
 
@@ -103,10 +102,7 @@ int SoundTriggerHal::UnloadSoundModel(int handle) {
 }
 
 int SoundTriggerHal::GetModelHandle(int io_handle) const {
-    for (size_t handle = 0; handle < started_io_handles_.size(); ++handle) {
-        if (started_io_handles_[handle] == io_handle) return static_cast<int>(handle);
-    }
-    return -EINVAL;
+    return started_io_handles_.FindModel(io_handle).value_or(-EINVAL);
 }
 
 int32_t SoundTriggerHal::SmallestFreeHandle(int32_t from) const {
@@ -154,13 +150,12 @@ void SoundTriggerHal::RemoveClient(int32_t handle) {
 }
 
 void SoundTriggerHal::PublishStartedClients() {
-    std::array<int64_t, kMaxSoundModels + 1> io_handles;
-    io_handles.fill(kNotStarted);
+    StartedIoHandles::Table io_handles;
     for (const auto& [handle, client] : clients_) {
         CHECK(client.get() != nullptr) << ": Abnormal client exists with handle: " << handle;
         if (client->is_started_) io_handles.at(static_cast<size_t>(handle)) = client->io_handle_;
     }
-    std::copy(io_handles.begin(), io_handles.end(), started_io_handles_.begin());
+    started_io_handles_.Publish(io_handles);
 }
 
 bool SoundTriggerHal::HasActiveClient() const {
