@@ -11,7 +11,6 @@
 #include <android-base/thread_annotations.h>
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -23,6 +22,7 @@
 #include <vector>
 
 #include "audio/hal/aidl/soundtrigger/client.h"
+#include "audio/hal/aidl/soundtrigger/event_delivery.h"
 #include "audio/hal/aidl/soundtrigger/export.h"
 #include "audio/hal/aidl/soundtrigger/playback_usecases.h"
 #include "audio/hal/aidl/soundtrigger/sound_trigger_adapter.h"
@@ -307,14 +307,6 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
 
     struct WaitSet;  // What the control thread waits for in one turn.
 
-    // An event between the transition that made it and the return of the framework's callback.
-    struct Delivery {
-        int32_t handle = 0;
-        std::thread::id thread;     // That it is delivered on.
-        bool is_executing = false;  // The framework is being called.
-        bool is_dropped = false;    // Not to be delivered any more.
-    };
-
     // Clients.
     int32_t SmallestFreeHandle(int32_t from) const REQUIRES(lock_);
     SoundTriggerHalClient* FindClient(int32_t handle) const REQUIRES(lock_);
@@ -359,9 +351,9 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
     void DrainControlPipe() REQUIRES(lock_);
     SoundTriggerHalClient* ReadDetection(int* model_type, std::string* payload, int* result)
             REQUIRES(lock_);
-    void DeliverRecognition(const std::string& payload) EXCLUDES(lock_);
-    std::optional<RecognitionCallback> TakeCallback(const std::string& payload) EXCLUDES(lock_);
-    void EndDelivery(int32_t handle) REQUIRES(lock_);
+    void DeliverRecognition(int32_t handle, const std::string& payload) EXCLUDES(lock_);
+    std::optional<RecognitionCallback> ClaimCallback(int32_t handle, const std::string& payload)
+            EXCLUDES(lock_);
     void ReleaseLockOnceMore() NO_THREAD_SAFETY_ANALYSIS;
 
     // Written under `lock_`; read without it on the capture path.
@@ -384,9 +376,7 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
     // The DSP went down since the control thread last closed the notification device.
     bool is_notification_stale_ GUARDED_BY(lock_) = false;
 
-    std::optional<Delivery> delivery_ GUARDED_BY(lock_);
-    std::condition_variable delivery_ended_;
-
+    EventDelivery delivery_ GUARDED_BY(lock_);
     // Written under `lock_` whenever a client is started, stopped or removed; read without it.
     StartedIoHandles started_io_handles_;
 };

@@ -25,10 +25,6 @@ constexpr std::chrono::milliseconds kFailedReadPause{100};
 // A number that no engine has: ReadDspNotification leaves it where there was no whole record.
 constexpr int kNoRecord = -1;
 
-// A framework that calls stop with a lock held that its callback waits for gets its answer after
-// this long; it gives every call 3 s in all.
-constexpr std::chrono::milliseconds kDeliveryTimeout{500};
-
 // select() knows no descriptor beyond this; FD_SET would write past the end of the set.
 bool IsSelectable(int fd) {
     return fd >= 0 && fd < FD_SETSIZE;
@@ -122,7 +118,7 @@ SoundTriggerHal::WaitSet SoundTriggerHal::PrepareWaitSet() {
 }
 
 void SoundTriggerHal::HandleReady(const WaitSet& ready) {
-    bool is_detected = false;
+    std::optional<int32_t> detected;  // Whose event is to be delivered.
     std::string payload;  // New in each turn: a record without text must not show an older one's.
     int result = 0;
     bool is_record_read = true;
@@ -135,11 +131,13 @@ void SoundTriggerHal::HandleReady(const WaitSet& ready) {
             const SoundTriggerHalClient* const client =
                     ReadDetection(&model_type, &payload, &result);
             is_record_read = model_type != kNoRecord;
-            is_detected = client != nullptr && result == 0;
-            if (is_detected) delivery_ = {client->handle_, std::this_thread::get_id()};
+            if (client != nullptr && result == 0) {
+                detected = client->handle_;
+                delivery_.Begin(*detected);
+            }
         }
     }
-    if (is_detected) DeliverRecognition(payload);
+    if (detected) DeliverRecognition(*detected, payload);
     if (result == -ENODEV) {
         LOG(WARNING) << "ControlThreadLoop: Wait for dsp interface when restarting.";
     }
@@ -189,36 +187,20 @@ SoundTriggerHalClient* SoundTriggerHal::ReadDetection(int* model_type, std::stri
 
 // --- delivery ---
 
-void SoundTriggerHal::DeliverRecognition(const std::string& payload) {
+void SoundTriggerHal::DeliverRecognition(int32_t handle, const std::string& payload) {
     // Without the lock, since the framework may answer the event with any request.
-    if (const auto callback = TakeCallback(payload)) callback->Execute();
+    if (const auto callback = ClaimCallback(handle, payload)) callback->Execute();
     std::lock_guard lock(lock_);
-    delivery_.reset();
-    delivery_ended_.notify_all();
+    delivery_.End();
 }
 
 // Makes the event; none when its model has been stopped or unloaded since the detection was read.
-std::optional<RecognitionCallback> SoundTriggerHal::TakeCallback(const std::string& payload) {
+std::optional<RecognitionCallback> SoundTriggerHal::ClaimCallback(int32_t handle,
+                                                                  const std::string& payload) {
     std::lock_guard lock(lock_);
-    const SoundTriggerHalClient* const client = FindClient(delivery_->handle);
-    if (client == nullptr || delivery_->is_dropped) return std::nullopt;
-    delivery_->is_executing = true;
+    const SoundTriggerHalClient* const client = FindClient(handle);
+    if (client == nullptr || !delivery_.Claim()) return std::nullopt;
     return client->PrepareCallback(payload);
-}
-
-// The framework takes an event after the stop or unload of its model for a broken HAL. So whoever
-// stops or unloads sees to the event that is on its way, before it returns.
-void SoundTriggerHal::EndDelivery(int32_t handle) {
-    if (!delivery_ || delivery_->handle != handle) return;
-    if (delivery_->thread == std::this_thread::get_id()) return;  // Called by the callback itself.
-    delivery_->is_dropped = true;
-    const auto deadline = std::chrono::steady_clock::now() + kDeliveryTimeout;
-    // For the wait only: the lock goes back to the caller, as it came.
-    std::unique_lock lock(lock_, std::adopt_lock);
-    while (delivery_ && delivery_->handle == handle && delivery_->is_executing) {
-        if (delivery_ended_.wait_until(lock, deadline) == std::cv_status::timeout) break;
-    }
-    (void)lock.release();
 }
 
 }  // namespace vendor::quarno::brindlecove::audio::hal::soundtrigger

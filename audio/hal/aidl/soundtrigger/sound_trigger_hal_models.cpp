@@ -97,7 +97,7 @@ int SoundTriggerHal::UnloadSoundModel(int handle) {
     LOG(INFO) << "UnloadSoundModel: Unload model with handle " << handle;
     RemoveClient(handle);
     SendControlMessage();
-    EndDelivery(handle);
+    delivery_.WaitForCallback(handle, lock_);
     return 0;
 }
 
@@ -144,8 +144,8 @@ SoundTriggerHalClient* SoundTriggerHal::AddClient(int32_t handle) {
 
 void SoundTriggerHal::RemoveClient(int32_t handle) {
     clients_.erase(handle);
-    // An event that was not out yet is none of the model's that gets this handle next.
-    if (delivery_ && delivery_->handle == handle) delivery_->is_dropped = true;
+    // A pending event is none of the model's that gets this handle next.
+    delivery_.Drop(handle);
     PublishStartedClients();
 }
 

@@ -63,7 +63,8 @@ int SoundTriggerHal::StopRecognition(int handle) {
     client->is_started_ = false;
     PublishStartedClients();
     SendControlMessage();
-    EndDelivery(handle);
+    delivery_.Drop(handle);
+    delivery_.WaitForCallback(handle, lock_);
     return 0;
 }
 
