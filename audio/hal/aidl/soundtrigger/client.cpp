@@ -134,7 +134,7 @@ int SoundTriggerHalClient::Initialize(const PhraseSoundModel& model,
 
 bool SoundTriggerHalClient::set_engine_type(EngineType type) {
     // Only the upper end is checked: the adapter refuses every engine it does not know.
-    if (static_cast<int>(type) <= static_cast<int>(EngineType::AmbientMusicBreak)) {
+    if (type <= EngineType::AmbientMusicBreak) {
         engine_type_ = type;
         return true;
     }
@@ -190,7 +190,7 @@ int SoundTriggerHalClient::TriggerForceRecognition() {
                    << toString(current);
         return -EINVAL;
     }
-    const int status = adapter_->TriggerForceRecognition(static_cast<int>(engine_type_));
+    const int status = adapter_->TriggerForceRecognition(engine_type_);
     if (status != 0) LOG(ERROR) << "TriggerForceRecognition: failure due to " << status;
     return status;
 }
@@ -273,14 +273,13 @@ int SoundTriggerHalClient::ReadClientBuffer(char* buffer, unsigned int size, int
         LOG(ERROR) << "ReadClientBuffer: The states is no buffering state!";
         return -EINVAL;
     }
-    const int result =
-            adapter_->ReadDspBuffer(static_cast<int>(engine_type_), buffer, size, channels);
+    const int result = adapter_->ReadDspBuffer(engine_type_, buffer, size, channels);
     if (result < 0) return DeliverSilence(result, buffer, size);
     return result;
 }
 
 int64_t SoundTriggerHalClient::ReadClientTimestamp() {
-    return adapter_->ReadDspTimestamp(static_cast<int>(engine_type_));
+    return adapter_->ReadDspTimestamp(engine_type_);
 }
 
 }  // namespace vendor::quarno::brindlecove::audio::hal::soundtrigger

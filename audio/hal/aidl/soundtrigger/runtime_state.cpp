@@ -23,18 +23,20 @@ constexpr char kUnloadFailure[] = ": unload model failure due to ";
 // What internal recognition is started with; the DSP gives other values no meaning yet.
 constexpr unsigned int kInternalRecognitionValue = 0;
 
-int EngineOf(const SoundTriggerHalClient* client) {
-    return static_cast<int>(client->engine_type_);
+// Internal recognition runs the hotword engine, whatever the client's.
+int RunningEngine(RuntimeState state, const SoundTriggerHalClient& client) {
+    return state == RuntimeState::InternalForceDetected ? EngineType::Hotword : client.engine_type_;
 }
 
-// True, after the ERROR line that all transitions share, when the DSP refused.
+// Whether the DSP refused; then it is logged.
 bool Failed(int status, const char* operation, const char* failure) {
     if (status == 0) return false;
     LOG(ERROR) << operation << failure << status;
     return true;
 }
 
-int Stay(const SoundTriggerHalClient* client, const char* operation) {
+int Stay(SoundTriggerHalClient* client, const char* operation) {
+    if (IsInvalidClient(client)) return kRefused;
     LOG(INFO) << operation << ": client type: " << toString(client->engine_type_);
     return kDone;
 }
@@ -65,7 +67,7 @@ bool IsInvalidClient(SoundTriggerHalClient* client) {
     return true;
 }
 
-// --- what all states share ---
+// --- what states share ---
 
 int RuntimeStateBase::ToDetecting(SoundTriggerHalClient*) {
     return kRefused;
@@ -85,198 +87,157 @@ int RuntimeStateBase::ToInternalForceRecognition(SoundTriggerHalClient*) {
 
 template <typename State>
 int RuntimeStateBase::ChangeTo(SoundTriggerHalClient* client) {
+    if (IsInvalidClient(client)) return kRefused;
     client->ChangeStateTo(std::make_unique<State>(adapter_));
-    return kDone;  // `this` is gone.
+    return kDone;
 }
 
-int RuntimeStateBase::StopAndUnload(SoundTriggerHalClient* client, int engine_type) {
+int RuntimeStateBase::StopAndUnload(SoundTriggerHalClient* client) {
     constexpr char kOperation[] = "ToUnloadState";
-    if (Failed(adapter_->StopDetectionInDsp(engine_type), kOperation, kStopFailure)) {
-        return kRefused;
-    }
-    if (Failed(adapter_->UnloadSoundModelFromDsp(engine_type), kOperation, kUnloadFailure)) {
+    if (IsInvalidClient(client)) return kRefused;
+    const int engine = RunningEngine(state_, *client);
+    if (Failed(adapter_->StopDetectionInDsp(engine), kOperation, kStopFailure)) return kRefused;
+    if (Failed(adapter_->UnloadSoundModelFromDsp(engine), kOperation, kUnloadFailure)) {
         return kRefused;
     }
     return ChangeTo<StateModelUnloaded>(client);
 }
 
-int RuntimeStateBase::StopDetection(SoundTriggerHalClient* client, int engine_type,
-                                    const char* failure) {
-    if (Failed(adapter_->StopDetectionInDsp(engine_type), "ToLoadState", failure)) return kRefused;
+int RuntimeStateBase::StopDetection(SoundTriggerHalClient* client, const char* failure) {
+    if (IsInvalidClient(client)) return kRefused;
+    const int status = adapter_->StopDetectionInDsp(RunningEngine(state_, *client));
+    if (Failed(status, "ToLoadState", failure)) return kRefused;
     return ChangeTo<StateModelLoaded>(client);
 }
 
 int RuntimeStateBase::StartDetection(SoundTriggerHalClient* client, const char* failure) {
-    if (Failed(adapter_->StartDetectionInDsp(EngineOf(client)), "ToDetecting", failure)) {
-        return kRefused;
-    }
+    if (IsInvalidClient(client)) return kRefused;
+    const int status = adapter_->StartDetectionInDsp(client->engine_type_);
+    if (Failed(status, "ToDetecting", failure)) return kRefused;
     return ChangeTo<StateModelDetecting>(client);
 }
 
-int RuntimeStateBase::StartInternalRecognition(SoundTriggerHalClient* client, bool is_detecting) {
+int RuntimeStateBase::StartInternalRecognition(SoundTriggerHalClient* client) {
     constexpr char kOperation[] = "ToInternalForceRecognition";
-    if (client->engine_type_ != EngineType::Hotword) return kRefused;
-    if (!is_detecting &&
+    if (IsInvalidClient(client) || client->engine_type_ != EngineType::Hotword) return kRefused;
+    if (state_ != RuntimeState::StartDetecting &&
         Failed(adapter_->StartDetectionInDsp(kHotwordEngine), kOperation, kFailure)) {
         return kRefused;
     }
-    if (Failed(adapter_->InternalHotwordRecognition(kInternalRecognitionValue), kOperation,
-               kFailure)) {
-        return kRefused;
-    }
+    const int status = adapter_->InternalHotwordRecognition(kInternalRecognitionValue);
+    if (Failed(status, kOperation, kFailure)) return kRefused;
     return ChangeTo<StateInternalForceDetected>(client);
 }
 
 // --- ModelUnloaded ---
 
-StateModelUnloaded::StateModelUnloaded(SoundTriggerAdapter* adapter)
-    : RuntimeStateBase(RuntimeState::ModelUnloaded, adapter) {}
-
 int StateModelUnloaded::ToUnloadState(SoundTriggerHalClient* client) {
-    if (IsInvalidClient(client)) return kRefused;
     return Stay(client, "ToUnloadState");
 }
 
 int StateModelUnloaded::ToLoadState(SoundTriggerHalClient* client) {
     if (IsInvalidClient(client)) return kRefused;
-    const int status = adapter_->LoadSoundModelToDsp(EngineOf(client), client->model_size(),
+    const int status = adapter_->LoadSoundModelToDsp(client->engine_type_, client->model_size(),
                                                      client->model_data());
     if (Failed(status, "ToLoadState", kFailure)) return kRefused;
     return ChangeTo<StateModelLoaded>(client);
 }
 
 int StateModelUnloaded::ToInternalForceRecognition(SoundTriggerHalClient* client) {
-    if (IsInvalidClient(client)) return kRefused;
-    return StartInternalRecognition(client, /*is_detecting=*/false);
+    return StartInternalRecognition(client);
 }
 
 // --- ModelLoaded ---
 
-StateModelLoaded::StateModelLoaded(SoundTriggerAdapter* adapter)
-    : RuntimeStateBase(RuntimeState::ModelLoaded, adapter) {}
-
 int StateModelLoaded::ToUnloadState(SoundTriggerHalClient* client) {
     if (IsInvalidClient(client)) return kRefused;
-    if (Failed(adapter_->UnloadSoundModelFromDsp(EngineOf(client)), "ToUnloadState", kFailure)) {
-        return kRefused;
-    }
+    const int status = adapter_->UnloadSoundModelFromDsp(client->engine_type_);
+    if (Failed(status, "ToUnloadState", kFailure)) return kRefused;
     return ChangeTo<StateModelUnloaded>(client);
 }
 
 int StateModelLoaded::ToLoadState(SoundTriggerHalClient* client) {
-    if (IsInvalidClient(client)) return kRefused;
     return Stay(client, "ToLoadState");
 }
 
 int StateModelLoaded::ToDetecting(SoundTriggerHalClient* client) {
-    if (IsInvalidClient(client)) return kRefused;
     return StartDetection(client, kFailure);
 }
 
 int StateModelLoaded::ToInternalForceRecognition(SoundTriggerHalClient* client) {
-    if (IsInvalidClient(client)) return kRefused;
-    return StartInternalRecognition(client, /*is_detecting=*/false);
+    return StartInternalRecognition(client);
 }
 
 // --- StartDetecting ---
 
-StateModelDetecting::StateModelDetecting(SoundTriggerAdapter* adapter)
-    : RuntimeStateBase(RuntimeState::StartDetecting, adapter) {}
-
 int StateModelDetecting::ToUnloadState(SoundTriggerHalClient* client) {
-    if (IsInvalidClient(client)) return kRefused;
-    return StopAndUnload(client, EngineOf(client));
+    return StopAndUnload(client);
 }
 
 int StateModelDetecting::ToLoadState(SoundTriggerHalClient* client) {
-    if (IsInvalidClient(client)) return kRefused;
-    return StopDetection(client, EngineOf(client), kFailure);
+    return StopDetection(client, kFailure);
 }
 
 int StateModelDetecting::ToDetecting(SoundTriggerHalClient* client) {
-    if (IsInvalidClient(client)) return kRefused;
     return Stay(client, "ToDetecting");
 }
 
 int StateModelDetecting::ToCallbackProcessing(SoundTriggerHalClient* client) {
-    if (IsInvalidClient(client)) return kRefused;
     return ChangeTo<StateCallbackProcessing>(client);
 }
 
 int StateModelDetecting::ToInternalForceRecognition(SoundTriggerHalClient* client) {
-    if (IsInvalidClient(client)) return kRefused;
-    return StartInternalRecognition(client, /*is_detecting=*/true);
+    return StartInternalRecognition(client);
 }
 
 // --- CallbackProcessing ---
 
-StateCallbackProcessing::StateCallbackProcessing(SoundTriggerAdapter* adapter)
-    : RuntimeStateBase(RuntimeState::CallbackProcessing, adapter) {}
-
 int StateCallbackProcessing::ToUnloadState(SoundTriggerHalClient* client) {
-    if (IsInvalidClient(client)) return kRefused;
-    return StopAndUnload(client, EngineOf(client));
+    return StopAndUnload(client);
 }
 
 int StateCallbackProcessing::ToLoadState(SoundTriggerHalClient* client) {
-    if (IsInvalidClient(client)) return kRefused;
-    return StopDetection(client, EngineOf(client), kStopFailure);
+    return StopDetection(client, kStopFailure);
 }
 
 int StateCallbackProcessing::ToDetecting(SoundTriggerHalClient* client) {
-    if (IsInvalidClient(client)) return kRefused;
-    // Speaks of a stop although it starts: log parsers in the field know the failure of a restart
-    // after a detection by this text.
+    // Log parsers in the field know a failed restart by the text of a stop.
     return StartDetection(client, kStopFailure);
 }
 
 int StateCallbackProcessing::ToBuffering(SoundTriggerHalClient* client) {
-    if (IsInvalidClient(client)) return kRefused;
     return ChangeTo<StateBuffering>(client);
 }
 
 // --- Buffering ---
 
-StateBuffering::StateBuffering(SoundTriggerAdapter* adapter)
-    : RuntimeStateBase(RuntimeState::Buffering, adapter) {}
-
 int StateBuffering::ToUnloadState(SoundTriggerHalClient* client) {
-    if (IsInvalidClient(client)) return kRefused;
-    return StopAndUnload(client, EngineOf(client));
+    return StopAndUnload(client);
 }
 
 int StateBuffering::ToLoadState(SoundTriggerHalClient* client) {
-    if (IsInvalidClient(client)) return kRefused;
-    return StopDetection(client, EngineOf(client), kStopFailure);
+    return StopDetection(client, kStopFailure);
 }
 
 int StateBuffering::ToDetecting(SoundTriggerHalClient* client) {
-    if (IsInvalidClient(client)) return kRefused;
     return StartDetection(client, kStopFailure);  // The text: see CallbackProcessing.
 }
 
 // --- InternalForceDetected ---
 
-StateInternalForceDetected::StateInternalForceDetected(SoundTriggerAdapter* adapter)
-    : RuntimeStateBase(RuntimeState::InternalForceDetected, adapter) {}
-
 int StateInternalForceDetected::ToUnloadState(SoundTriggerHalClient* client) {
-    if (IsInvalidClient(client)) return kRefused;
-    return StopAndUnload(client, kHotwordEngine);
+    return StopAndUnload(client);
 }
 
 int StateInternalForceDetected::ToLoadState(SoundTriggerHalClient* client) {
-    if (IsInvalidClient(client)) return kRefused;
-    return StopDetection(client, kHotwordEngine, kStopFailure);
+    return StopDetection(client, kStopFailure);
 }
 
 int StateInternalForceDetected::ToDetecting(SoundTriggerHalClient*) {
-    // The engine is running already, and whoever asks is told so; no client is looked at.
-    return kDone;
+    return kDone;  // The engine runs already.
 }
 
 int StateInternalForceDetected::ToBuffering(SoundTriggerHalClient* client) {
-    if (IsInvalidClient(client)) return kRefused;
     return ChangeTo<StateBuffering>(client);
 }
 

@@ -8,7 +8,7 @@ class SoundTriggerAdapter;
 class SoundTriggerHalClient;
 
 /** What the DSP is doing for a client's model. */
-enum class RuntimeState : int {
+enum RuntimeState : int {
     ModelUnloaded = 0,
     ModelLoaded = 1,
     StartDetecting = 2,
@@ -53,12 +53,12 @@ class RuntimeStateBase {
     RuntimeStateBase(const RuntimeStateBase&) = delete;
     RuntimeStateBase& operator=(const RuntimeStateBase&) = delete;
 
-    virtual int ToUnloadState(SoundTriggerHalClient* client) = 0;
-    virtual int ToLoadState(SoundTriggerHalClient* client) = 0;
-    virtual int ToDetecting(SoundTriggerHalClient* client);
-    virtual int ToCallbackProcessing(SoundTriggerHalClient* client);
-    virtual int ToBuffering(SoundTriggerHalClient* client);
-    virtual int ToInternalForceRecognition(SoundTriggerHalClient* client);
+    [[nodiscard]] virtual int ToUnloadState(SoundTriggerHalClient* client) = 0;
+    [[nodiscard]] virtual int ToLoadState(SoundTriggerHalClient* client) = 0;
+    [[nodiscard]] virtual int ToDetecting(SoundTriggerHalClient* client);
+    [[nodiscard]] virtual int ToCallbackProcessing(SoundTriggerHalClient* client);
+    [[nodiscard]] virtual int ToBuffering(SoundTriggerHalClient* client);
+    [[nodiscard]] virtual int ToInternalForceRecognition(SoundTriggerHalClient* client);
 
     const RuntimeState state_;
 
@@ -66,14 +66,14 @@ class RuntimeStateBase {
     RuntimeStateBase(RuntimeState state, SoundTriggerAdapter* adapter)
         : state_(state), adapter_(adapter) {}
 
-    // Transitions that several states share. The caller has checked the client; after one that
-    // returned 0 this object is gone.
+    // What several states do. Each looks at the client first, and after one that changed the state
+    // this object is gone.
     template <typename State>
     int ChangeTo(SoundTriggerHalClient* client);
-    int StopAndUnload(SoundTriggerHalClient* client, int engine_type);
-    int StopDetection(SoundTriggerHalClient* client, int engine_type, const char* failure);
+    int StopAndUnload(SoundTriggerHalClient* client);
+    int StopDetection(SoundTriggerHalClient* client, const char* failure);
     int StartDetection(SoundTriggerHalClient* client, const char* failure);
-    int StartInternalRecognition(SoundTriggerHalClient* client, bool is_detecting);
+    int StartInternalRecognition(SoundTriggerHalClient* client);
 
     SoundTriggerAdapter* const adapter_;
 };
@@ -81,50 +81,55 @@ class RuntimeStateBase {
 /** The DSP holds no model: at first, after an unload, and whenever the DSP has lost its models. */
 class StateModelUnloaded final : public RuntimeStateBase {
   public:
-    explicit StateModelUnloaded(SoundTriggerAdapter* adapter);
-    int ToUnloadState(SoundTriggerHalClient* client) override;
-    int ToLoadState(SoundTriggerHalClient* client) override;
-    int ToInternalForceRecognition(SoundTriggerHalClient* client) override;
+    explicit StateModelUnloaded(SoundTriggerAdapter* adapter)
+        : RuntimeStateBase(RuntimeState::ModelUnloaded, adapter) {}
+    [[nodiscard]] int ToUnloadState(SoundTriggerHalClient* client) override;
+    [[nodiscard]] int ToLoadState(SoundTriggerHalClient* client) override;
+    [[nodiscard]] int ToInternalForceRecognition(SoundTriggerHalClient* client) override;
 };
 
 /** The model is in the DSP and nothing listens for it: after a load or a stop. */
 class StateModelLoaded final : public RuntimeStateBase {
   public:
-    explicit StateModelLoaded(SoundTriggerAdapter* adapter);
-    int ToUnloadState(SoundTriggerHalClient* client) override;
-    int ToLoadState(SoundTriggerHalClient* client) override;
-    int ToDetecting(SoundTriggerHalClient* client) override;
-    int ToInternalForceRecognition(SoundTriggerHalClient* client) override;
+    explicit StateModelLoaded(SoundTriggerAdapter* adapter)
+        : RuntimeStateBase(RuntimeState::ModelLoaded, adapter) {}
+    [[nodiscard]] int ToUnloadState(SoundTriggerHalClient* client) override;
+    [[nodiscard]] int ToLoadState(SoundTriggerHalClient* client) override;
+    [[nodiscard]] int ToDetecting(SoundTriggerHalClient* client) override;
+    [[nodiscard]] int ToInternalForceRecognition(SoundTriggerHalClient* client) override;
 };
 
 /** The DSP listens: after a start, until a detection or a stop. */
 class StateModelDetecting final : public RuntimeStateBase {
   public:
-    explicit StateModelDetecting(SoundTriggerAdapter* adapter);
-    int ToUnloadState(SoundTriggerHalClient* client) override;
-    int ToLoadState(SoundTriggerHalClient* client) override;
-    int ToDetecting(SoundTriggerHalClient* client) override;
-    int ToCallbackProcessing(SoundTriggerHalClient* client) override;
-    int ToInternalForceRecognition(SoundTriggerHalClient* client) override;
+    explicit StateModelDetecting(SoundTriggerAdapter* adapter)
+        : RuntimeStateBase(RuntimeState::StartDetecting, adapter) {}
+    [[nodiscard]] int ToUnloadState(SoundTriggerHalClient* client) override;
+    [[nodiscard]] int ToLoadState(SoundTriggerHalClient* client) override;
+    [[nodiscard]] int ToDetecting(SoundTriggerHalClient* client) override;
+    [[nodiscard]] int ToCallbackProcessing(SoundTriggerHalClient* client) override;
+    [[nodiscard]] int ToInternalForceRecognition(SoundTriggerHalClient* client) override;
 };
 
 /** The DSP has detected and the framework is being told; left by its next request. */
 class StateCallbackProcessing final : public RuntimeStateBase {
   public:
-    explicit StateCallbackProcessing(SoundTriggerAdapter* adapter);
-    int ToUnloadState(SoundTriggerHalClient* client) override;
-    int ToLoadState(SoundTriggerHalClient* client) override;
-    int ToDetecting(SoundTriggerHalClient* client) override;
-    int ToBuffering(SoundTriggerHalClient* client) override;
+    explicit StateCallbackProcessing(SoundTriggerAdapter* adapter)
+        : RuntimeStateBase(RuntimeState::CallbackProcessing, adapter) {}
+    [[nodiscard]] int ToUnloadState(SoundTriggerHalClient* client) override;
+    [[nodiscard]] int ToLoadState(SoundTriggerHalClient* client) override;
+    [[nodiscard]] int ToDetecting(SoundTriggerHalClient* client) override;
+    [[nodiscard]] int ToBuffering(SoundTriggerHalClient* client) override;
 };
 
 /** A capture stream reads the audio of the detection; left by the framework's next request. */
 class StateBuffering final : public RuntimeStateBase {
   public:
-    explicit StateBuffering(SoundTriggerAdapter* adapter);
-    int ToUnloadState(SoundTriggerHalClient* client) override;
-    int ToLoadState(SoundTriggerHalClient* client) override;
-    int ToDetecting(SoundTriggerHalClient* client) override;
+    explicit StateBuffering(SoundTriggerAdapter* adapter)
+        : RuntimeStateBase(RuntimeState::Buffering, adapter) {}
+    [[nodiscard]] int ToUnloadState(SoundTriggerHalClient* client) override;
+    [[nodiscard]] int ToLoadState(SoundTriggerHalClient* client) override;
+    [[nodiscard]] int ToDetecting(SoundTriggerHalClient* client) override;
 };
 
 /**
@@ -133,11 +138,12 @@ class StateBuffering final : public RuntimeStateBase {
  */
 class StateInternalForceDetected final : public RuntimeStateBase {
   public:
-    explicit StateInternalForceDetected(SoundTriggerAdapter* adapter);
-    int ToUnloadState(SoundTriggerHalClient* client) override;
-    int ToLoadState(SoundTriggerHalClient* client) override;
-    int ToDetecting(SoundTriggerHalClient* client) override;
-    int ToBuffering(SoundTriggerHalClient* client) override;
+    explicit StateInternalForceDetected(SoundTriggerAdapter* adapter)
+        : RuntimeStateBase(RuntimeState::InternalForceDetected, adapter) {}
+    [[nodiscard]] int ToUnloadState(SoundTriggerHalClient* client) override;
+    [[nodiscard]] int ToLoadState(SoundTriggerHalClient* client) override;
+    [[nodiscard]] int ToDetecting(SoundTriggerHalClient* client) override;
+    [[nodiscard]] int ToBuffering(SoundTriggerHalClient* client) override;
 };
 
 }  // namespace vendor::quarno::brindlecove::audio::hal::soundtrigger

@@ -13,7 +13,7 @@ struct LibraryArchitecture {
 };
 
 /** The DSP's detection engines. */
-enum class EngineType : int {
+enum EngineType : int {
     Unknown = 0,
     Hotword = 1,
     AmbientMusic = 2,
@@ -36,9 +36,9 @@ inline std::string toString(EngineType type) {
 }
 
 /** The engines as the adapter's operations take them. */
-inline constexpr int kHotwordEngine = static_cast<int>(EngineType::Hotword);
-inline constexpr int kAmbientMusicEngine = static_cast<int>(EngineType::AmbientMusic);
-inline constexpr int kAmbientMusicBreakEngine = static_cast<int>(EngineType::AmbientMusicBreak);
+inline constexpr int kHotwordEngine = EngineType::Hotword;
+inline constexpr int kAmbientMusicEngine = EngineType::AmbientMusic;
+inline constexpr int kAmbientMusicBreakEngine = EngineType::AmbientMusicBreak;
 
 /** Which set of parameters the DSP is tuned with. */
 enum class TuningType : int {

@@ -310,10 +310,8 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
     // Clients.
     int32_t SmallestFreeHandle(int32_t from) const REQUIRES(lock_);
     SoundTriggerHalClient* FindClient(int32_t handle) const REQUIRES(lock_);
-    // The same two for a request of the framework's, which is refused with an ERROR line where they
-    // return null. The second one ends an internal recognition if `client` is a hotword model's.
     SoundTriggerHalClient* FindRequested(const char* operation, int handle) const REQUIRES(lock_);
-    SoundTriggerHalClient* EndInternalForce(const char* operation, SoundTriggerHalClient* client)
+    SoundTriggerHalClient* ReclaimHotword(const char* operation, SoundTriggerHalClient* client)
             REQUIRES(lock_);
     SoundTriggerHalClient* AddClient(int32_t handle) REQUIRES(lock_);
     void RemoveClient(int32_t handle) REQUIRES(lock_);
@@ -323,7 +321,8 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
 
     // Internal recognition.
     int StopInternalForce() REQUIRES(lock_);
-    int ReturnInternalClient(SoundTriggerHalClient* client, int stop_result) REQUIRES(lock_);
+    int UnloadInternalClient(SoundTriggerHalClient* client) REQUIRES(lock_);
+    int ResumeBorrowedClient(SoundTriggerHalClient* client, int stop_result) REQUIRES(lock_);
     SoundTriggerHalClient* FindBufferingCandidate(int io_handle, bool is_internal_forced) const
             REQUIRES(lock_);
 
@@ -344,7 +343,7 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
     // The control thread.
     void SendControlMessage() REQUIRES(lock_);
     void ControlThreadLoop();
-    bool CreateControlPipe() EXCLUDES(lock_);
+    bool OpenControlPipe() EXCLUDES(lock_);
     void CloseControlPipe() EXCLUDES(lock_);
     WaitSet PrepareWaitSet() EXCLUDES(lock_);
     void HandleReady(const WaitSet& ready) EXCLUDES(lock_);

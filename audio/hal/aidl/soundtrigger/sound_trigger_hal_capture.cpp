@@ -81,7 +81,8 @@ int SoundTriggerHal::StopInternalForce() {
     }
     const int stop_result = client->RequestStopDetecting();
     ProcessAecEvent(ShouldEnableAec());
-    const int result = ReturnInternalClient(client, stop_result);
+    const int result = client->is_internal_client_ ? UnloadInternalClient(client)
+                                                   : ResumeBorrowedClient(client, stop_result);
     if (result != 0) {
         // No blank before the number: the line is older than the habit.
         LOG(ERROR) << "StopInternalForce: reset hotword model failure" << result;
@@ -91,17 +92,17 @@ int SoundTriggerHal::StopInternalForce() {
     return 0;
 }
 
-// The second half of StopInternalForce: the HAL's own client ends, a borrowed one goes back to what
-// the framework wants of it. `stop_result` counts only where nothing else is asked of the DSP: what
-// matters is whether the state that follows was reached.
-int SoundTriggerHal::ReturnInternalClient(SoundTriggerHalClient* client, int stop_result) {
-    if (client->is_internal_client_) {
-        const int32_t handle = client->handle_;
-        const int result = client->RequestUnloadModel();
-        LOG(INFO) << "StopInternalForce: Unload internal client with " << handle;
-        RemoveClient(handle);
-        return result;
-    }
+int SoundTriggerHal::UnloadInternalClient(SoundTriggerHalClient* client) {
+    const int32_t handle = client->handle_;
+    const int result = client->RequestUnloadModel();
+    LOG(INFO) << "StopInternalForce: Unload internal client with " << handle;
+    RemoveClient(handle);
+    return result;
+}
+
+// Puts the framework's client back to what the framework wants of it. That the stop failed counts
+// only where no start follows: what matters is whether the last state was reached.
+int SoundTriggerHal::ResumeBorrowedClient(SoundTriggerHalClient* client, int stop_result) {
     client->is_internal_force_active_ = false;
     if (!client->is_started_) return stop_result;
     const int result = client->RequestStartDetecting();
@@ -119,7 +120,7 @@ int SoundTriggerHal::StartBufferingByIoHandle(int io_handle, bool is_internal_fo
                    << toString(client->state());
         return -EINVAL;
     }
-    return static_cast<int>(is_internal_forced ? EngineType::Hotword : client->engine_type_);
+    return is_internal_forced ? EngineType::Hotword : client->engine_type_;
 }
 
 SoundTriggerHalClient* SoundTriggerHal::FindBufferingCandidate(int io_handle,

@@ -50,7 +50,7 @@ void SoundTriggerHal::SendControlMessage() {
 
 void SoundTriggerHal::ControlThreadLoop() {
     LOG(INFO) << "ControlThreadLoop: Enter";
-    if (!CreateControlPipe()) return;
+    if (!OpenControlPipe()) return;
     while (!stop_control_thread_) {
         WaitSet wait_set = PrepareWaitSet();
         // No time-out: every reason to look again comes through one of the two descriptors.
@@ -74,7 +74,7 @@ void SoundTriggerHal::ControlThreadLoop() {
     ReleaseLockOnceMore();
 }
 
-bool SoundTriggerHal::CreateControlPipe() {
+bool SoundTriggerHal::OpenControlPipe() {
     std::lock_guard lock(lock_);
     if (control_pipe_.Open() && IsSelectable(control_pipe_.read_end())) return true;
     control_pipe_.Close();
@@ -169,7 +169,7 @@ SoundTriggerHalClient* SoundTriggerHal::ReadDetection(int* model_type, std::stri
                            std::to_string(*model_type == kNoRecord ? 0 : *model_type));
     const auto found = std::find_if(clients_.begin(), clients_.end(), [&](const auto& entry) {
         const SoundTriggerHalClient& client = *entry.second;
-        return client.is_started_ && static_cast<int>(client.engine_type_) == *model_type;
+        return client.is_started_ && client.engine_type_ == *model_type;
     });
     if (found == clients_.end()) return nullptr;
     SoundTriggerHalClient* const client = found->second.get();

@@ -84,7 +84,7 @@ int SoundTriggerHal::UnloadSoundModel(int handle) {
     std::lock_guard lock(lock_);
     SoundTriggerHalClient* client = FindRequested("UnloadSoundModel", handle);
     if (client == nullptr) return -EINVAL;
-    client = EndInternalForce("UnloadSoundModel", client);
+    client = ReclaimHotword("UnloadSoundModel", client);
     if (client == nullptr) return -EINVAL;
     if (is_dsp_online_) {
         if (const int result = client->RequestUnloadModel(); result != 0) {
@@ -116,6 +116,7 @@ SoundTriggerHalClient* SoundTriggerHal::FindClient(int32_t handle) const {
     return found == clients_.end() ? nullptr : found->second.get();
 }
 
+// The client that the framework's request is for; null, which is logged, where there is none.
 SoundTriggerHalClient* SoundTriggerHal::FindRequested(const char* operation, int handle) const {
     SoundTriggerHalClient* const client = FindClient(handle);
     if (client == nullptr) {
@@ -124,8 +125,10 @@ SoundTriggerHalClient* SoundTriggerHal::FindRequested(const char* operation, int
     return client;
 }
 
-SoundTriggerHalClient* SoundTriggerHal::EndInternalForce(const char* operation,
-                                                         SoundTriggerHalClient* client) {
+// Ends an internal recognition before a request for a hotword model. Returns the client that the
+// request is for; null, which is logged, where the request is to be refused.
+SoundTriggerHalClient* SoundTriggerHal::ReclaimHotword(const char* operation,
+                                                       SoundTriggerHalClient* client) {
     if (client->engine_type_ != EngineType::Hotword) return client;
     const int32_t handle = client->handle_;
     if (StopInternalForce() != 0) {

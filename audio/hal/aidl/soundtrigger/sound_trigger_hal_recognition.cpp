@@ -16,7 +16,7 @@ int SoundTriggerHal::StartRecognition(int handle, int /*device_handle*/, int io_
     std::lock_guard lock(lock_);
     SoundTriggerHalClient* client = FindRequested("StartRecognition", handle);
     if (client == nullptr) return -EINVAL;
-    client = EndInternalForce("StartRecognition", client);
+    client = ReclaimHotword("StartRecognition", client);
     if (client == nullptr) return -EINVAL;
     // The DSP first, the configuration after it: a start that fails must leave no trace.
     if (is_dsp_online_) {
@@ -46,7 +46,7 @@ int SoundTriggerHal::StopRecognition(int handle) {
         LOG(ERROR) << "StopRecognition: client " << handle << " is not started yet.";
         return -EINVAL;
     }
-    client = EndInternalForce("StopRecognition", client);
+    client = ReclaimHotword("StopRecognition", client);
     if (client == nullptr) return -EINVAL;
     // For all hotword clients, whichever client stops, and before the DSP is asked: the eraser goes
     // off even if the stop then fails. The next event that evaluates it may switch it on again.
