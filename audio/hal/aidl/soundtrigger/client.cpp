@@ -15,6 +15,7 @@
 #include "audio/hal/aidl/soundtrigger/log_line.h"
 #include "audio/hal/aidl/soundtrigger/silence.h"
 #include "audio/hal/aidl/soundtrigger/sound_trigger_adapter.h"
+#include "audio/hal/utils/dumpsys/dumpsys.h"
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 
@@ -25,6 +26,9 @@ using ::aidl::android::media::audio::common::AudioConfig;
 using ::aidl::android::media::audio::common::AudioFormatType;
 using ::aidl::android::media::audio::common::PcmType;
 using ::aidl::android::media::soundtrigger::RecognitionStatus;
+using utils::dumpsys::Dumpsys;
+using utils::dumpsys::DumpsysInfo;
+using utils::dumpsys::Nested;
 
 constexpr char kNilUuid[] = "00000000-0000-0000-0000-000000000000";
 constexpr int32_t kEventSampleRateHz = 16000;
@@ -39,11 +43,10 @@ AudioConfig CaptureConfig(int32_t channel_layout) {
     return config;
 }
 
-// A model's descriptor may be the end of a pipe into which nobody writes. The HAL is locked while
-// it is read, so it is not waited for without end.
+// A model's descriptor may be a pipe into which nobody writes, and the HAL is locked meanwhile.
 constexpr std::chrono::milliseconds kModelDataTimeout{1000};
 
-// False only when there is nothing to read: what is wrong with a descriptor is the read's to find.
+// False only when nothing comes: what is wrong with a descriptor is for the read to find.
 bool HasDataWithin(int fd, std::chrono::milliseconds timeout) {
     if (fd < 0) return true;
     const auto deadline = std::chrono::steady_clock::now() + timeout;
@@ -95,14 +98,13 @@ int SoundTriggerHalClient::Initialize(const SoundModel& model,
             LOG(ERROR) << "Initialize: Invalid SoundModelType : " << toString(model.type);
             return -EINVAL;
     }
-    // After the engine: a model without data is known to belong to one, and dumps say so.
     if (model.dataSize < 1) {
         LOG(ERROR) << "Initialize: No model data";
         return -EINVAL;
     }
     const auto data_size = static_cast<size_t>(model.dataSize);
-    // The size is the framework's word, and may be far more than there is to read. Memory of calloc
-    // is zero without having been touched, so what is not read costs nothing.
+    // calloc: the framework may announce far more than there is, and zeroed memory costs nothing
+    // until it is touched.
     model_data_.reset(static_cast<char*>(std::calloc(data_size, 1)));
     if (model_data_ == nullptr) {
         LOG(ERROR) << "Initialize: Can't allocate model data of size: " << data_size;
@@ -133,12 +135,12 @@ int SoundTriggerHalClient::Initialize(const PhraseSoundModel& model,
 }
 
 bool SoundTriggerHalClient::set_engine_type(EngineType type) {
-    // Only the upper end is checked: the adapter refuses every engine it does not know.
+    // Negative numbers pass: the adapter refuses every engine that it does not know.
     if (type <= EngineType::AmbientMusicBreak) {
         engine_type_ = type;
         return true;
     }
-    // The one line here without the operation's name; parsers of field logs expect it so.
+    // Without the operation's name: log parsers know the line that way.
     LOG(ERROR) << ": Invalid EngineType: " << toString(type);
     return false;
 }
@@ -214,8 +216,7 @@ void RecognitionCallback::Execute() const {
         LOG(WARNING) << "ExecuteCallback: No callback to deliver the event of client " << handle_;
         return;
     }
-    // What the framework makes of the event is its own affair: a failed delivery changes nothing
-    // here, and the next detection is delivered again.
+    // A delivery that fails changes nothing here; the next detection is delivered again.
     using ::aidl::android::media::soundtrigger::PhraseRecognitionEvent;
     using ::aidl::android::media::soundtrigger::RecognitionEvent;
     if (const auto* phrase_event = std::get_if<PhraseRecognitionEvent>(&event_)) {
@@ -245,8 +246,7 @@ SoundTriggerHalClient::RecognitionEvent SoundTriggerHalClient::CreateRecognition
     RecognitionEvent event;
     event.status = RecognitionStatus::SUCCESS;
     event.type = SoundModelType::GENERIC;
-    // Ambient audio can always be captured, whatever the configuration asked for.
-    event.captureAvailable = true;
+    event.captureAvailable = true;  // Whatever the configuration asked for.
     event.audioConfig = CaptureConfig(AudioChannelLayout::LAYOUT_MONO);
     event.data.assign(payload.begin(), payload.end());
     return event;
@@ -255,7 +255,7 @@ SoundTriggerHalClient::RecognitionEvent SoundTriggerHalClient::CreateRecognition
 SoundTriggerHalClient::PhraseRecognitionEvent SoundTriggerHalClient::CreatePhraseRecognitionEvent(
         const std::string& payload) const {
     PhraseRecognitionEvent event;
-    // The confidence levels are those asked for; the DSP's own result travels in the data.
+    // The confidence levels are those asked for: the DSP's own result is in the data.
     event.phraseExtras = recognition_config_.phraseRecognitionExtras;
     event.common.status = RecognitionStatus::SUCCESS;
     event.common.type = SoundModelType::KEYPHRASE;
@@ -269,7 +269,7 @@ SoundTriggerHalClient::PhraseRecognitionEvent SoundTriggerHalClient::CreatePhras
 
 int SoundTriggerHalClient::ReadClientBuffer(char* buffer, unsigned int size, int channels) {
     if (state() != RuntimeState::Buffering) {
-        // The grammar is the field's own by now: tools search for this text.
+        // The grammar stays: tools search for this text.
         LOG(ERROR) << "ReadClientBuffer: The states is no buffering state!";
         return -EINVAL;
     }
@@ -280,6 +280,27 @@ int SoundTriggerHalClient::ReadClientBuffer(char* buffer, unsigned int size, int
 
 int64_t SoundTriggerHalClient::ReadClientTimestamp() {
     return adapter_->ReadDspTimestamp(engine_type_);
+}
+
+// --- dump ---
+
+void SoundTriggerHalClient::Dump(const DumpsysInfo& info) {
+    Dumpsys(info, LOG_TAG) << "Client: " << handle_;
+    const DumpsysInfo sub_info = Nested(info);
+    Dumpsys(sub_info, LOG_TAG) << "Io handle: " << io_handle_;
+    Dumpsys(sub_info, LOG_TAG) << "Engine type: " << toString(engine_type_);
+    // Words, not the 1 and 0 of the HAL's own lines.
+    Dumpsys(sub_info, LOG_TAG) << "Client loaded: " << std::boolalpha << is_loaded_;
+    Dumpsys(sub_info, LOG_TAG) << "Client started: " << std::boolalpha << is_started_;
+    Dumpsys(sub_info, LOG_TAG) << "Aec enabled: " << std::boolalpha << is_aec_enabled_;
+    Dumpsys(sub_info, LOG_TAG) << "Model info: ";
+    const DumpsysInfo model_info = Nested(sub_info);
+    Dumpsys(model_info, LOG_TAG) << "SoundModel type: " << toString(model_type_);
+    Dumpsys(model_info, LOG_TAG) << "SoundModel size: " << model_size_;
+    Dumpsys(model_info, LOG_TAG) << "SoundModel uuid: " << uuid_;
+    Dumpsys(model_info, LOG_TAG) << "SoundModel vendor uuid: " << vendor_uuid_;
+    Dumpsys(sub_info, LOG_TAG) << "Runtime state: " << toString(state());
+    Dumpsys(sub_info, LOG_TAG) << "Recognition config: " << recognition_config_.toString();
 }
 
 }  // namespace vendor::quarno::brindlecove::audio::hal::soundtrigger

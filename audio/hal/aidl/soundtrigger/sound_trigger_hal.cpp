@@ -1,4 +1,4 @@
-// Life cycle: how the HAL is built, initialised and destroyed.
+// How the HAL is built, initialised, destroyed and dumped.
 #define LOG_TAG "StHal::SoundTriggerHal"
 
 #include "audio/hal/aidl/soundtrigger/sound_trigger_hal.h"
@@ -23,6 +23,8 @@ namespace {
 using ::aidl::android::media::soundtrigger::AudioCapabilities;
 using ::aidl::android::media::soundtrigger::Properties;
 using ::aidl::android::media::soundtrigger::RecognitionMode;
+
+using utils::dumpsys::Dumpsys;
 
 constexpr char kControlThreadName[] = "SthalControl";
 static_assert(sizeof(kControlThreadName) <= 16, "the kernel keeps 15 characters of it");
@@ -67,8 +69,8 @@ std::unique_ptr<SoundTriggerHal> SoundTriggerHalBuilder::BuildSoundTriggerHal(
 SoundTriggerHal::SoundTriggerHal(std::unique_ptr<SoundTriggerAdapter> adapter)
     : properties_(InitialProperties()), adapter_(std::move(adapter)), wake_lock_(kWakeLockName) {}
 
-// Takes no lock: no other thread knows of this object yet. Best effort: at boot the DSP may be down
-// still, and its online report does the rest.
+// Without the lock: no other thread knows of this object yet. The result does not matter: a DSP
+// that is still down at boot gets the rest when it is reported online.
 void SoundTriggerHal::ResetDspAtStart() {
     (void)ResetDsp();
 }
@@ -90,8 +92,7 @@ bool SoundTriggerHal::Initialize() {
         LOG(ERROR) << "Initialize: Failed to register sound card state listener";
         return false;
     }
-    // Only told to the caller. The HAL itself waits for the monitor's report, which also does all
-    // that a DSP coming online needs.
+    // For the caller only: the HAL waits for the monitor's report.
     return sound_card_state_->IsOnline();
 }
 
@@ -109,6 +110,17 @@ SoundTriggerHal::~SoundTriggerHal() {
         LOG(INFO) << "~SoundTriggerHal: Finished";
     }
     wake_lock_.Release();
+}
+
+void SoundTriggerHal::Dump(const DumpsysInfo& info) {
+    std::lock_guard lock(lock_);
+    // Booleans are 1 and 0 here and words in the clients' lines: tools know each line by its form.
+    Dumpsys(info, LOG_TAG) << "is dsp online: " << is_dsp_online_.load();
+    Dumpsys(info, LOG_TAG) << "mic swap enabled: " << mic_swap_enabled_;
+    Dumpsys(info, LOG_TAG) << "docked: " << docked_;
+    Dumpsys(info, LOG_TAG) << "Active usage count: " << active_usage_count_;
+    const DumpsysInfo client_info = utils::dumpsys::Nested(info);
+    for (const auto& [handle, client] : clients_) client->Dump(client_info);
 }
 
 }  // namespace vendor::quarno::brindlecove::audio::hal::soundtrigger

@@ -1,13 +1,8 @@
 #pragma once
 
 #include <aidl/android/hardware/audio/common/SinkMetadata.h>
-#include <aidl/android/hardware/audio/common/SourceMetadata.h>
 #include <aidl/android/hardware/audio/core/VendorParameter.h>
-#include <aidl/android/hardware/soundtrigger3/ISoundTriggerHwCallback.h>
-#include <aidl/android/media/soundtrigger/PhraseSoundModel.h>
 #include <aidl/android/media/soundtrigger/Properties.h>
-#include <aidl/android/media/soundtrigger/RecognitionConfig.h>
-#include <aidl/android/media/soundtrigger/SoundModel.h>
 #include <android-base/thread_annotations.h>
 
 #include <atomic>
@@ -43,34 +38,22 @@ namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
  * The sound trigger HAL: the one object that the vendor audio service builds, initialises and
  * calls.
  *
- * It owns the way to the DSP, one client per loaded model, and the control thread that reads the
- * DSP's detections and delivers them to the framework. What the framework asked for is remembered
- * in the clients, so that a DSP that crashes and comes back is put to work again without the
- * framework noticing.
+ * It owns the interface to the DSP, one client per loaded model, and the control thread, which
+ * reads the DSP's detections and delivers them to the framework. The clients remember what the
+ * framework wants, so a DSP that restarts is put to work again without the framework noticing.
  *
  *   built --Initialize()--> running --~SoundTriggerHal()--> gone
  *
- * Results are 0, or -EINVAL for every refusal, or what the DSP failed with, as it came from the
- * adapter. Nothing throws.
+ * Results are 0, -EINVAL for a refusal, or what the adapter failed with. Nothing throws.
  *
- * Threads: all operations may be called from any thread, also from a framework callback, once
- * Initialize has returned. One mutex guards everything; operations hold it from entry to return,
- * a model's download included, except GetProperties, GetModelHandle, ReadBuffer, ReadTimestamp,
- * GetPrefix and GetParameter, which never wait for it, and StopRecognition and UnloadSoundModel,
- * which release it while they wait for an event. A framework callback is made from the control
- * thread without it.
+ * Threads: once Initialize has returned, every operation may be called from any thread, also from a
+ * framework callback. Operations hold the lock from entry to return. GetProperties, GetModelHandle,
+ * ReadBuffer, ReadTimestamp, GetPrefix and GetParameter do not take it; StopRecognition and
+ * UnloadSoundModel release it while they wait for an event. Framework callbacks run on the control
+ * thread, without the lock.
  *
- * Time: what asks the DSP takes milliseconds, a download about one per 16 KiB. "Blocks up to" below
- * is how long answers are waited for in vain when the DSP is silent from the start of the call: 200
- * ms for one, 500 ms for all that follow each other closely (utils::zyl::ZylCommandExecutor), and
- * 200 ms more in each second of a download that takes longer. The next calls find that time used up
- * and only look whether an answer is there, until one comes or the DSP has been left alone for 100
- * ms. Beside that:
- *  - a call waits for the lock while another one has it, and while the control thread opens the
- *    notification device (up to 500 ms where it is missing);
- *  - a call that the driver of a device does not return from holds its caller, and mostly the lock,
- *    until the driver lets go. Nothing here can end it; a driver that ends all calls when its DSP
- *    is found to be down bounds it by how long that takes.
+ * "Blocks up to" is for a DSP that does not answer; docs/architecture.md explains the numbers, and
+ * what else a call may wait for.
  */
 class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
                                              public PowerEventListener,
@@ -80,12 +63,12 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
                                              public VendorParameterHandler {
   public:
     using Properties = ::aidl::android::media::soundtrigger::Properties;
-    using SoundModel = ::aidl::android::media::soundtrigger::SoundModel;
-    using PhraseSoundModel = ::aidl::android::media::soundtrigger::PhraseSoundModel;
-    using RecognitionConfig = ::aidl::android::media::soundtrigger::RecognitionConfig;
-    using ISoundTriggerHwCallback =
-            ::aidl::android::hardware::soundtrigger3::ISoundTriggerHwCallback;
-    using SourceMetadata = ::aidl::android::hardware::audio::common::SourceMetadata;
+    using SoundModel = SoundTriggerHalClient::SoundModel;
+    using PhraseSoundModel = SoundTriggerHalClient::PhraseSoundModel;
+    using RecognitionConfig = SoundTriggerHalClient::RecognitionConfig;
+    using ISoundTriggerHwCallback = SoundTriggerHalClient::ISoundTriggerHwCallback;
+    using Callback = std::shared_ptr<ISoundTriggerHwCallback>;
+    using SourceMetadata = PlaybackUsecases::SourceMetadata;
     using SinkMetadata = ::aidl::android::hardware::audio::common::SinkMetadata;
     using VendorParameter = ::aidl::android::hardware::audio::core::VendorParameter;
     using RoutingGraph = audio::router::RoutingGraph;
@@ -97,9 +80,9 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
     explicit SoundTriggerHal(std::unique_ptr<SoundTriggerAdapter> adapter);
 
     /**
-     * Ends the control thread, which it waits for, and closes the devices. The DSP is left as it
-     * is. Not in a framework callback, which runs on that thread. No other call may be running or
-     * come later, the sound card monitor's included: the registration with it is not undone here.
+     * Waits for the control thread and closes the devices; the DSP keeps its state. Not in a
+     * framework callback. No other call may run or come later, the monitor's reports included: the
+     * registration with it is not undone here.
      */
     ~SoundTriggerHal() override;
 
@@ -107,151 +90,128 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
     SoundTriggerHal& operator=(const SoundTriggerHal&) = delete;
 
     /**
-     * Says whose reports of the DSP going offline and coming online to follow. Optional, before
-     * Initialize; `monitor` must outlive this object. Without one, whoever owns the HAL calls
-     * OnSoundCardStateChanged.
+     * Sets the sound card monitor to register with, before Initialize; it must outlive this object.
+     * Without one, the HAL's owner calls OnSoundCardStateChanged.
      */
     void SetSoundCardState(SoundCardState* monitor) { sound_card_state_ = monitor; }
 
     /**
-     * Puts the DSP into a known state, starts the control thread and registers with the sound card
-     * monitor. Once, before any other operation. A DSP that is still down at boot is no failure.
-     * Blocks up to 500 ms.
-     *
-     * @return Without a monitor true. With one, whether the sound card is online now; false also
-     *         when the monitor refuses the registration. The HAL works in every case: the DSP
-     *         counts as offline until OnSoundCardStateChanged says otherwise.
+     * Resets the DSP, starts the control thread and registers with the monitor. Once, before any
+     * other operation. Blocks up to 500 ms. Returns whether the sound card is online; true without
+     * a monitor, false when the monitor refuses the registration. The HAL works in every case, also
+     * when the reset fails, and the DSP is offline to it until OnSoundCardStateChanged.
      */
     bool Initialize();
 
     // --- models ---
 
     /**
-     * Describes the implementation. Asks the DSP for its library version and architecture. Blocks
-     * up to 200 ms, and as much for each command of another thread before it.
-     *
-     * @param properties  Filled on success, else left as it was.
-     * @return 0, or -EINVAL when the DSP does not answer.
+     * Describes the implementation, with what the DSP says of its library. Blocks up to 200 ms, and
+     * as long for each command of another thread before it. Returns 0, or -EINVAL when the DSP does
+     * not answer; `properties` is then left alone.
      */
     [[nodiscard]] int GetProperties(Properties* properties);
 
     /**
-     * Loads a model into the DSP; while the DSP is offline, as soon as it is back. Blocks up to
-     * 500 ms; where the model-data device is missing, it is waited for as long again.
+     * Loads a model into the DSP, or notes it for when the DSP is back. Blocks up to 500 ms, and
+     * for 500 ms more where the model-data device is missing.
      *
-     * @param model     Its descriptor is read here and stays the caller's. A pipe or socket with
-     *                  nothing in it is waited for, 1 s in all.
-     * @param callback  Gets the model's recognition events. May be null: then they are dropped.
-     * @param handle    Set on success only: the smallest free number from 1.
-     * @return 0; -EINVAL when 3 models are loaded, when one with the same vendor uuid is, when the
-     *         model is not one, when a running internal recognition cannot be ended, or when the
-     *         DSP refuses it. A failed load leaves nothing behind.
+     * @param model     Its descriptor is read here and stays the caller's. An empty pipe or socket
+     *                  is waited for, up to 1 s.
+     * @param callback  Gets the model's events; null drops them.
+     * @param handle    Set on success only, to the smallest free number from 1.
+     * @return 0; -EINVAL when 3 models are loaded or one with this vendor uuid, when the model is
+     *         malformed, when an internal recognition cannot be ended, or when the DSP refuses.
+     *         After a failure nothing of the model is left.
      */
-    [[nodiscard]] int LoadSoundModel(const SoundModel& model,
-                                     std::shared_ptr<ISoundTriggerHwCallback> callback, int* handle)
+    [[nodiscard]] int LoadSoundModel(const SoundModel& model, Callback callback, int* handle)
             EXCLUDES(lock_);
 
     /** The same for the model part; the phrases are neither checked nor kept. */
-    [[nodiscard]] int LoadPhraseSoundModel(const PhraseSoundModel& model,
-                                           std::shared_ptr<ISoundTriggerHwCallback> callback,
+    [[nodiscard]] int LoadPhraseSoundModel(const PhraseSoundModel& model, Callback callback,
                                            int* handle) EXCLUDES(lock_);
 
-    [[nodiscard]] int LoadModel(const SoundModel& model,
-                                std::shared_ptr<ISoundTriggerHwCallback> callback, int* handle)
+    [[nodiscard]] int LoadModel(const SoundModel& model, Callback callback, int* handle)
             EXCLUDES(lock_);
 
     /**
-     * Forgets a model. One that is started need not be stopped first. No event of it comes after a
-     * successful return: one that is on its way is dropped or, if the framework is just being
-     * called, waited for (up to 500 ms, unless called from that very callback).
+     * Unloads a model, also one that is started. No event of it comes after a successful return: a
+     * pending one is dropped, and a framework callback that runs is waited for, up to 500 ms,
+     * except by itself. Blocks up to 500 ms for the DSP before that.
      *
-     * Blocks up to 500 ms for the DSP, and then for that event.
-     *
-     * @return 0; -EINVAL for an unknown handle, or when the DSP fails: then the model stays loaded
-     *         and the call may be repeated.
+     * Returns 0; -EINVAL for an unknown handle, or when the DSP fails: the model then stays loaded,
+     * and the call may be repeated.
      */
     [[nodiscard]] int UnloadSoundModel(int handle) EXCLUDES(lock_);
 
-    /**
-     * The model that captures on `io_handle`, or -EINVAL when no started one does. Never blocks.
-     */
+    /** The started model with this io handle; -EINVAL when there is none. Never blocks. */
     [[nodiscard]] int GetModelHandle(int io_handle) const;
 
     // --- recognition ---
 
     /**
-     * Starts recognition; while the DSP is offline, as soon as it is back. A second start before
-     * the first detection changes the configuration and the io handle. Blocks up to 500 ms.
+     * Starts recognition, or notes it for when the DSP is back. A second start before the first
+     * detection replaces the configuration and the io handle, on which the capture stream of a
+     * detection will be opened. `device_handle` is ignored. Blocks up to 500 ms.
      *
-     * @param device_handle  Ignored.
-     * @param io_handle      What the capture stream of a detection will be opened on.
-     * @return 0; -EINVAL for an unknown handle, or when the DSP or the model's state refuses: then
-     *         nothing is remembered.
+     * Returns 0; -EINVAL for an unknown handle, or when the DSP or the model's state refuses:
+     * nothing is then noted.
      */
     [[nodiscard]] int StartRecognition(int handle, int device_handle, int io_handle,
                                        const RecognitionConfig& config) EXCLUDES(lock_);
 
     /**
-     * Stops recognition. Switches the echo canceller off for every hotword model, too. No event of
-     * the model comes after a successful return: see UnloadSoundModel, also for how long it blocks.
+     * Stops recognition, and switches the echo canceller off for every hotword model. What
+     * UnloadSoundModel says of events and of time holds here, too.
      *
-     * @return 0; -EINVAL for an unknown handle, for a model that is not started, or when the DSP
-     *         fails: then the model stays started and the call may be repeated.
+     * Returns 0; -EINVAL for an unknown handle, for a model that is not started, or when the DSP
+     * fails: the model then stays started, and the call may be repeated.
      */
     [[nodiscard]] int StopRecognition(int handle) EXCLUDES(lock_);
 
     /**
      * Has the DSP report a detection now; the event comes like any other. Blocks up to 200 ms.
      *
-     * @return 0, also while the DSP is offline, when the request is dropped; -EINVAL for an unknown
-     *         handle or one that is not detecting; else what the DSP failed with.
+     * Returns 0, also while the DSP is offline, when the request is dropped; -EINVAL for an unknown
+     * handle or a model that does not detect; else what the DSP failed with.
      */
     [[nodiscard]] int ForceRecognitionEvent(int handle) EXCLUDES(lock_);
 
     // --- captured audio ---
 
     /**
-     * Runs the hotword engine without a detection, for a capture that starts now. Uses the
-     * framework's hotword model where one is loaded (the one with the highest handle), else a
+     * Starts internal recognition: the hotword engine runs without a detection, for a capture that
+     * begins now. Borrows the framework's hotword model with the highest handle, else makes a
      * client of the HAL's own. Blocks up to 500 ms.
      *
-     * @return 0; -EINVAL while the DSP is offline or a detection of a hotword model is being
-     *         processed or captured. Where the model's state or the DSP refuses, the model used is
-     *         dropped, even if it is the framework's.
+     * Returns 0; -EINVAL while the DSP is offline or a hotword's detection is processed or
+     * captured. When the DSP or the model's state refuses, the client is removed, even the
+     * framework's.
      */
     [[nodiscard]] int InternalForceRecognition() EXCLUDES(lock_);
 
-    /**
-     * Ends that; a model borrowed from the framework detects again if the framework started it.
-     * Blocks up to 500 ms.
-     */
+    /** Ends it; a borrowed model that is started detects again. Blocks up to 500 ms. */
     [[nodiscard]] int StopInternalForceRecognition() EXCLUDES(lock_);
 
     /**
-     * Binds a capture stream to the detection that it is to read. Each detection serves one stream.
-     * Asks the DSP nothing.
-     *
-     * @param io_handle           Of the stream; not looked at for an internal forced one.
-     * @param is_internal_forced  The stream belongs to InternalForceRecognition.
-     * @return The engine type to read with, or -EINVAL when there is no such detection.
+     * Binds a capture stream to the detection of the started model with this io handle or, when it
+     * is internal forced, to internal recognition. Each serves one stream. Asks the DSP nothing.
+     * Returns the engine type to read with, or -EINVAL when there is none.
      */
     [[nodiscard]] int StartBufferingByIoHandle(int io_handle, bool is_internal_forced)
             EXCLUDES(lock_);
 
     /**
-     * Reads captured audio, 16-bit at 16 kHz. Never waits for the HAL's lock, and allocates
-     * nothing. The first read of a hotword also asks the DSP for the hotword's instant, one command
-     * among those of the other operations.
+     * Reads captured audio, 16-bit at 16 kHz. Allocates nothing. The first read of a hotword also
+     * asks the DSP for the hotword's instant.
      *
      * @param engine_type    From StartBufferingByIoHandle.
-     * @param buffer         Room for at least 2048 bytes whatever `size` says: see
-     *                       SoundTriggerAdapter::ReadDspBuffer.
+     * @param buffer         Room for 2048 bytes or more: see SoundTriggerAdapter::ReadDspBuffer.
      * @param size           Wanted, in bytes.
      * @param channel_count  1: the first microphone; any other: both, interleaved.
-     * @return Bytes delivered: a DSP that fails delivers silence. -ENODEV while it is offline.
-     *         Blocks until all of it is there, or until none has come for 128 ms, and 64 ms more
-     *         after another failure; for the hotword's instant up to 200 ms, and as much for each
-     *         command of another thread before it. A device that is missing costs 64 ms.
+     * @return Bytes delivered: silence when the DSP fails. -ENODEV while it is offline. Blocks
+     *         until all has come or nothing has for 128 ms; 64 ms more after another failure; and
+     *         for the instant as GetProperties does.
      */
     [[nodiscard]] int ReadBuffer(int engine_type, char* buffer, uint32_t size, int channel_count);
 
@@ -261,17 +221,14 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
     // --- the audio environment ---
 
     /**
-     * The DSP has gone or is back. Being back puts into the DSP what the framework wants of it, but
-     * for the eraser, which comes with the next change of the playback; it blocks up to 500 ms, and
-     * where the model-data device is missing, each model waits 500 ms for it. Being gone asks the
-     * DSP nothing.
-     *
-     * Repeated reports are not filtered: a second one that the DSP is back starts every detection
-     * anew and so ends a capture that is being read.
+     * The DSP is back, or gone. Back, it gets all that the framework wants of it, except the
+     * eraser, which comes with the next change of the playback; a repeated report restarts every
+     * detection, which ends a capture that is being read. Blocks up to 500 ms, and for 500 ms more
+     * per model where the model-data device is missing. A DSP that is gone is asked nothing.
      */
     void OnSoundCardStateChanged(bool online) override EXCLUDES(lock_);
 
-    // Each of these blocks up to 500 ms, and asks the DSP nothing while it is offline.
+    // Each blocks up to 500 ms, and asks the DSP nothing while it is offline.
     void OnDockChargerConnected(bool connected) override EXCLUDES(lock_);
     void OnSourceMetadataChanged(std::string_view usecase, const SourceMetadata& metadata) override
             EXCLUDES(lock_);
@@ -284,9 +241,8 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
     std::optional<VendorParameter> GetParameter(const std::string& key) override;
 
     /**
-     * Takes "vendor.vexor.st.wireless.charger.with.fan", a Boolean. Blocks up to 200 ms.
-     *
-     * @return Whether it was that and readable.
+     * Takes the Boolean "vendor.vexor.st.wireless.charger.with.fan"; false for any other parameter
+     * and for a value that cannot be read. Blocks up to 200 ms.
      */
     bool SetParameter(const VendorParameter& parameter) override EXCLUDES(lock_);
 
@@ -303,9 +259,7 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
   private:
     friend class SoundTriggerHalPeer;  // Lets tests reach what has no caller in the library.
 
-    using Clients = std::map<int32_t, std::unique_ptr<SoundTriggerHalClient>>;
-
-    struct WaitSet;  // What the control thread waits for in one turn.
+    struct ControlTurn;  // What the control thread waits for in one turn, and what comes of it.
 
     // Clients.
     int32_t SmallestFreeHandle(int32_t from) const REQUIRES(lock_);
@@ -317,13 +271,13 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
     void RemoveClient(int32_t handle) REQUIRES(lock_);
     void PublishStartedClients() REQUIRES(lock_);
     bool HasActiveClient() const REQUIRES(lock_);
-    bool IsLoadedAlready(const std::string& vendor_uuid) const REQUIRES(lock_);
+    bool IsLoaded(const std::string& vendor_uuid) const REQUIRES(lock_);
 
-    // Internal recognition.
+    // Internal recognition and capture.
     int StopInternalForce() REQUIRES(lock_);
     int UnloadInternalClient(SoundTriggerHalClient* client) REQUIRES(lock_);
     int ResumeBorrowedClient(SoundTriggerHalClient* client, int stop_result) REQUIRES(lock_);
-    SoundTriggerHalClient* FindBufferingCandidate(int io_handle, bool is_internal_forced) const
+    SoundTriggerHalClient* FindToBuffer(int io_handle, bool is_internal_forced) const
             REQUIRES(lock_);
 
     // The DSP and the audio environment.
@@ -333,32 +287,28 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
     void PrepareDspOnline() REQUIRES(lock_);
     void PrepareDspOffline() REQUIRES(lock_);
     void ProcessDockEvent(bool connected) REQUIRES(lock_);
+    void SendDockSettings() REQUIRES(lock_);
     void ProcessStreamMetadata(std::string_view usecase, const SourceMetadata& metadata)
             REQUIRES(lock_);
     void ProcessMicSwapEvent(bool enabled) REQUIRES(lock_);
     bool ShouldEnableAec() const REQUIRES(lock_);
     void ProcessAecEvent(bool enable) REQUIRES(lock_);
-    int32_t TuningTypeForDock() const REQUIRES(lock_);
 
     // The control thread.
     void SendControlMessage() REQUIRES(lock_);
     void ControlThreadLoop();
     bool OpenControlPipe() EXCLUDES(lock_);
-    void CloseControlPipe() EXCLUDES(lock_);
-    WaitSet PrepareWaitSet() EXCLUDES(lock_);
-    void HandleReady(const WaitSet& ready) EXCLUDES(lock_);
+    void PrepareWaitSet(ControlTurn* turn) EXCLUDES(lock_);
+    void HandleReady(ControlTurn* turn) EXCLUDES(lock_);
     void DrainControlPipe() REQUIRES(lock_);
-    SoundTriggerHalClient* ReadDetection(int* model_type, std::string* payload, int* result)
-            REQUIRES(lock_);
-    void DeliverRecognition(int32_t handle, const std::string& payload) EXCLUDES(lock_);
-    std::optional<RecognitionCallback> ClaimCallback(int32_t handle, const std::string& payload)
-            EXCLUDES(lock_);
+    void ReadDetection(ControlTurn* turn) REQUIRES(lock_);
+    void DeliverRecognition(const ControlTurn& turn) EXCLUDES(lock_);
+    std::optional<RecognitionCallback> ClaimCallback(const ControlTurn& turn) EXCLUDES(lock_);
     void ReleaseLockOnceMore() NO_THREAD_SAFETY_ANALYSIS;
 
-    // Written under `lock_`; read without it on the capture path.
-    std::atomic<bool> is_dsp_online_{false};
+    std::atomic<bool> is_dsp_online_{false};  // Written under `lock_`, read without it.
     const Properties properties_;
-    Clients clients_ GUARDED_BY(lock_);
+    std::map<int32_t, std::unique_ptr<SoundTriggerHalClient>> clients_ GUARDED_BY(lock_);
     std::thread control_thread_;  // Of the thread that initialises and destroys the HAL.
     std::atomic<bool> stop_control_thread_{false};
     std::mutex lock_;
@@ -367,17 +317,13 @@ class SOUND_TRIGGER_EXPORT SoundTriggerHal : public Dumpable,
     SoundCardState* sound_card_state_ = nullptr;  // Set before Initialize, not changed later.
     bool mic_swap_enabled_ GUARDED_BY(lock_) = false;
     bool docked_ GUARDED_BY(lock_) = false;
-    // Shown in the dump, where tools expect its line; nothing counts in it.
-    int32_t active_usage_count_ GUARDED_BY(lock_) = 0;
+    int32_t active_usage_count_ GUARDED_BY(lock_) = 0;  // Always 0: tools expect it in the dump.
     PlaybackUsecases playback_usecases_ GUARDED_BY(lock_);
     utils::wakelock::WakeLock wake_lock_ GUARDED_BY(lock_);
-
     // The DSP went down since the control thread last closed the notification device.
     bool is_notification_stale_ GUARDED_BY(lock_) = false;
-
     EventDelivery delivery_ GUARDED_BY(lock_);
-    // Written under `lock_` whenever a client is started, stopped or removed; read without it.
-    StartedIoHandles started_io_handles_;
+    StartedIoHandles started_io_handles_;  // Written under `lock_`, read without it.
 };
 
 /** Makes the HAL. */

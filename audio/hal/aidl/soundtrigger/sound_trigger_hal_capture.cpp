@@ -17,7 +17,6 @@ int SoundTriggerHal::InternalForceRecognition() {
         LOG(ERROR) << "InternalForceRecognition: Dsp isn't ready, ignore request";
         return -EINVAL;
     }
-    // The framework's hotword model is borrowed where there is one; of several, the last.
     std::optional<int32_t> target;
     for (const auto& [handle, client] : clients_) {
         if (client->engine_type_ != EngineType::Hotword) continue;
@@ -29,8 +28,7 @@ int SoundTriggerHal::InternalForceRecognition() {
         target = handle;
     }
     if (!target) {
-        // From 0: the internal client takes none of the framework's handles.
-        target = SmallestFreeHandle(0);
+        target = SmallestFreeHandle(0);  // 0 is none of the framework's handles.
         if (*target > properties_.maxSoundModels) {
             LOG(ERROR) << "InternalForceRecognition: Loaded count " << *target
                        << " is over max number " << properties_.maxSoundModels;
@@ -50,8 +48,8 @@ int SoundTriggerHal::InternalForceRecognition() {
     }
     if (const int result = client->RequestInternalForceRecognition(); result != 0) {
         LOG(ERROR) << "InternalForceRecognition: Request internal reocognition failure " << result;
-        // The framework's model, too, and also where it was the model's state that refused. That is
-        // meant: what the DSP runs by now is not known, and a model loaded anew settles it.
+        // On purpose, the framework's model, too: what the DSP runs by now is not known, and
+        // loading it anew settles that.
         RemoveClient(*target);
         return result;
     }
@@ -84,7 +82,7 @@ int SoundTriggerHal::StopInternalForce() {
     const int result = client->is_internal_client_ ? UnloadInternalClient(client)
                                                    : ResumeBorrowedClient(client, stop_result);
     if (result != 0) {
-        // No blank before the number: the line is older than the habit.
+        // No blank before the number: log parsers know the line that way.
         LOG(ERROR) << "StopInternalForce: reset hotword model failure" << result;
         return result;
     }
@@ -112,9 +110,9 @@ int SoundTriggerHal::ResumeBorrowedClient(SoundTriggerHalClient* client, int sto
 
 int SoundTriggerHal::StartBufferingByIoHandle(int io_handle, bool is_internal_forced) {
     std::lock_guard lock(lock_);
-    SoundTriggerHalClient* const client = FindBufferingCandidate(io_handle, is_internal_forced);
+    SoundTriggerHalClient* const client = FindToBuffer(io_handle, is_internal_forced);
     if (client == nullptr) return -EINVAL;
-    // Each detection serves one stream, so a client that is buffering already is taken.
+    // A client that is buffering serves another stream.
     if (client->state() == RuntimeState::Buffering || client->RequestStartBuffering() < 0) {
         LOG(ERROR) << "StartBufferingByIoHandle: request buffering from "
                    << toString(client->state());
@@ -123,13 +121,12 @@ int SoundTriggerHal::StartBufferingByIoHandle(int io_handle, bool is_internal_fo
     return is_internal_forced ? EngineType::Hotword : client->engine_type_;
 }
 
-SoundTriggerHalClient* SoundTriggerHal::FindBufferingCandidate(int io_handle,
-                                                               bool is_internal_forced) const {
+SoundTriggerHalClient* SoundTriggerHal::FindToBuffer(int io_handle, bool is_internal_forced) const {
     for (const auto& [handle, client] : clients_) {
-        const bool matches = is_internal_forced
-                                     ? client->is_internal_force_active_
-                                     : client->is_started_ && client->io_handle_ == io_handle;
-        if (matches) return client.get();
+        if (is_internal_forced ? client->is_internal_force_active_
+                               : client->is_started_ && client->io_handle_ == io_handle) {
+            return client.get();
+        }
     }
     return nullptr;
 }

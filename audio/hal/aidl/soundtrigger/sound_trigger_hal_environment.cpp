@@ -17,8 +17,7 @@ using ::aidl::android::media::soundtrigger::AudioCapabilities;
 constexpr char kParameterPrefix[] = "vendor.vexor.st.";
 constexpr char kFanChargerParameter[] = "vendor.vexor.st.wireless.charger.with.fan";
 
-// Exactly the echo canceller: the neural one is for clients that ask for nothing else, so this is
-// no test of one bit.
+// Not a test of one bit: the neural canceller is for clients that ask for echo cancellation alone.
 bool WantsNeuralAec(const SoundTriggerHalClient& client) {
     return client.recognition_config_.audioCapabilities ==
            static_cast<int32_t>(AudioCapabilities::ECHO_CANCELLATION);
@@ -36,8 +35,7 @@ void SoundTriggerHal::OnSoundCardStateChanged(bool online) {
     std::lock_guard lock(lock_);
     LOG(INFO) << "OnSoundCardStateChanged: " << BoolText(online);
     is_dsp_online_ = online;
-    // A repeated report is not filtered. It asks each client again, and the client's state decides:
-    // a model that counts as loaded is not sent again, a detection is stopped and started.
+    // Not filtered when repeated: a model that is loaded stays, a detection is restarted.
     if (online) {
         PrepareDspOnline();
     } else {
@@ -47,28 +45,24 @@ void SoundTriggerHal::OnSoundCardStateChanged(bool online) {
 }
 
 void SoundTriggerHal::PrepareDspOnline() {
-    // A model or detection that fails here stays down until the framework or the next report asks
-    // again; the others must not suffer for it.
+    // One client's failure must not keep the others down.
     for (const auto& [handle, client] : clients_) {
         if (client->is_loaded_) (void)client->RequestLoadModel();
         if (client->is_started_) (void)client->RequestStartDetecting();
     }
     (void)adapter_->SetupMicSwapInDsp(mic_swap_enabled_);
-    (void)adapter_->SetupReferenceSource(docked_);
-    (void)adapter_->SetupApProcessWithDock(docked_);
-    (void)adapter_->SendTuningToDsp(TuningTypeForDock());
+    SendDockSettings();
     ProcessAecEvent(ShouldEnableAec());
 }
 
-// What the framework and the phone want stays noted. So does that the eraser is on, which the DSP
-// has lost: it comes back with the next change of the playback, not with the DSP.
+// The clients keep what the framework wants, and that the eraser is on: the DSP, which has lost it,
+// gets it with the next change of the playback.
 void SoundTriggerHal::PrepareDspOffline() {
     for (const auto& [handle, client] : clients_) client->ResetRuntimeState();
     is_notification_stale_ = true;
 }
 
 int SoundTriggerHal::ResetDsp() {
-    // Best effort: only the last result is told.
     (void)adapter_->SetupEraserInDsp(false);
     (void)adapter_->SetupMicSwapInDsp(false);
     (void)adapter_->SetupReferenceSource(false);
@@ -95,20 +89,19 @@ void SoundTriggerHal::ProcessDockEvent(bool connected) {
     if (connected == docked_) return;
     docked_ = connected;
     LOG(INFO) << "ProcessDockEvent: " << BoolText(docked_);
-    // On the dock the application processor takes part in the processing, so it stays awake.
-    if (docked_) {
+    if (docked_) {  // The application processor takes part in the processing, so it stays awake.
         wake_lock_.Acquire();
     } else {
         wake_lock_.Release();
     }
-    if (!is_dsp_online_) return;
-    (void)adapter_->SetupReferenceSource(docked_);
-    (void)adapter_->SetupApProcessWithDock(docked_);
-    (void)adapter_->SendTuningToDsp(TuningTypeForDock());
+    if (is_dsp_online_) SendDockSettings();
 }
 
-int32_t SoundTriggerHal::TuningTypeForDock() const {
-    return static_cast<int32_t>(docked_ ? TuningType::Docked : TuningType::Default);
+void SoundTriggerHal::SendDockSettings() {
+    (void)adapter_->SetupReferenceSource(docked_);
+    (void)adapter_->SetupApProcessWithDock(docked_);
+    const TuningType tuning = docked_ ? TuningType::Docked : TuningType::Default;
+    (void)adapter_->SendTuningToDsp(static_cast<int>(tuning));
 }
 
 void SoundTriggerHal::OnSourceMetadataChanged(std::string_view usecase,
@@ -163,7 +156,7 @@ void SoundTriggerHal::ProcessAecEvent(bool enable) {
 // --- vendor parameters ---
 
 const std::string& SoundTriggerHal::GetPrefix() const {
-    // Never freed: callers may keep the reference to the end of the process.
+    // Never freed: callers may keep the reference until the process ends.
     static const std::string* const prefix = new std::string(kParameterPrefix);
     return *prefix;
 }
@@ -175,8 +168,7 @@ std::optional<SoundTriggerHal::VendorParameter> SoundTriggerHal::GetParameter(co
 bool SoundTriggerHal::SetParameter(const VendorParameter& parameter) {
     if (parameter.id != kFanChargerParameter) return false;
     std::optional<Boolean> value;
-    // The status says nothing that the value does not: a holder that is empty or holds something
-    // else is no error to it.
+    // The value says it all: to the status, an empty holder is no error.
     (void)parameter.ext.getParcelable(&value);
     if (!value) return false;
     std::lock_guard lock(lock_);

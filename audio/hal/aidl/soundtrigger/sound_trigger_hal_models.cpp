@@ -18,8 +18,7 @@ int SoundTriggerHal::GetProperties(Properties* properties) {
         LOG(ERROR) << "GetProperties: Can't get information from DSP";
         return -EINVAL;
     }
-    // Composed here and not in the member: callers run side by side, without a lock. The version is
-    // unsigned in the DSP and signed in the published type; both texts show it signed.
+    // Not in the member: callers run side by side, without a lock.
     Properties current = properties_;
     current.version = static_cast<int32_t>(library->library_version);
     current.supportedModelArch = std::to_string(current.version) + "," + library->architecture;
@@ -28,20 +27,16 @@ int SoundTriggerHal::GetProperties(Properties* properties) {
     return 0;
 }
 
-int SoundTriggerHal::LoadSoundModel(const SoundModel& model,
-                                    std::shared_ptr<ISoundTriggerHwCallback> callback,
-                                    int* handle) {
+int SoundTriggerHal::LoadSoundModel(const SoundModel& model, Callback callback, int* handle) {
     return LoadModel(model, std::move(callback), handle);
 }
 
-int SoundTriggerHal::LoadPhraseSoundModel(const PhraseSoundModel& model,
-                                          std::shared_ptr<ISoundTriggerHwCallback> callback,
+int SoundTriggerHal::LoadPhraseSoundModel(const PhraseSoundModel& model, Callback callback,
                                           int* handle) {
     return LoadModel(model.common, std::move(callback), handle);
 }
 
-int SoundTriggerHal::LoadModel(const SoundModel& model,
-                               std::shared_ptr<ISoundTriggerHwCallback> callback, int* handle) {
+int SoundTriggerHal::LoadModel(const SoundModel& model, Callback callback, int* handle) {
     std::lock_guard lock(lock_);
     const int32_t new_handle = SmallestFreeHandle(1);
     if (new_handle > properties_.maxSoundModels) {
@@ -49,7 +44,7 @@ int SoundTriggerHal::LoadModel(const SoundModel& model,
                    << properties_.maxSoundModels;
         return -EINVAL;
     }
-    if (IsLoadedAlready(model.vendorUuid)) return -EINVAL;
+    if (IsLoaded(model.vendorUuid)) return -EINVAL;
     if (model.type == SoundModelType::KEYPHRASE && StopInternalForce() != 0) {
         LOG(ERROR) << "LoadModel: Failed to stop internal client";
         return -EINVAL;
@@ -76,7 +71,7 @@ int SoundTriggerHal::LoadModel(const SoundModel& model,
     client->is_loaded_ = true;
     *handle = new_handle;
     LOG(INFO) << "LoadModel: Loaded model with handle " << new_handle;
-    // The control thread need not know: a model that is only loaded gives it nothing to wait for.
+    // The control thread is not woken: a model that is only loaded gives it nothing to wait for.
     return 0;
 }
 
@@ -116,7 +111,7 @@ SoundTriggerHalClient* SoundTriggerHal::FindClient(int32_t handle) const {
     return found == clients_.end() ? nullptr : found->second.get();
 }
 
-// The client that the framework's request is for; null, which is logged, where there is none.
+// The client that the framework's request is for; null, after an ERROR line, without one.
 SoundTriggerHalClient* SoundTriggerHal::FindRequested(const char* operation, int handle) const {
     SoundTriggerHalClient* const client = FindClient(handle);
     if (client == nullptr) {
@@ -125,8 +120,8 @@ SoundTriggerHalClient* SoundTriggerHal::FindRequested(const char* operation, int
     return client;
 }
 
-// Ends an internal recognition before a request for a hotword model. Returns the client that the
-// request is for; null, which is logged, where the request is to be refused.
+// Ends internal recognition before a request for a hotword model. Returns the client that the
+// request is for; null, after an ERROR line, to refuse it.
 SoundTriggerHalClient* SoundTriggerHal::ReclaimHotword(const char* operation,
                                                        SoundTriggerHalClient* client) {
     if (client->engine_type_ != EngineType::Hotword) return client;
@@ -135,7 +130,7 @@ SoundTriggerHalClient* SoundTriggerHal::ReclaimHotword(const char* operation,
         LOG(ERROR) << operation << ": Failed to stop internal client";
         return nullptr;
     }
-    // Looked up again: the handle may have been the internal client's, which is gone now.
+    // Looked up again: an internal client is gone now.
     return FindRequested(operation, handle);
 }
 
@@ -147,8 +142,7 @@ SoundTriggerHalClient* SoundTriggerHal::AddClient(int32_t handle) {
 
 void SoundTriggerHal::RemoveClient(int32_t handle) {
     clients_.erase(handle);
-    // A pending event is none of the model's that gets this handle next.
-    delivery_.Drop(handle);
+    delivery_.Drop(handle);  // The next model may get this handle, and must not get the event.
     PublishStartedClients();
 }
 
@@ -169,7 +163,7 @@ bool SoundTriggerHal::HasActiveClient() const {
     return false;
 }
 
-bool SoundTriggerHal::IsLoadedAlready(const std::string& vendor_uuid) const {
+bool SoundTriggerHal::IsLoaded(const std::string& vendor_uuid) const {
     for (const auto& [handle, client] : clients_) {
         if (client->vendor_uuid() != vendor_uuid) continue;
         LOG(ERROR) << "LoadModel: The model " << handle << " with uuid " << vendor_uuid

@@ -18,7 +18,7 @@ int SoundTriggerHal::StartRecognition(int handle, int /*device_handle*/, int io_
     if (client == nullptr) return -EINVAL;
     client = ReclaimHotword("StartRecognition", client);
     if (client == nullptr) return -EINVAL;
-    // The DSP first, the configuration after it: a start that fails must leave no trace.
+    // The DSP first: a start that fails must leave no trace.
     if (is_dsp_online_) {
         if (const int result = client->RequestStartDetecting(); result != 0) {
             LOG(ERROR) << "StartRecognition: request detection failure " << result;
@@ -48,8 +48,7 @@ int SoundTriggerHal::StopRecognition(int handle) {
     }
     client = ReclaimHotword("StopRecognition", client);
     if (client == nullptr) return -EINVAL;
-    // For all hotword clients, whichever client stops, and before the DSP is asked: the eraser goes
-    // off even if the stop then fails. The next event that evaluates it may switch it on again.
+    // On purpose for every hotword client, whichever stops, and even if the stop then fails.
     ProcessAecEvent(false);
     if (is_dsp_online_) {
         if (const int result = client->RequestStopDetecting(); result != 0) {
@@ -73,7 +72,7 @@ int SoundTriggerHal::ForceRecognitionEvent(int handle) {
     SoundTriggerHalClient* const client = FindRequested("ForceRecognitionEvent", handle);
     if (client == nullptr) return -EINVAL;
     if (!is_dsp_online_) {
-        // Not kept for later: a forced event is worth nothing once its moment has passed.
+        // Not kept: a forced event is worth nothing later.
         LOG(WARNING) << "ForceRecognitionEvent: Dsp isn't ready, ignore request for " << handle;
         return 0;
     }

@@ -12,7 +12,6 @@
 #include <utility>
 
 #include "audio/hal/aidl/soundtrigger/zyl/zyl_command.h"
-#include "audio/hal/aidl/soundtrigger/zyl/zyl_open_policy.h"
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger::zyl {
 
@@ -147,11 +146,11 @@ struct EngineCommands {
     CommandId start;
     CommandId stop;
     CommandId unload;
-    CommandId other;  // What every other action comes to.
+    CommandId force;
 };
 
-// For the first two engines every action that is none of the four forces a recognition, numbers
-// that name no action included; the break engine cannot be forced.
+// Every action but the four, numbers that name none included, forces a recognition; the break
+// engine cannot be forced.
 constexpr EngineCommands CommandsOf(int engine_type) {
     switch (static_cast<EngineType>(engine_type)) {
         case EngineType::Hotword:
@@ -178,7 +177,7 @@ constexpr EngineCommands CommandsOf(int engine_type) {
 
 int ZylSoundTriggerAdapter::DoModelAction(int engine_type, ActionType action) {
     const EngineCommands commands = CommandsOf(engine_type);
-    CommandId id = commands.other;
+    CommandId id = commands.force;
     if (action == ActionType::kLoad) id = commands.load;
     if (action == ActionType::kStart) id = commands.start;
     if (action == ActionType::kStop) id = commands.stop;
@@ -213,8 +212,8 @@ int ZylSoundTriggerAdapter::WritePieces(int engine_type, int size, const char* d
     int status = 0;
     for (int written = 0; written < size;) {
         const int chunk = std::min(size - written, kModelChunkBytes);
-        // One write per piece: the device takes each write as a whole piece, so sending the rest
-        // after a short write would start another one.
+        // One write per piece: the device would take the rest after a short write for another
+        // piece.
         const int result = device.Write(data + written, chunk);
         if (result != chunk) {
             LOG(ERROR) << "WriteSoundModelData: write model data failure: " << result;
@@ -226,8 +225,7 @@ int ZylSoundTriggerAdapter::WritePieces(int engine_type, int size, const char* d
             LOG(ERROR) << "WriteSoundModelData: Create write command failure";
             return -EINVAL;
         }
-        // Every piece is sent whatever became of those before it; only the last status counts. A
-        // model with a hole is refused by the DSP when it is told to load it.
+        // Only the last status counts: the DSP refuses to load a model with a hole.
         status = ProcessCommand(command.get());
         written += chunk;
     }
@@ -267,8 +265,8 @@ int ZylSoundTriggerAdapter::SendTuningToDsp(int tuning_type) {
     return 0;
 }
 
-// A block is a row of records: u32 parameter id, u32 length L, L bytes of value, of which the first
-// four are the parameter.
+// A block is a row of records: the parameter's id, its length in bytes, and its value, of which the
+// first four bytes count.
 int ZylSoundTriggerAdapter::SendTuningBlock(
         const ZylSoundTriggerTuningManager::TuningBlock& block) {
     struct RecordHeader {
@@ -293,7 +291,7 @@ int ZylSoundTriggerAdapter::SendTuningBlock(
                        << " has a value of " << record.value_bytes << " bytes";
             return -EINVAL;
         }
-        // No blank after the colon: the line has been so since the first release.
+        // No blank after the colon: log parsers know the line that way.
         LOG(INFO) << "SendTuningToDsp:param id: " << record.id << ", param value: " << record.value;
         const auto command = CreateTuningCommandById(static_cast<int>(record.id), record.value);
         if (command == nullptr) {

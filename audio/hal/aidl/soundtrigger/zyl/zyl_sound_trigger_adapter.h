@@ -18,21 +18,16 @@
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger::zyl {
 
 /**
- * The DSP behind its device nodes: numbered commands on the control device, models through the
- * model-data device, captured audio from one device per engine, detections from the notification
- * device. What passes over them is in zyl_wire.h.
+ * The DSP behind its device nodes; zyl_wire.h has what passes over them.
  *
- * Every command opens the control device, is sent, is answered and closes it again, with
- * `command_lock_` held, the innermost lock of the process. A download holds `model_data_lock_`
- * around its pieces, so that two models do not mix, while other commands may go between them.
- * Reading audio takes neither, except for one query per detection.
- *
- * No command is retried: the HAL's callers decide what a failure means. (The opens of two nodes are
- * tried for as long as a DSP takes to restart: zyl_open_policy.h.)
+ * Every command opens the control device, is answered, and closes it, with `command_lock_` held,
+ * the innermost lock of the process. A download holds `model_data_lock_` as well, so that two
+ * models do not mix; other commands go between its pieces. Reading audio takes neither, except for
+ * one query per detection. No command is retried.
  */
 class ZylSoundTriggerAdapter : public SoundTriggerAdapter {
   public:
-    /** Opens nothing yet. Both arguments become this object's. */
+    /** Opens nothing yet. */
     ZylSoundTriggerAdapter(std::unique_ptr<utils::File> command_device,
                            std::unique_ptr<ZylSoundTriggerTuningManager> tuning_manager);
     ~ZylSoundTriggerAdapter() override;
@@ -60,6 +55,10 @@ class ZylSoundTriggerAdapter : public SoundTriggerAdapter {
   private:
     friend class ZylSoundTriggerAdapterPeer;  // For tests of what the interface cannot reach.
 
+    // While the DSP restarts, its nodes are missing for some tenths of a second.
+    static constexpr int kOpenAttempts = 10;
+    static constexpr int kOpenDelayUs = 50'000;
+
     enum class ActionType : int {
         kLoad = 1,
         kStart = 2,
@@ -68,7 +67,7 @@ class ZylSoundTriggerAdapter : public SoundTriggerAdapter {
         kForceRecognition = 5,
     };
 
-    // A command that is passed around before it is sent. The derived classes own the bytes.
+    // A command that is passed around before it is sent; a derived class owns its bytes.
     struct CommandBase {
         virtual ~CommandBase() = default;
 
@@ -79,7 +78,7 @@ class ZylSoundTriggerAdapter : public SoundTriggerAdapter {
     // A tuning parameter.
     template <CommandId ID>
     struct SoundTriggerCommand;
-    // Where the piece of a model belongs that has just been written.
+    // Says where the piece of a model belongs that has just been written.
     template <CommandId ID>
     struct WriteModelCommand;
 
@@ -114,10 +113,9 @@ class ZylSoundTriggerAdapter : public SoundTriggerAdapter {
     std::mutex command_lock_ ACQUIRED_AFTER(model_data_lock_);
     std::mutex model_data_lock_;
     const std::unique_ptr<utils::zyl::ZylCommandExecutor> executor_ PT_GUARDED_BY(command_lock_);
-    // Of the control thread, which alone asks for it, reads it and resets it.
-    std::unique_ptr<utils::File> notification_file_;
+    std::unique_ptr<utils::File> notification_file_;  // The control thread's.
     const std::unique_ptr<ZylSoundTriggerTuningManager> tuning_manager_;
-    // Shared by the control thread and the capture streams' threads, without a lock.
+    // Shared by the control thread and the streams' threads.
     std::atomic<int64_t> hotword_timestamp_ns_{-1};
     std::atomic<bool> hotword_timestamp_read_{false};
 };

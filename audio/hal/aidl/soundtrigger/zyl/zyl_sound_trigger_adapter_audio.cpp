@@ -15,7 +15,6 @@
 
 #include "audio/hal/aidl/soundtrigger/zyl/zyl_command.h"
 #include "audio/hal/aidl/soundtrigger/zyl/zyl_mulaw.h"
-#include "audio/hal/aidl/soundtrigger/zyl/zyl_open_policy.h"
 #include "audio/hal/aidl/soundtrigger/zyl/zyl_sound_trigger_adapter.h"
 #include "audio/hal/utils/zyl/zyl_ticks.h"
 
@@ -29,8 +28,8 @@ using utils::zyl::zyl_ticks_to_nanoseconds;
 // Twice the time that a buffer of 1024 frames takes to fill.
 constexpr int kPollTimeoutMs = 128;
 
-// Where audio is converted, this many samples are, whatever the request: callers pass buffers of at
-// least 2048 bytes, and a count that never changes is one that the compiler unrolls.
+// Converted whatever the request: callers pass 2048 bytes or more, and the compiler unrolls a count
+// that never changes.
 constexpr size_t kConvertedSamples = 1024;
 constexpr size_t kBytesPerSample = sizeof(int16_t);
 
@@ -39,8 +38,8 @@ constexpr uint8_t kMulawSilence = 0xFF;
 constexpr uint64_t kMaxHotwordBytes = 4096;
 constexpr unsigned int kMaxAmbientRequest = 2049;
 
-// Fills `raw` with exactly `bytes` bytes from the device. Returns `bytes`, or a negative errno.
-// `*timed_out` tells whether it was the wait that failed, not the read.
+// Fills `raw` with exactly `bytes` bytes. Returns `bytes`, or a negative errno; `*timed_out` tells
+// whether it was the wait that failed.
 int ReadExactly(File* device, char* raw, int bytes, bool* timed_out) {
     *timed_out = false;
     int got = 0;
@@ -53,7 +52,7 @@ int ReadExactly(File* device, char* raw, int bytes, bool* timed_out) {
         const int count = device->Read(raw + got, bytes - got);
         if (count == bytes) return bytes;
         if (count < 0) return -errno;
-        // Readable and nothing to read: a device at its end, which no further poll would change.
+        // A device at its end stays readable: polling on would not end.
         if (count == 0) return -EIO;
         got += count;
         if (got > bytes) {
@@ -63,7 +62,7 @@ int ReadExactly(File* device, char* raw, int bytes, bool* timed_out) {
     }
 }
 
-// Takes the unsigned decimal number, and the white space before it, off the front of `text`.
+// Takes a decimal number, and the white space before it, off the front of `text`.
 std::optional<uint64_t> TakeNumber(std::string_view* text) {
     text->remove_prefix(std::min(text->find_first_not_of(" \t\n\v\f\r"), text->size()));
     uint64_t number = 0;
@@ -99,17 +98,16 @@ int ZylSoundTriggerAdapter::ReadHotwordBuffer(char* buffer, unsigned int size, i
         return -EINVAL;
     }
     const int bytes = static_cast<int>(wanted);
-    // The device always delivers both channels. Staged here and not in the adapter: a stream that
-    // is being closed and its successor may read side by side.
+    // Not a member: a stream that is being closed and its successor may read side by side.
     std::array<char, kMaxHotwordBytes> hotword_raw;
-    // For what a shorter request leaves of the fixed count of samples.
+    // Silence for the samples that are converted and were not asked for.
     if (mono) std::fill(hotword_raw.begin() + bytes, hotword_raw.end(), '\0');
     File device(kHotwordPcmDevice, O_RDONLY);
     (void)device.Open();  // A device that could not be opened fails the wait.
     bool timed_out = false;
     const int result = ReadExactly(&device, hotword_raw.data(), bytes, &timed_out);
     if (timed_out) return result;
-    UpdateHotwordTimestamp();  // Also after a failed read: the detection is dated all the same.
+    UpdateHotwordTimestamp();  // Also after a failed read.
     if (result < 1) return result;
     if (!mono) {
         memcpy(buffer, hotword_raw.data(), static_cast<size_t>(bytes));
@@ -129,7 +127,7 @@ int ZylSoundTriggerAdapter::ReadAmbientBuffer(char* buffer, unsigned int size) {
     }
     const int bytes = static_cast<int>(size / kBytesPerSample);  // One byte of mu-law a sample.
     std::array<uint8_t, kConvertedSamples> ambient_raw;
-    // For what a shorter request leaves of the fixed count of samples.
+    // Silence for the samples that are converted and were not asked for.
     std::fill(ambient_raw.begin() + bytes, ambient_raw.end(), kMulawSilence);
     File device(kAmbientPcmDevice, O_RDONLY);
     (void)device.Open();  // A device that could not be opened fails the wait.
@@ -147,8 +145,8 @@ int64_t ZylSoundTriggerAdapter::ReadDspTimestamp(int engine_type) {
     return engine_type == kHotwordEngine ? hotword_timestamp_ns_.load() : 0;
 }
 
-// Once per detection, with its first buffer: asks the DSP when it heard the hotword, and moves that
-// instant from the DSP's clock to the kernel's. Where it cannot, the older instant stays.
+// Once per detection: moves the hotword's instant from the DSP's clock to the kernel's. After a
+// failure the older instant stays.
 void ZylSoundTriggerAdapter::UpdateHotwordTimestamp() {
     if (hotword_timestamp_read_.exchange(true)) return;
     const int64_t dsp_time_ns = ReadHotwordTimestampFromDsp();
@@ -168,8 +166,7 @@ int64_t ZylSoundTriggerAdapter::ReadHotwordTimestampFromDsp() {
     return zyl_ticks_to_nanoseconds(query.ticks);
 }
 
-// How far the DSP's clock is ahead of the kernel's. It was started first, so an offset that is not
-// positive is no offset.
+// How far the DSP's clock is ahead of the kernel's. False unless it is ahead: it was started first.
 bool ZylSoundTriggerAdapter::ReadTimestampOffset(int64_t& offset) {
     File node(kClockNode, O_RDONLY);
     if (node.Open() != 0) {
