@@ -24,9 +24,8 @@ struct DumpsysInfo;
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 
 /**
- * A recognition event on its way to the framework, with all that its delivery needs. It owns what
- * it holds, so it can be delivered without the HAL's lock while the client that made it is being
- * changed or destroyed.
+ * A recognition event with all that its delivery needs. It owns what it holds, so it is delivered
+ * without the HAL's lock, whatever becomes of the client that made it.
  */
 class RecognitionCallback {
   public:
@@ -37,7 +36,7 @@ class RecognitionCallback {
 
     RecognitionCallback(int32_t handle, std::shared_ptr<Receiver> receiver, Event event);
 
-    /** Calls the framework; nothing to call it with, or nobody to call, is logged as a WARNING. */
+    /** Calls the framework. Without an event or a receiver it only logs a WARNING. */
     void Execute() const;
 
   private:
@@ -47,13 +46,12 @@ class RecognitionCallback {
 };
 
 /**
- * One sound model: its bytes and identity, the framework's callback, what the framework last asked
- * for, and what the DSP is doing for it. Either a model that the framework loaded, or the client
- * that the HAL makes for a capture without a detection, which has no model.
+ * A model that the framework loaded, with the framework's callback and last configuration; or the
+ * HAL's own client for a capture without a detection, which has no model.
  *
- * Owned by SoundTriggerHal, under whose lock everything here runs. A client never speaks to the DSP
- * by itself except to force a recognition and to read audio and its time stamp: all else is its
- * runtime state's.
+ * Owned by SoundTriggerHal; everything here runs under its lock. What the DSP is told of a model is
+ * its runtime state's business; the client itself only forces a recognition, and reads audio and
+ * the time stamp.
  */
 class SoundTriggerHalClient {
   public:
@@ -76,35 +74,27 @@ class SoundTriggerHalClient {
     SoundTriggerHalClient& operator=(const SoundTriggerHalClient&) = delete;
 
     /**
-     * Keeps the model: its identity, its callback and its bytes, which are read from the model's
-     * descriptor in one go. Fewer bytes than announced are accepted as they stand; the DSP decides
-     * whether they are a model.
+     * Keeps the model's identity, callback and bytes, which one read takes from its descriptor.
+     * Fewer bytes than announced will do: the DSP decides whether they are a model.
      *
-     * @return 0, or -EINVAL for a type other than KEYPHRASE and GENERIC, for a dataSize below 1 or
-     *         beyond what memory there is, and for a descriptor that cannot be read or has nothing
-     *         to read within a second.
+     * Returns 0; -EINVAL for a type other than KEYPHRASE and GENERIC, for a dataSize below 1 or
+     * beyond memory, and for a descriptor that cannot be read or has nothing to read for a second.
      */
     [[nodiscard]] int Initialize(const SoundModel& model,
                                  std::shared_ptr<ISoundTriggerHwCallback> callback);
 
-    /**
-     * The same for the model part. The phrases are not kept: the phrases of an event come from the
-     * configuration that recognition was started with.
-     */
+    /** The same for the model part. An event's phrases come from the configuration instead. */
     [[nodiscard]] int Initialize(const PhraseSoundModel& model,
                                  std::shared_ptr<ISoundTriggerHwCallback> callback);
 
     /** False, with the type left as it was, for a number above the known ones. */
     bool set_engine_type(EngineType type);
 
-    /**
-     * Installs the state that follows. Called by the state that it replaces and destroys, which
-     * must not touch itself afterwards.
-     */
+    /** Called by the state that this destroys, which must not touch itself afterwards. */
     void ChangeStateTo(std::unique_ptr<RuntimeStateBase> state);
 
-    // What the HAL asks of the runtime state: 0, or -EINVAL when the state forbids it or the DSP
-    // failed; then the state is as it was. To stop detecting means to go back to the loaded state.
+    // Requests to the runtime state. Each returns 0; or -EINVAL, with the state as it was, when the
+    // state refuses or the DSP fails.
     [[nodiscard]] int RequestUnloadModel();
     [[nodiscard]] int RequestLoadModel();
     [[nodiscard]] int RequestStartDetecting();
@@ -114,35 +104,26 @@ class SoundTriggerHalClient {
     [[nodiscard]] int RequestInternalForceRecognition();
 
     /**
-     * Has the DSP report a detection now.
-     *
-     * @return 0, also when a detection is already being processed; -EINVAL when nothing is being
-     *         detected; else the adapter's status. The runtime state stays.
+     * Has the DSP report a detection now. Returns 0, also while one is processed; -EINVAL in every
+     * other state but StartDetecting; else the adapter's status.
      */
     [[nodiscard]] int TriggerForceRecognition();
 
-    /** Back to ModelUnloaded without a word to the DSP, which has lost its models. */
+    /** Back to ModelUnloaded: the DSP has lost its models and is told nothing. */
     void ResetRuntimeState();
 
-    /**
-     * Makes the event of a detection: a phrase event for a keyphrase model, a generic one for a
-     * generic model, none for a client without a model.
-     */
+    /** Makes the event that belongs to the model's type; none for a client without a model. */
     RecognitionCallback PrepareCallback(const std::string& payload) const;
 
-    /**
-     * Makes the event and delivers it in one step. The HAL prepares under its lock and delivers
-     * without it; this is for a caller that has no lock to release.
-     */
+    /** Makes the event and delivers it: for a caller that has no lock to release in between. */
     void ExecuteCallback(const std::string& payload) const;
 
     RecognitionEvent CreateRecognitionEvent(const std::string& payload) const;
     PhraseRecognitionEvent CreatePhraseRecognitionEvent(const std::string& payload) const;
 
     /**
-     * Reads captured audio while in the state Buffering; see SoundTriggerAdapter::ReadDspBuffer for
-     * the arguments. A failed read is delivered as silence. Blocks for up to 128 ms, and 64 ms more
-     * after a failure.
+     * Reads captured audio, in the state Buffering only; see SoundTriggerAdapter::ReadDspBuffer. A
+     * failed read delivers silence. Blocks up to 128 ms, and 64 ms more after a failure.
      */
     [[nodiscard]] int ReadClientBuffer(char* buffer, unsigned int size, int channels);
 
@@ -155,15 +136,15 @@ class SoundTriggerHalClient {
     int32_t model_size() const { return model_size_; }
     const char* model_data() const { return model_data_.get(); }
 
-    // The HAL's notes about this client, which the HAL alone writes (the engine: Initialize, too).
+    // Written by the HAL alone, except the engine, which Initialize writes, too.
     int32_t handle_;
     int32_t io_handle_ = 0;  // The capture stream that the framework will read a detection from.
     EngineType engine_type_ = EngineType::Unknown;
     bool is_loaded_ = false;       // The framework has loaded this model, whatever the DSP holds.
     bool is_started_ = false;      // The framework has started recognition and not stopped it.
     bool is_aec_enabled_ = false;  // The eraser is on for this client.
-    bool is_internal_force_active_ = false;  // The HAL runs the engine for a capture of its own.
-    bool is_internal_client_ = false;        // Made by the HAL for that, not by the framework.
+    bool is_internal_force_active_ = false;  // Internal recognition runs on this client.
+    bool is_internal_client_ = false;        // Made for that by the HAL, not by the framework.
 
   private:
     struct FreeDeleter {
@@ -180,8 +161,7 @@ class SoundTriggerHalClient {
     SoundTriggerAdapter* const adapter_;
 
   public:
-    RecognitionConfig
-            recognition_config_;  // Of the last start. The HAL's to write, as those above.
+    RecognitionConfig recognition_config_;  // Of the last start; written by the HAL.
 };
 
 }  // namespace vendor::quarno::brindlecove::audio::hal::soundtrigger

@@ -11,9 +11,9 @@
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 
 /**
- * The event that is on its way from the control thread to the framework. The framework restarts a
- * HAL that delivers an event after the stop or unload of its model has returned, so both first drop
- * the event, and wait where that comes too late.
+ * The event that is on its way to the framework. The framework restarts a HAL that delivers an
+ * event after the stop or unload of its model has returned, so both drop it, and wait for it where
+ * that comes too late.
  *
  *   none --Begin()--> pending --Claim()--> the framework is being called --End()--> none
  *                        '--Drop()--> dropped --Claim()--> false --End()--> none

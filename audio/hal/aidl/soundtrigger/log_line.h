@@ -21,11 +21,9 @@ inline void WriteLogLine(::android::base::LogSeverity severity, const char* tag,
 }  // namespace vendor::quarno::brindlecove::audio::hal::soundtrigger
 
 /**
- * Writes what LOG(severity) << text writes, without the stream that LOG() makes for each line. Its
- * code and tables have long left the caches when a detection comes, and fetching them takes longer
- * than all else that the library does until the callback is called. For the lines that a detection,
- * a start or a stop waits for; elsewhere LOG() reads better. `text` is not evaluated for a line
- * that is not written.
+ * LOG(severity) << text without a stream, for the lines that a detection, a start or a stop waits
+ * for. The stream's code has left the caches by then, and fetching it takes longer than all else
+ * that the library does before the callback. `text` is evaluated only for a line that is written.
  */
 #define LOG_LINE(severity, text)                                                        \
     do {                                                                                \

@@ -2,7 +2,7 @@
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 
-/** What a PcmProcessor is set up for. */
+/** The audio that a PcmProcessor gets. */
 struct PcmConfig {
     int channels = 0;
     int sample_rate = 0;  // Hz.
@@ -16,7 +16,7 @@ class PcmProcessor {
   public:
     virtual ~PcmProcessor() = default;
 
-    /** False when the processor cannot work on such audio. */
+    /** False when it cannot work on such audio. */
     [[nodiscard]] virtual bool SetUp(const PcmConfig& config) = 0;
 
     /** Returns the frames left in `buffer`, at most `frames`. */

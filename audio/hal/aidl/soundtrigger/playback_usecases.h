@@ -33,10 +33,8 @@ class PlaybackUsecases {
     void SetRouting(const audio::router::RoutingGraph& graph);
 
     /**
-     * Takes over the tracks of a playback stream.
-     *
-     * @return How many of them are of a loud usage; none for a usecase that is not decided by its
-     *         tracks, of which nothing is kept.
+     * Takes over the tracks of a playback stream. Returns how many are of a loud usage; nothing,
+     * and keeps nothing, for a usecase that its tracks do not decide.
      */
     std::optional<int32_t> SetTracks(std::string_view usecase, const SourceMetadata& metadata);
 

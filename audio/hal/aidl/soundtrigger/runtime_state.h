@@ -25,12 +25,11 @@ bool IsInvalidClient(SoundTriggerHalClient* client);
 
 // clang-format off
 /**
- * A client's runtime state: decides which requests are allowed, carries them out in the DSP, and
- * when the DSP has done its part, replaces itself in the client by the state that follows.
+ * A client's runtime state: carries out the requests that it allows in the DSP, then replaces
+ * itself in the client by the state that follows.
  *
- * Each operation returns 0 (done) or 1 (refused by this state, or failed in the DSP). A failure is
- * logged and leaves the state as it is; what the DSP had already done is not undone. A request that
- * a state does not know is refused without a word.
+ * Each operation returns 0 (done) or 1. A failure in the DSP is logged and leaves the state as it
+ * is; what the DSP had already done is not undone. Other requests are refused without a word.
  *
  *                ToLoadState            ToDetecting               ToCallbackProcessing
  *  ModelUnloaded -----------> ModelLoaded ---------> StartDetecting -----------> CallbackProcessing
@@ -40,11 +39,10 @@ bool IsInvalidClient(SoundTriggerHalClient* client);
  *                                  v                              ToBuffering
  *                        InternalForceDetected -------------------------------------> Buffering
  *
- * From every state that has the DSP detect or capture, ToLoadState leads back to ModelLoaded and
- * ToUnloadState to ModelUnloaded; from CallbackProcessing and Buffering, ToDetecting leads back to
- * StartDetecting.
+ * Wherever the DSP detects or captures, ToLoadState leads back to ModelLoaded and ToUnloadState to
+ * ModelUnloaded; from CallbackProcessing and Buffering, ToDetecting leads back to StartDetecting.
  *
- * No lock of its own: runs under the HAL's.
+ * Runs under the HAL's lock.
  */
 // clang-format on
 class RuntimeStateBase {
@@ -66,8 +64,7 @@ class RuntimeStateBase {
     RuntimeStateBase(RuntimeState state, SoundTriggerAdapter* adapter)
         : state_(state), adapter_(adapter) {}
 
-    // What several states do. Each looks at the client first, and after one that changed the state
-    // this object is gone.
+    // Shared steps. Each checks the client first; a change of state destroys this object.
     template <typename State>
     int ChangeTo(SoundTriggerHalClient* client);
     int StopAndUnload(SoundTriggerHalClient* client);
@@ -78,7 +75,7 @@ class RuntimeStateBase {
     SoundTriggerAdapter* const adapter_;
 };
 
-/** The DSP holds no model: at first, after an unload, and whenever the DSP has lost its models. */
+/** The DSP holds no model: at first, after an unload, and after the DSP has lost its models. */
 class StateModelUnloaded final : public RuntimeStateBase {
   public:
     explicit StateModelUnloaded(SoundTriggerAdapter* adapter)
@@ -133,8 +130,8 @@ class StateBuffering final : public RuntimeStateBase {
 };
 
 /**
- * The HAL itself runs the hotword engine, for a capture without a detection; left when that capture
- * starts to read or ends. Only ever speaks to the hotword engine, whatever the client's.
+ * The hotword engine runs for a capture without a detection; left when that capture starts to read
+ * or ends.
  */
 class StateInternalForceDetected final : public RuntimeStateBase {
   public:

@@ -11,12 +11,9 @@ namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 inline constexpr std::chrono::milliseconds kBufferDuration{64};
 
 /**
- * What a capture stream gets in place of a read that failed: a full buffer of silence, not faster
- * than audio would come. A read that timed out has already taken twice that time.
- *
- * @param result  The failed read's negative errno.
- * @param size    Bytes of `buffer`, all of them set to 0.
- * @return `size`, as if all had been read. Blocks for 64 ms unless the read timed out.
+ * Fills `size` bytes of `buffer` in place of a read that failed with `result`, a negative errno.
+ * Returns `size`, as if that had been read. Blocks for 64 ms, so that silence comes no faster than
+ * audio; a read that timed out has taken that time already.
  */
 inline int DeliverSilence(int result, char* buffer, unsigned int size) {
     std::memset(buffer, 0, size);

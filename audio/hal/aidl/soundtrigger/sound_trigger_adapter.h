@@ -61,18 +61,15 @@ inline std::string toString(TuningType type) {
 }
 
 /**
- * The one seam between the HAL and the DSP. Everything above it speaks of engines, models and
- * switches; command ids and device nodes are known only below it.
+ * The DSP as the HAL sees it: engines, models and switches. Command ids and device nodes are known
+ * only below this interface.
  *
- * An engine argument is the number of an EngineType: 1 hotword, 2 ambient music, 3 ambient music
- * break. Any other value is refused with -EINVAL.
+ * An engine is the number of an EngineType from 1 to 3; any other is refused with -EINVAL. A status
+ * is 0, a negative errno, or a failure status of the DSP's command channel as it came.
  *
- * A status is 0 on success, a negative errno, or a failure status of the DSP's command channel,
- * passed through as it came. Callers treat everything but 0 as failure.
- *
- * The HAL makes its calls with its lock held, from whatever thread, except GetLibraryArchitecture,
- * ReadDspBuffer and ReadDspTimestamp, which run beside the others and each other, and those that
- * reset the DSP before there is another thread.
+ * The HAL calls with its lock held, from any thread. GetLibraryArchitecture, ReadDspBuffer and
+ * ReadDspTimestamp run beside the others and each other. The reset in Initialize runs without it,
+ * before there is another thread.
  */
 class SoundTriggerAdapter {
   public:
@@ -81,10 +78,7 @@ class SoundTriggerAdapter {
     /** Asks the DSP; empty when the query fails. */
     virtual std::optional<LibraryArchitecture> GetLibraryArchitecture() = 0;
 
-    /**
-     * Moves a model of `size` bytes into the DSP and has the DSP load it. Success means that the
-     * DSP has acknowledged the load.
-     */
+    /** Moves a model of `size` bytes into the DSP. 0 when the DSP has acknowledged its load. */
     [[nodiscard]] virtual int LoadSoundModelToDsp(int engine_type, int size, const char* data) = 0;
 
     [[nodiscard]] virtual int StartDetectionInDsp(int engine_type) = 0;
@@ -97,14 +91,13 @@ class SoundTriggerAdapter {
     /**
      * Reads captured audio as 16-bit PCM.
      *
-     * @param buffer    Room for at least 2048 bytes whatever `size` says: where the audio has to be
-     *                  converted (one hotword channel, or ambient music), 1024 samples are always
-     *                  written.
+     * @param buffer    Room for 2048 bytes whatever `size` says: one hotword channel and ambient
+     *                  music are converted, always 1024 samples.
      * @param size      Wanted, in bytes. Hotword: at most 4096 for two channels and 2048 for one.
      *                  Ambient: at most 2049; an odd last byte is not delivered.
      * @param channels  1 or 2; ambient audio is always one channel.
-     * @return Bytes placed in `buffer`, or a negative errno: -EINVAL for a bad engine or size,
-     *         -ETIMEDOUT when no more audio came for 128 ms, else what the device failed with.
+     * @return Bytes placed in `buffer`; -EINVAL for a bad engine or size, -ETIMEDOUT when no more
+     *         audio came for 128 ms, else the device's negative errno.
      */
     [[nodiscard]] virtual int ReadDspBuffer(int engine_type, char* buffer, unsigned int size,
                                             int channels) = 0;
@@ -115,11 +108,11 @@ class SoundTriggerAdapter {
     /**
      * Takes one detection record, once the descriptor is readable.
      *
-     * @param engine_type  The engine that detected, 0 for an unknown record. Left alone where there
-     *                     was no whole record.
-     * @param payload      The record's text. Left alone where the record has none.
-     * @return 0, also for an unknown or short record; a negative errno; -EINVAL when no descriptor
-     *         has been asked for.
+     * @param engine_type  The engine that detected, 0 for an unknown record; left alone without a
+     *                     whole record.
+     * @param payload      The record's text; left alone when it has none.
+     * @return 0, also for an unknown or short record; a negative errno; -EINVAL before
+     *         GetNotificationFileDescriptor.
      */
     [[nodiscard]] virtual int ReadDspNotification(int* engine_type, std::string& payload) = 0;
 
@@ -140,8 +133,8 @@ class SoundTriggerAdapter {
     [[nodiscard]] virtual int SetupNeuralAecInDsp(bool enable) = 0;
 
     /**
-     * The instant of the latest hotword in nanoseconds of kernel boot time, -1 before the first.
-     * It is known once the first audio of that hotword has been read. 0 for the other engines.
+     * The instant of the latest hotword in nanoseconds of kernel boot time, known once its first
+     * audio has been read; -1 before the first hotword. 0 for the other engines.
      */
     [[nodiscard]] virtual int64_t ReadDspTimestamp(int engine_type) = 0;
 };

@@ -37,7 +37,7 @@ constexpr int kMaxChannels = INT_MAX / kBytesPerSample;
 // The DSP's reader writes this much where it converts audio, however little was asked for.
 constexpr unsigned int kLeastReadBytes = 2048;
 
-// Sticks at the largest number: a stream of many hours must not get a position in the past.
+// Both stop at the largest number: the position of a long stream must not wrap into the past.
 int64_t SaturatingAdd(int64_t a, int64_t b) {
     int64_t sum = 0;
     return __builtin_add_overflow(a, b, &sum) ? std::numeric_limits<int64_t>::max() : sum;
@@ -131,7 +131,7 @@ int SoundTriggerDriverOperations::Read(unsigned char* buffer, int size) {
         return result;
     }
     if (result == -ENODEV) {
-        // The DSP has gone and will be back: until then the stream runs on silence.
+        // Until the DSP is back the stream runs on silence.
         return DeliverSilence(result, reinterpret_cast<char*>(buffer),
                               static_cast<unsigned int>(wanted));
     }
@@ -158,8 +158,7 @@ void SoundTriggerDriverOperations::AdvancePosition(int64_t frames) {
     if (timestamp_ns_ == 0) {
         timestamp_ns_ = hotword_ns;
     } else {
-        // The cumulative count, on every read: the framework's position reports are calibrated to
-        // advance so.
+        // On purpose the cumulative count: the framework's positions are calibrated to it.
         timestamp_ns_ = SaturatingAdd(timestamp_ns_, SaturatingMultiply(total, kFrameDurationNs));
     }
 }
@@ -181,7 +180,7 @@ int SoundTriggerDriverOperations::GetBulkSize() const {
 }
 
 int SoundTriggerDriverOperations::GetFrameSize() const {
-    // Without a sign while it is multiplied: the count is the audio HAL's word.
+    // Unsigned: the audio HAL's count may be anything, and must not overflow.
     return static_cast<int>(static_cast<unsigned int>(channel_count_) * kBytesPerSample);
 }
 
@@ -213,7 +212,7 @@ void SoundTriggerDriverOperations::Dump(const DumpsysInfo& info) {
     const DumpsysInfo nested = utils::dumpsys::Nested(info);
     Dumpsys(nested, kTag) << "Io handle: " << io_handle_;
     Dumpsys(nested, kTag) << "Channel count: " << channel_count_;
-    // Frames under a label that says bytes: tools that read dumps know the line by that label.
+    // Frames, though the label says bytes: tools that read dumps know the label.
     Dumpsys(nested, kTag) << "Total transmit bytes: " << total_transmit_frames_.load();
     Dumpsys(nested, kTag) << "Is internal force: " << is_internal_force_;
 }

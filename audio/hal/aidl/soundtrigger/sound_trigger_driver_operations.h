@@ -16,14 +16,13 @@ namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 class SoundTriggerHal;
 
 /**
- * The driver behind one capture stream of the audio HAL: delivers the audio that the DSP kept
- * around a detection, or, for an internal forced stream, what it hears from now on.
+ * The driver behind a capture stream of the audio HAL: delivers the audio that the DSP kept around
+ * a detection, or, to an internal forced stream, what it hears from now on.
  *
  *   built --Start()--> bound to a detection --Read()...--> --Stop()--> gone
  *
- * Read, Stop, GetPosition, the processor's two operations and the destructor take this object's
- * lock, and the HAL's inside it; Start and Dump take none of this object's. The HAL must outlive
- * it.
+ * Read, Stop, GetPosition and the destructor take this object's lock, and the HAL's inside it;
+ * Start takes only the HAL's. The HAL must outlive this object.
  */
 class SOUND_TRIGGER_EXPORT SoundTriggerDriverOperations {
   public:
@@ -31,8 +30,8 @@ class SOUND_TRIGGER_EXPORT SoundTriggerDriverOperations {
                                  bool is_internal_force);
 
     /**
-     * An internal forced stream ends whichever internal recognition is running, its successor's,
-     * too: destroy it before the next one is built.
+     * An internal forced stream ends whichever internal recognition runs, its successor's, too:
+     * destroy it before the next one is built.
      */
     virtual ~SoundTriggerDriverOperations();
 
@@ -51,29 +50,26 @@ class SOUND_TRIGGER_EXPORT SoundTriggerDriverOperations {
     virtual int Write(unsigned char* buffer, int size);
 
     /**
-     * Reads captured audio, 16-bit at 16 kHz. Blocks until all of it is there, or until none has
-     * come for 128 ms, and 64 ms more where the DSP fails otherwise; see
-     * SoundTriggerHal::ReadBuffer for the first read of a hotword.
+     * Reads captured audio, 16-bit at 16 kHz; a stream of more than 2 channels gets what one of 2
+     * does. Blocks as SoundTriggerHal::ReadBuffer does, and 64 ms while the DSP is offline.
      *
-     * @param buffer  Room for `size` bytes; nothing is written beyond them.
+     * @param buffer  Nothing is written beyond `size` bytes.
      * @param size    In bytes. A negative one counts as positive.
-     * @return Bytes delivered: silence where the DSP fails or has gone. -ENODEV without a HAL;
-     *         -EINVAL for a null buffer, for INT_MIN, or when the stream has no channel or more
-     *         than can be counted. One of more than 2 gets what one of 2 does.
+     * @return Bytes delivered: silence when the DSP fails or is offline. -ENODEV without a HAL;
+     *         -EINVAL for a null buffer, for INT_MIN, and for a channel count below 1 or too large.
      */
     virtual int Read(unsigned char* buffer, int size) EXCLUDES(lock_);
 
     /**
      * @param frames   Delivered so far.
-     * @param time_ns  Kernel boot time derived from the hotword's instant, or, while that is not
-     *                 known, the steady clock's time now.
-     *                 An internal forced stream that reads before the control thread has seen the
-     *                 DSP's record is dated as the hotword before it.
+     * @param time_ns  Derived from the hotword's instant, in kernel boot time; the steady clock's
+     *                 time now while the instant is not known. An internal forced stream that reads
+     *                 before the control thread has the DSP's record gets the hotword before it.
      * @return False, with the arguments left alone, without a HAL.
      */
     virtual bool GetPosition(long& frames, long& time_ns) EXCLUDES(lock_);
 
-    /** Frames that one read should ask for: 1024, 64 ms. */
+    /** Frames that one read should ask for: 1024, which last 64 ms. */
     virtual int GetBulkSize() const;
 
     /** Bytes of one frame. */
@@ -96,22 +92,17 @@ class SOUND_TRIGGER_EXPORT SoundTriggerDriverOperations {
     SoundTriggerHal* const hal_;
     const int io_handle_;
     const int channel_count_;
-    // Atomic although only written under `lock_`: Start and Dump do not take it.
-    std::atomic<int64_t> total_transmit_frames_{0};
+    std::atomic<int64_t> total_transmit_frames_{0};  // Dump reads it without `lock_`.
     int64_t timestamp_ns_ GUARDED_BY(lock_) = 0;
     const bool is_internal_force_;
     std::unique_ptr<PcmProcessor> pcm_processor_ GUARDED_BY(lock_);
-    std::atomic<int> engine_type_{-1};
+    std::atomic<int> engine_type_{-1};  // Start writes it without `lock_`.
 };
 
 /** Makes the driver of a stream that the audio HAL opens. */
 class SOUND_TRIGGER_EXPORT SoundTriggerDriverOperationsBuilder {
   public:
-    /**
-     * Starts the internal recognition of an internal forced stream first.
-     *
-     * @return Null when that is refused.
-     */
+    /** Starts internal recognition first for an internal forced stream; null when that fails. */
     std::unique_ptr<SoundTriggerDriverOperations> Build();
 
     SoundTriggerHal* hal = nullptr;

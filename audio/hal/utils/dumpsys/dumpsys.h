@@ -20,16 +20,14 @@ namespace vendor::quarno::brindlecove::audio::hal::utils::dumpsys {
 
 namespace internal {
 
-// One write() that a vanished reader cannot end the process with: where a pipe or socket has no
-// reader, the write fails with EPIPE and no SIGPIPE. Returns what write() returns.
+// write() without a SIGPIPE: a pipe or socket whose reader has gone must not end the process.
 inline ssize_t WriteWithoutSigpipe(int fd, const char* data, size_t count) {
     sigset_t sigpipe;
     sigset_t previous;
     sigset_t pending;
     sigemptyset(&sigpipe);
     sigaddset(&sigpipe, SIGPIPE);
-    // One that was pending before is somebody else's and stays.
-    sigemptyset(&pending);
+    sigemptyset(&pending);  // A signal that is pending before the write is somebody else's.
     (void)sigpending(&pending);
     const bool was_pending = sigismember(&pending, SIGPIPE) == 1;
     if (pthread_sigmask(SIG_BLOCK, &sigpipe, &previous) != 0) return -1;
@@ -45,8 +43,7 @@ inline ssize_t WriteWithoutSigpipe(int fd, const char* data, size_t count) {
     return written;
 }
 
-// Unbuffered: what is put in one go leaves in one write(). Errors are swallowed, since a dump never
-// fails towards its caller.
+// What is put in one go leaves in one write(). Errors are swallowed: a dump never fails.
 class FileDescriptorStreamBuffer : public std::streambuf {
   public:
     explicit FileDescriptorStreamBuffer(int32_t descriptor = -1) : fd(descriptor) {}
@@ -67,7 +64,7 @@ class FileDescriptorStreamBuffer : public std::streambuf {
     }
 };
 
-// Takes everything and keeps nothing. Has no state, so one serves all threads.
+// Discards everything. Without state, so one serves all threads.
 class NullStreamBuffer : public std::streambuf {
   public:
     static NullStreamBuffer* Shared() {
@@ -84,11 +81,8 @@ class NullStreamBuffer : public std::streambuf {
 }  // namespace internal
 
 /**
- * One dump request: where the output goes, how far its lines are indented, and which objects are
- * asked for. An object that dumps another one below itself copies the request and raises the copy's
- * indentation.
- *
- * A copy writes to the descriptor of the request that it was copied from, which must outlive it.
+ * A dump request: where the output goes, the indentation, and which objects are asked for. A copy
+ * writes to the descriptor of the request that it was copied from, which must outlive it.
  */
 struct DumpsysInfo {
     /** A request as the service receives it. `descriptor` stays the caller's. */
@@ -107,7 +101,7 @@ struct DumpsysInfo {
     std::vector<std::string_view> args;
 };
 
-/** A copy of `info` for lines one level below it. */
+/** A copy of `info` for the objects below this one, two columns deeper. */
 inline DumpsysInfo Nested(const DumpsysInfo& info) {
     constexpr int32_t kColumns = 2;
     DumpsysInfo nested(info);
@@ -120,13 +114,12 @@ inline constexpr std::string_view kIndentationString =
 static_assert(kIndentationString.size() == 44, "lines are indented by at most 44 blanks");
 
 /**
- * Writes one line: indentation on construction, then whatever is inserted, then, on destruction, a
- * newline and the whole line in one write, so that the lines of concurrent dumps do not mix.
- * Belongs to the thread that makes it.
+ * One line of a dump, written by one write() on destruction, so that the lines of concurrent dumps
+ * do not mix. Belongs to the thread that makes it.
  */
 class Dumpsys {
   public:
-    /** `tag` is the log tag of the object that dumps; the request's arguments select by it. */
+    /** `tag` is the log tag of the dumped object; the request's arguments select by it. */
     Dumpsys(const DumpsysInfo& info, std::string_view tag) : output_(GetStreamBuffer(info, tag)) {
         const auto blanks = static_cast<size_t>(std::max(info.indentation, 0));
         line_ << kIndentationString.substr(0, blanks);
@@ -152,10 +145,7 @@ class Dumpsys {
         return *this;
     }
 
-    /**
-     * The buffer that a line with `tag` goes to: the request's, or one that discards when the
-     * request names tags and none of them is the beginning of this one.
-     */
+    /** Where a line goes; discarded when the request has arguments and `tag` begins with none. */
     static std::streambuf* GetStreamBuffer(const DumpsysInfo& info, std::string_view tag) {
         if (info.args.empty() || tag.empty()) return info.stream_buffer;
         const bool selected =

@@ -6,9 +6,8 @@ namespace vendor::quarno::brindlecove::audio::hal::soundtrigger::zyl {
 
 namespace {
 
-// A load and a store, not one step: commands are built outside the command lock, and two that are
-// built at once may get the same number. The DSP does not mind, and a bus-locked increment is
-// saved.
+// Not one atomic step: two commands that are built at once may get the same number, which the DSP
+// does not mind, and a bus-locked increment is saved.
 uint32_t NextCommandNumber() {
     static std::atomic<uint32_t> counter{0};
     const uint32_t number = counter.load(std::memory_order_relaxed);

@@ -18,7 +18,7 @@ constexpr int kDefaultMode = 0;
 constexpr int kDockedMode = 86;
 constexpr auto kBlockType = TamberloConfigParser::Type::kSoundTrigger;
 
-// Beyond this it is no tuning file but a mistake (a folder says it is LONG_MAX bytes long).
+// A larger one is a mistake: a folder, for example, says that it has LONG_MAX bytes.
 constexpr long kMaxFileBytes = 16L * 1024 * 1024;
 
 struct FileCloser {
@@ -62,7 +62,7 @@ ZylSoundTriggerTuningManager::ZylSoundTriggerTuningManager(std::string_view file
             LOG(WARNING) << "ZylSoundTriggerTuningManager: incorrect version of tuning file";
         }
     }
-    // Also after a short read: there was a file, so it is not "missing" that types are reported as.
+    // Also after a short read: the file is not missing.
     is_loaded_ = true;
 }
 

@@ -11,11 +11,9 @@
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger::zyl {
 
 /**
- * The DSP's gains and timings, from the tuning file on the vendor partition. The file is read once,
- * by the constructor; one that appears or changes later counts after a restart of the HAL.
- *
- * A file that is missing or not understood is no failure: there is nothing, or less, to send then.
- * Immutable after construction, so safe from any thread.
+ * The DSP's gains and timings, from the tuning file, which the constructor reads once. Of a file
+ * that is missing or malformed there is nothing, or less, to send. Immutable, so safe from any
+ * thread.
  */
 class ZylSoundTriggerTuningManager {
   public:
@@ -27,8 +25,8 @@ class ZylSoundTriggerTuningManager {
     ZylSoundTriggerTuningManager& operator=(const ZylSoundTriggerTuningManager&) = delete;
 
     /**
-     * The parameter blocks of a TuningType, in the order in which they are to be sent; none for a
-     * type that the file does not know. Their bytes stay this object's.
+     * The parameter blocks of a TuningType in the order to send them; none for a type that the file
+     * does not have. Their bytes stay this object's.
      */
     std::vector<TuningBlock> GetTuningData(int tuning_type) const;
 

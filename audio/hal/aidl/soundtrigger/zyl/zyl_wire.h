@@ -6,11 +6,9 @@
 #include <cstdint>
 #include <type_traits>
 
-// What passes between the application processor and the DSP: device nodes, command ids, the bytes
-// of every command, reply and detection record. This header is the whole of the contract; the
-// adapter on the one side and a DSP (real or virtual) on the other share nothing else.
-//
-// All multi-byte fields are little-endian, as both ends are.
+// What passes between the application processor and the DSP, real or virtual: device nodes, command
+// ids, the bytes of every command, reply and detection record. The two sides share nothing else.
+// Multi-byte fields are little-endian, as both ends are.
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger::zyl {
 
 static_assert(std::endian::native == std::endian::little, "fields are copied, not byte-swapped");
@@ -26,8 +24,8 @@ inline constexpr char kClockNode[] =
         "/sys/devices/platform/17000000.zyl/zyl_clock_and_kernel_boottime";
 inline constexpr char kTuningFile[] = "/vendor/etc/zyl/smartfeature.qstf";
 
-// A model travels through kModelDataDevice in pieces of this size (the last one may be shorter),
-// each followed by a write-model command that says where the piece belongs.
+// A model goes through kModelDataDevice in pieces of this size, the last one shorter, each followed
+// by a write-model command that says where the piece belongs.
 inline constexpr int kModelChunkBytes = 16384;
 
 // Both engines listen at this rate. Hotword audio is 16-bit PCM, two interleaved channels; ambient
@@ -87,8 +85,8 @@ inline constexpr uint16_t kAmbientMusicBreakDetected = 286;
 inline constexpr uint32_t kReferenceSourceOff = 0;
 inline constexpr uint32_t kReferenceSourceDock = 2;
 
-// Every command begins with these bytes, and so does its reply: the DSP answers with as many bytes
-// as it was sent, the same header, and its answer in place of the payload.
+// Begins every command and its reply, which has as many bytes, the same header, and the DSP's
+// answer in place of the payload.
 struct CommandHeader {
     uint8_t reserved0;   // 0.
     uint8_t sequence;    // Low byte of the process-wide command counter; repeats are harmless.
