@@ -77,12 +77,12 @@ class Fixture::Callback
 
 Fixture::Fixture() : callback_(ndk::SharedRefBase::make<Callback>(&arrival_)) {
     android::base::SetLogger([](auto&&...) { log_lines.fetch_add(1, std::memory_order_relaxed); });
-    std::string error;
-    board_ = virtual_dsp::Board::Create({}, &error);
-    if (board_ == nullptr) {
-        (void)std::fprintf(stderr, "bench: %s\n", error.c_str());
+    auto board = virtual_dsp::Board::Create({});
+    if (!board.ok()) {
+        (void)std::fprintf(stderr, "bench: %s\n", board.error().c_str());
         std::exit(1);
     }
+    board_ = std::move(*board);
     board_->SetTuningFile(virtual_dsp::ExampleTuningFile());
     hal_ = soundtrigger::SoundTriggerHalBuilder::BuildSoundTriggerHal();
     (void)hal_->Initialize();

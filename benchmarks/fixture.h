@@ -27,11 +27,13 @@ constexpr size_t kKiB = 1024;
 constexpr size_t kMiB = 1024 * kKiB;
 constexpr size_t kBulkBytes = 4096;  // 1024 frames of two 16-bit channels.
 
-// Notes when it is entered, which is what the HAL's callback and the bare loop are compared by.
+// Notes the time at which a detection arrives, in the HAL's callback and in the bare loop. The two
+// are compared by these times.
 class Arrival {
   public:
     void Mark();
-    // When the next one came that nobody has waited for yet.
+    // Waits for the next Mark() and returns its time. A Mark() that came before counts, too, if
+    // nobody has waited for it.
     int64_t Wait();
 
   private:
@@ -55,7 +57,7 @@ class Fixture {
     // The model as the framework hands it over, in a descriptor of its own.
     ::aidl::android::media::soundtrigger::SoundModel Prepare(virtual_dsp::Engine engine,
                                                              const std::vector<uint8_t>& model);
-    // Makes the bytes readable once more.
+    // Rewinds the model's descriptor, so that the bytes can be read again.
     static void Rewind(const ::aidl::android::media::soundtrigger::SoundModel& model);
     int Load(const ::aidl::android::media::soundtrigger::SoundModel& model);
     int Load(virtual_dsp::Engine engine, const std::vector<uint8_t>& model) {
@@ -64,15 +66,15 @@ class Fixture {
     void Unload(int handle);
     void Start(int handle, int io_handle);
     void Stop(int handle);
-    // Loads a model, starts it, has it detect, and binds a capture to the detection, whose audio
-    // every HearBulk() then makes longer by one bulk. Returns the engine type to read with.
+    // Loads a model, starts it, makes it detect, and binds a capture to the detection. Every
+    // HearBulk() then adds one bulk to the captured audio. Returns the engine type to read with.
     int BeginCapture(virtual_dsp::Engine engine);
-    // 1024 frames into the microphones.
+    // Feeds 1024 frames into the microphones.
     void HearBulk();
-    // A command that the DSP gets by itself, without its node.
+    // Gives the DSP a command directly, not through its node.
     void TellDsp(uint16_t id);
 
-    // The platform's default level with a sink that only counts, or nothing at all.
+    // On: the platform's default level, with a sink that only counts. Off: no logging.
     static void SetLogging(bool on);
 
   private:
@@ -86,9 +88,9 @@ class Fixture {
     int models_ = 0;
 };
 
-// The bare counterpart of the control thread: waits in select for a pipe and, while it is told to
-// watch, for the notification node, which it opens and closes as it is told. Reads the record,
-// calls.
+// The bare counterpart of the control thread. Waits in select for a pipe and, between Watch(true)
+// and Watch(false), for the notification node, which it opens and closes at these calls. Reads the
+// record, then marks the arrival.
 class BareListener {
   public:
     static constexpr char kThreadName[] = "BareListener";
@@ -96,7 +98,7 @@ class BareListener {
     explicit BareListener(Arrival* arrival);
     ~BareListener();
 
-    // One word through the pipe.
+    // Sends one word through the pipe.
     void Watch(bool on);
 
   private:
@@ -107,15 +109,15 @@ class BareListener {
     int pipe_[2] = {-1, -1};
     std::atomic<bool> is_watching_{false};
     std::atomic<bool> is_stopped_{false};
-    int node_ = -1;  // The thread's.
+    int node_ = -1;  // Only the thread uses it.
     std::thread thread_;
 };
 
 /**
- * For as long as it lives, the threads that are woken, the library's and the bare one, have the
- * second processor to themselves, and all others the first. Left alone, the kernel places them anew
- * again and again, and which of two loops gets the better places decides on half of its time.
- * Without a second processor it does nothing.
+ * While it lives, the threads that are woken (the library's and the bare one) have the second
+ * processor to themselves, and all other threads have the first. Otherwise the kernel moves threads
+ * again and again, and half of a loop's time depends on where its threads run. Without a second
+ * processor it does nothing.
  */
 class PinnedThreads {
   public:

@@ -2,6 +2,8 @@
 
 #include <malloc.h>
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdio>
@@ -132,15 +134,6 @@ int Digits(const Row& row) {
     return row.value < 100 ? 2 : 1;
 }
 
-std::string Quoted(const std::string& text) {
-    std::string quoted = "\"";
-    for (const char c : text) {
-        if (c == '"' || c == '\\') quoted += '\\';
-        quoted += c;
-    }
-    return quoted + '"';
-}
-
 }  // namespace
 
 void PrintTable(const std::vector<Row>& rows, std::ostream& out) {
@@ -162,17 +155,24 @@ void PrintTable(const std::vector<Row>& rows, std::ostream& out) {
 }
 
 void PrintJson(const std::vector<Row>& rows, std::ostream& out) {
-    out << "[\n";
+    auto figures = nlohmann::ordered_json::array();
     for (const Row& row : rows) {
-        out << "  {\"what\": " << Quoted(row.what) << ", \"bare\": " << Quoted(row.bare)
-            << ", \"logging\": " << Quoted(row.logging) << ", \"unit\": " << Quoted(row.unit)
-            << ", \"value\": " << row.value << ", \"p99\": " << row.p99
-            << ", \"bare_value\": " << row.bare_value << ", \"bare_p99\": " << row.bare_p99;
-        if (row.ratio) out << ", \"ratio\": " << *row.ratio;
-        if (row.goal) out << ", \"goal\": " << *row.goal << ", \"missed\": " << row.IsMissed();
-        out << ", \"note\": " << Quoted(row.note) << (&row == &rows.back() ? "}\n" : "},\n");
+        auto& figure = figures.emplace_back(nlohmann::ordered_json{{"what", row.what},
+                                                                   {"bare", row.bare},
+                                                                   {"logging", row.logging},
+                                                                   {"unit", row.unit},
+                                                                   {"value", row.value},
+                                                                   {"p99", row.p99},
+                                                                   {"bare_value", row.bare_value},
+                                                                   {"bare_p99", row.bare_p99}});
+        if (row.ratio) figure["ratio"] = *row.ratio;
+        if (row.goal) {
+            figure["goal"] = *row.goal;
+            figure["missed"] = row.IsMissed();
+        }
+        figure["note"] = row.note;
     }
-    out << "]\n";
+    out << figures.dump(2) << '\n';
 }
 
 }  // namespace bench

@@ -8,12 +8,12 @@
 #include <vector>
 
 // Measuring the library against a bare loop of the same system calls. Both run in the same process,
-// in turns, so that whatever else the machine does hits both alike; what is judged is their ratio.
+// in turns, so that other work on the machine affects both alike. Their ratio is judged.
 namespace bench {
 
 int64_t NowNs();  // CLOCK_MONOTONIC.
 
-// Durations of one thing done many times, in nanoseconds.
+// Durations of one operation that is done many times, in nanoseconds.
 class Samples {
   public:
     void Add(int64_t ns) { values_.push_back(ns); }
@@ -30,7 +30,7 @@ class Samples {
 // One line of the table.
 struct Row {
     std::string what;
-    std::string bare;     // What the ratio is to.
+    std::string bare;     // What the library is compared with.
     std::string logging;  // "default", "off", or empty where it makes no difference.
     std::string unit;     // "us" for times.
     double value = 0;     // The library's: median, or the figure itself.
@@ -44,26 +44,26 @@ struct Row {
     bool IsMissed() const;
 };
 
-// Returns the duration of one round in nanoseconds, or does the round and is timed by the caller.
+// Does one round and returns its duration in nanoseconds.
 using Round = std::function<int64_t()>;
 
-// Runs `library` and `bare` in turns, `rounds` times each, the order of the two changing every
-// time, after a tenth of that as warm-up.
+// Runs `library` and `bare` in turns, `rounds` times each, after a tenth of that as warm-up. The
+// order of the two changes every time.
 Row Compare(std::string what, std::string bare_name, int rounds, const Round& library,
             const Round& bare, std::optional<double> goal);
 
-// Times `work`.
+// A round that does `work` and times it.
 Round Timed(std::function<void()> work);
 
 void PrintTable(const std::vector<Row>& rows, std::ostream& out);
 void PrintJson(const std::vector<Row>& rows, std::ostream& out);
 
-// Heap allocations that this thread has made so far (malloc and all that is built on it). Others do
-// not count: the board serves its nodes from this very process.
+// Heap allocations that this thread has made so far (malloc and all that is built on it). Other
+// threads do not count, because the board serves its nodes from the same process.
 uint64_t Allocations();
 
-// Bytes of the heap that this thread has taken and not given back, in blocks as the C library
-// rounds them.
+// Bytes of the heap that this thread has taken and not given back, in the C library's rounded
+// blocks.
 int64_t HeldBytes();
 
 }  // namespace bench

@@ -12,7 +12,7 @@
 namespace bench {
 
 struct Options {
-    double scale = 1;  // Of the numbers of rounds.
+    double scale = 1;  // Multiplies the numbers of rounds.
     double idle_seconds = 30;
     std::string json_file;
     std::string library_file;
@@ -20,26 +20,27 @@ struct Options {
     int Rounds(int full) const { return std::max(10, static_cast<int>(full * scale)); }
 };
 
-// Long enough for a thread that was told to wait to be waiting, and for one that was told to close
-// the notification node to have closed it: a record goes to whoever reads first.
+// Gives the threads time. One that was told to wait is waiting afterwards; one that was told to
+// close the notification node has closed it. This matters because a record goes to the first
+// reader.
 inline void Settle() {
     std::this_thread::sleep_for(std::chrono::milliseconds(3));
 }
 
-// What the DSP has to tell: detections and captured audio.
+// From the DSP: detections and captured audio.
 Row Detection(const Options& options);
 std::vector<Row> ReadBuffer(const Options& options);
 Row ReadBufferBesideALoad(const Options& options);
 
-// What is asked of the DSP.
+// To the DSP: models and commands.
 std::vector<Row> LoadModel(const Options& options);
 std::vector<Row> StartStop(const Options& options);
 Row OnlineReport(const Options& options);
-// Two bare loops against each other: what a ratio is worth on this machine at this time.
+// Compares two bare loops. The result shows how exact a ratio is on this machine at this time.
 Row Noise(const Options& options);
 
 std::vector<Row> Mulaw(const Options& options);
-// The way that the library writes the lines of a detection, and the usual one.
+// Compares the library's way of writing the lines of a detection with the usual one.
 Row LogLines(const Options& options);
 
 // What is counted, not timed.

@@ -76,9 +76,9 @@ bool Trace(const std::string& trace_file) {
 
 void StartUp() {
     Fixture::SetLogging(false);
-    std::string error;
-    const auto board = virtual_dsp::Board::Create({}, &error);
-    if (board == nullptr) std::exit(1);
+    const auto created = virtual_dsp::Board::Create({});
+    if (!created.ok()) std::exit(1);
+    virtual_dsp::Board* const board = created->get();
     board->SetTuningFile(virtual_dsp::ExampleTuningFile());
     (void)getppid();
     const auto hal = soundtrigger::SoundTriggerHalBuilder::BuildSoundTriggerHal();

@@ -1,5 +1,5 @@
-// The clock node's text, by which the instant of a hotword is moved from the DSP's clock to the
-// kernel's. Each turn is a detection: the DSP's instant, how the node fares, and its text.
+// The clock node's text, by which the timestamp of a hotword is moved from the DSP's clock to the
+// kernel's. Each turn is a detection: the DSP's timestamp, how the node fares, and its text.
 #include <array>
 #include <cerrno>
 #include <limits>
@@ -48,7 +48,7 @@ void Run(Input input) {
     const auto adapter = MakeAdapter();
     (void)adapter->GetNotificationFileDescriptor();
 
-    for (int64_t instant = -1; !input.empty();) {
+    for (int64_t timestamp = -1; !input.empty();) {
         hotword_ticks = input.Take<uint64_t>();
         const auto fate = input.Take<uint8_t>();
         const std::string text = input.TakeText();
@@ -62,18 +62,19 @@ void Run(Input input) {
         Require(adapter->ReadDspNotification(&engine, payload) == 0, "a detection is taken");
         Require(adapter->ReadDspBuffer(1, audio.data(), 4, 2) == 4, "audio is read all the same");
 
-        const int64_t before = std::exchange(instant, adapter->ReadDspTimestamp(1));
+        const int64_t before = std::exchange(timestamp, adapter->ReadDspTimestamp(1));
         // The node's numbers have no sign, and what is made of one is nobody's concern.
         if (text.find_first_of("+-") != std::string::npos) {
-            Require(instant == before || instant >= 1, "an instant is positive");
+            Require(timestamp == before || timestamp >= 1, "a timestamp is positive");
             continue;
         }
         const bool is_there = fate != kFailingOpen && fate != kFailingRead;
         const auto offset = is_there ? OffsetIn(text) : std::nullopt;
         const int64_t found = offset ? zyl_ticks_to_nanoseconds(hotword_ticks) - *offset : -1;
         const int64_t expected = found >= 1 ? found : before;
-        const bool is_refused = instant == before && text.size() > kLongestSoundText;
-        Require(instant == expected || is_refused, "the instant by the whole text, or as it was");
+        const bool is_refused = timestamp == before && text.size() > kLongestSoundText;
+        Require(timestamp == expected || is_refused,
+                "the timestamp by the whole text, or as it was");
     }
 }
 

@@ -129,10 +129,10 @@ void QueryTimestamp(Device* device) {
     int64_t expected = -1;
     if (device->HasAnswered()) {
         const uint64_t ticks = As<zyl::HotwordTimestampPayload>(device->delivered()).ticks;
-        const int64_t instant = utils::zyl::zyl_ticks_to_nanoseconds(ticks) - kOffset;
-        if (instant >= 1) expected = instant;
+        const int64_t timestamp = utils::zyl::zyl_ticks_to_nanoseconds(ticks) - kOffset;
+        if (timestamp >= 1) expected = timestamp;
     }
-    Require(adapter->ReadDspTimestamp(1) == expected, "the instant of the answer, or none");
+    Require(adapter->ReadDspTimestamp(1) == expected, "the timestamp of the answer, or none");
 }
 
 }  // namespace

@@ -67,14 +67,14 @@ Source MakeSource(uint8_t kind, uint16_t size) {
     return source;
 }
 
-// The DSP's side of a download: puts the pieces together, and refuses a command when told to.
+// The DSP's side of a download: puts the chunks together, and refuses a command when told to.
 class ModelDsp {
   public:
     explicit ModelDsp(ScriptedNodes* nodes) : commands_(nodes) {
-        (*nodes)[zyl::kModelDataDevice].write = [this](std::span<const uint8_t> piece) {
-            Require(piece.size() <= zyl::kModelChunkBytes, "a piece is no larger than agreed");
-            piece_.assign(piece.begin(), piece.end());
-            return static_cast<int>(piece.size());
+        (*nodes)[zyl::kModelDataDevice].write = [this](std::span<const uint8_t> chunk) {
+            Require(chunk.size() <= zyl::kModelChunkBytes, "a chunk is no larger than agreed");
+            chunk_.assign(chunk.begin(), chunk.end());
+            return static_cast<int>(chunk.size());
         };
         commands_.answer = [this](Bytes* command) {
             const bool is_accepted = refuse_after_-- != 0 && CarryOut(*command);
@@ -100,8 +100,8 @@ class ModelDsp {
             id == zyl::CMD_AUDIO_INPUT_AMBIENT_MUSIC_WRITE_MODEL) {
             const uint32_t offset = As<zyl::WriteModelPayload>(command).offset;
             if (has_refused_) return false;
-            Require(offset == staged_.size(), "pieces follow one another");
-            staged_.insert(staged_.end(), piece_.begin(), piece_.end());
+            Require(offset == staged_.size(), "chunks follow one another");
+            staged_.insert(staged_.end(), chunk_.begin(), chunk_.end());
         }
         if (id == zyl::CMD_AUDIO_INPUT_HOTWORD_LOAD_MODEL ||
             id == zyl::CMD_AUDIO_INPUT_AMBIENT_MUSIC_LOAD_MODEL) {
@@ -112,7 +112,7 @@ class ModelDsp {
     }
 
     CommandNode commands_;
-    Bytes piece_;
+    Bytes chunk_;
     Bytes staged_;
     Bytes loaded_;
     int refuse_after_ = -1;

@@ -82,19 +82,20 @@ void Run(Input input) {
     close(fd);
 
     const auto read = ReadTuningFile(image);
-    const TuningFile file = read.file.value_or(TuningFile());
+    const TuningFile file = read.ok() ? *read : TuningFile();
     Send(adapter.get(), &dsp, 1, WalkRecords(file, kDefaultMode));
     Send(adapter.get(), &dsp, 2, WalkRecords(file, kDockedMode));
     Send(adapter.get(), &dsp, 0, {});
 
-    if (!read.file) return;
-    Require(WriteTuningFile(file) == image, "a file that was read is written as it was");
-    Require(TuningFileFromText(TuningFileToText(file)).file == file, "a file's text is that file");
+    if (!read.ok()) return;
+    Require(WriteTuningFile(file).value() == image, "a file that was read is written as it was");
+    Require(TuningFileFromText(TuningFileToText(file)).value() == file,
+            "a file's text is that file");
 }
 
 std::map<std::string, Bytes> Seeds() {
     const auto image = [](const char* text) {
-        return WriteTuningFile(*TuningFileFromText(text).file).value();
+        return WriteTuningFile(TuningFileFromText(text).value()).value();
     };
     return {{"empty", image("")},
             {"parameters",

@@ -19,12 +19,13 @@
 namespace vendor_service_example {
 
 /**
- * The framework's sound trigger interface, as a vendor audio service serves it: owns the HAL, tells
- * its results as binder statuses, and keeps what they do not say: which handles are the framework's
- * and whether there is room for another model.
+ * The framework's sound trigger interface, as a vendor audio service serves it. Owns the HAL and
+ * turns its results into binder statuses. Keeps what these results do not say: which handles belong
+ * to the framework, and whether there is room for another model.
  *
- * Any number of binder threads at a time. No lock is held in a call of the framework, nor of the
- * HAL but for GetModelHandle, which never blocks: both may call back into this object.
+ * Any number of binder threads may use it at a time. It holds no lock while it calls the framework
+ * or the HAL, because both may call back into this object. The only exception is GetModelHandle,
+ * which never blocks.
  */
 class SoundTriggerService : public ::aidl::android::hardware::soundtrigger3::BnSoundTriggerHw {
   public:
@@ -43,10 +44,13 @@ class SoundTriggerService : public ::aidl::android::hardware::soundtrigger3::BnS
     using RecognitionConfig = ::aidl::android::media::soundtrigger::RecognitionConfig;
     using SoundModel = ::aidl::android::media::soundtrigger::SoundModel;
 
-    /** Builds the HAL and starts it. `monitor` is followed, and must outlive this object. */
+    /**
+     * Builds the HAL and starts it. Follows the reports of `monitor`, which must outlive this
+     * object.
+     */
     explicit SoundTriggerService(SoundCardState* monitor);
 
-    /** Streams must be gone by now, and so must whoever has got hal() from here. */
+    /** Before this, all streams must be destroyed, and all users of hal() must have stopped. */
     ~SoundTriggerService() override;
 
     /**
@@ -59,8 +63,8 @@ class SoundTriggerService : public ::aidl::android::hardware::soundtrigger3::BnS
      * Opens a capture stream on the io handle that recognition was started with, or, with zero
      * latency, on what the DSP hears from now on.
      *
-     * @return Null when there is no detection to capture, or none can be forced. That may cost the
-     *         framework its hotword model, which it then is told.
+     * @return Null when there is no detection to capture, or none can be forced. The framework may
+     *         then have lost its hotword model; the service tells it so.
      */
     std::unique_ptr<CaptureStream> OpenCapture(int io_handle, int channels, bool zero_latency)
             EXCLUDES(lock_);
@@ -81,7 +85,7 @@ class SoundTriggerService : public ::aidl::android::hardware::soundtrigger3::BnS
     ::ndk::ScopedAStatus stopRecognition(int32_t handle) override;
     ::ndk::ScopedAStatus forceRecognitionEvent(int32_t handle) override;
 
-    // The DSP has no parameters of a model.
+    // The DSP has no model parameters.
     ::ndk::ScopedAStatus queryParameter(int32_t handle, ModelParameter parameter,
                                         std::optional<ModelParameterRange>* range) override;
     ::ndk::ScopedAStatus getParameter(int32_t handle, ModelParameter parameter,
@@ -89,7 +93,7 @@ class SoundTriggerService : public ::aidl::android::hardware::soundtrigger3::BnS
     ::ndk::ScopedAStatus setParameter(int32_t handle, ModelParameter parameter,
                                       int32_t value) override;
 
-    /** The arguments are log tags, as Dumpsys selects by them. */
+    /** The arguments are the log tags by which Dumpsys selects. */
     binder_status_t dump(int fd, const char** args, uint32_t arg_count) override;
 
   private:
@@ -98,10 +102,11 @@ class SoundTriggerService : public ::aidl::android::hardware::soundtrigger3::BnS
         std::string vendor_uuid;
         int32_t handle;
         bool is_started;                   // From the beginning of its start to that of its stop.
-        std::optional<int32_t> io_handle;  // Of a started one, from the end of its start on.
+        std::optional<int32_t> io_handle;  // Set when its start has ended, while it is started.
         std::shared_ptr<Callback> callback;
     };
-    // Of a model that the framework cannot name yet, or any more. The HAL keeps 0 for itself.
+    // The handle of a model that the framework cannot name yet, or not any more. The HAL keeps 0
+    // for itself.
     static constexpr int32_t kNoHandle = 0;
 
     ::ndk::ScopedAStatus Load(const SoundModel& model, const std::shared_ptr<Callback>& callback,
@@ -119,7 +124,7 @@ class SoundTriggerService : public ::aidl::android::hardware::soundtrigger3::BnS
     const std::unique_ptr<SoundTriggerHal> hal_;
     std::mutex lock_;
     std::list<Model> models_ GUARDED_BY(lock_);
-    Properties properties_ GUARDED_BY(lock_);  // As the DSP last told them.
+    Properties properties_ GUARDED_BY(lock_);  // The DSP's last answer.
     std::shared_ptr<GlobalCallback> global_callback_ GUARDED_BY(lock_);
 };
 

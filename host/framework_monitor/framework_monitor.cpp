@@ -4,34 +4,13 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <utility>
 
-namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
+#include "host/common/condition.h"
 
-const char* ToText(FrameworkMonitor::Rule rule) {
-    switch (rule) {
-        case FrameworkMonitor::Rule::kUnknownHandle:
-            return "an event for an unknown handle";
-        case FrameworkMonitor::Rule::kNotStarted:
-            return "an event for a model that is not started";
-        case FrameworkMonitor::Rule::kSecondEvent:
-            return "a second event without a new start";
-        case FrameworkMonitor::Rule::kSecondEventAfterDspRestart:
-            return "a second event without a new start, after a restart of the DSP";
-        case FrameworkMonitor::Rule::kEventAfterStop:
-            return "an event after the stop of its model has returned";
-        case FrameworkMonitor::Rule::kEventAfterUnload:
-            return "an event after the unload of its model has returned";
-        case FrameworkMonitor::Rule::kCallbackUnderLock:
-            return "a callback while the HAL's lock is held";
-    }
-    return "?";
-}
-
-std::ostream& operator<<(std::ostream& out, const FrameworkMonitor::Violation& violation) {
-    return out << violation.text;
-}
+namespace framework {
 
 // What the HAL is given in place of the framework's callback.
 class MonitoredCallback final
@@ -46,24 +25,22 @@ class MonitoredCallback final
     ::ndk::ScopedAStatus phraseRecognitionCallback(
             int32_t handle,
             const ::aidl::android::media::soundtrigger::PhraseRecognitionEvent& event) override {
-        return Watch("phraseRecognitionCallback", handle,
+        return Watch(Call::Kind::kPhraseRecognitionCallback, handle,
                      [&] { return inner_->phraseRecognitionCallback(handle, event); });
     }
     ::ndk::ScopedAStatus recognitionCallback(
             int32_t handle,
             const ::aidl::android::media::soundtrigger::RecognitionEvent& event) override {
-        return Watch("recognitionCallback", handle,
+        return Watch(Call::Kind::kRecognitionCallback, handle,
                      [&] { return inner_->recognitionCallback(handle, event); });
     }
 
   private:
     template <typename Deliver>
-    ::ndk::ScopedAStatus Watch(const char* name, int handle, Deliver deliver) {
-        const std::string event = std::string(name) + "(" + std::to_string(handle) + ")";
-        uint64_t probe = 0;
-        monitor_->BeginEvent(event, handle, &probe);
+    ::ndk::ScopedAStatus Watch(Call::Kind kind, int handle, Deliver deliver) {
+        const uint64_t probe = monitor_->BeginEvent(kind, handle);
         ::ndk::ScopedAStatus status = deliver();
-        monitor_->EndEvent(event, handle, probe);
+        monitor_->EndEvent(kind, handle, probe);
         return status;
     }
 
@@ -76,7 +53,7 @@ FrameworkMonitor::FrameworkMonitor(std::unique_ptr<FrameworkCalls> calls,
     : calls_(std::move(calls)),
       lock_deadline_(lock_deadline),
       listener_(std::move(listener)),
-      probe_(&FrameworkMonitor::ProbeLoop, this) {}
+      probe_(&FrameworkMonitor::RunProbes, this) {}
 
 FrameworkMonitor::~FrameworkMonitor() {
     {
@@ -93,7 +70,7 @@ int FrameworkMonitor::LoadSoundModel(const SoundModel& model, std::shared_ptr<Ca
                                      int* handle) {
     return WatchLoad(
             [&](auto watched) { return calls_->LoadSoundModel(model, std::move(watched), handle); },
-            "LoadSoundModel", std::move(callback), handle);
+            Call::Kind::kLoadSoundModel, std::move(callback), handle);
 }
 
 int FrameworkMonitor::LoadPhraseSoundModel(const PhraseSoundModel& model,
@@ -102,10 +79,10 @@ int FrameworkMonitor::LoadPhraseSoundModel(const PhraseSoundModel& model,
             [&](auto watched) {
                 return calls_->LoadPhraseSoundModel(model, std::move(watched), handle);
             },
-            "LoadPhraseSoundModel", std::move(callback), handle);
+            Call::Kind::kLoadPhraseSoundModel, std::move(callback), handle);
 }
 
-int FrameworkMonitor::WatchLoad(const Load& load, const char* call,
+int FrameworkMonitor::WatchLoad(const Load& load, Call::Kind kind,
                                 std::shared_ptr<Callback> callback, int* handle) {
     if (callback) {
         callback = ::ndk::SharedRefBase::make<MonitoredCallback>(this, std::move(callback));
@@ -118,10 +95,11 @@ int FrameworkMonitor::WatchLoad(const Load& load, const char* call,
     std::lock_guard lock(lock_);
     --loads_running_;
     if (result != 0) return result;
-    Model loaded{.generation = ++clock_};
+    // There is a model already where the HAL has dropped one. Its owner may not know, and use the
+    // handle beside the new one: what it has armed stays.
+    Model& loaded = models_.try_emplace(*handle, Model{.generation = ++clock_}).first->second;
     loaded.restarts = dsp_restarts_running_;
-    loaded.last_call = Describe(std::string(call) + " -> " + std::to_string(*handle));
-    models_.insert_or_assign(*handle, std::move(loaded));
+    loaded.last_call = Number(kind, *handle);
     unloaded_.erase(*handle);
     return result;
 }
@@ -140,7 +118,7 @@ int FrameworkMonitor::UnloadSoundModel(int handle) {
     if (result != 0 || model == models_.end() || model->second.generation != generation) {
         return result;
     }
-    unloaded_[handle] = Describe("UnloadSoundModel(" + std::to_string(handle) + ") -> 0");
+    unloaded_[handle] = Number(Call::Kind::kUnloadSoundModel, handle);
     models_.erase(model);
     return result;
 }
@@ -148,14 +126,19 @@ int FrameworkMonitor::UnloadSoundModel(int handle) {
 int FrameworkMonitor::StartRecognition(int handle, int io_handle, const RecognitionConfig& config) {
     bool was_armed = false;
     uint64_t generation = 0;
+    uint64_t began = 0;
+    int restarts_ended = 0;
     {
         std::lock_guard lock(lock_);
-        if (const auto model = models_.find(handle); model != models_.end()) {
-            generation = model->second.generation;
-            was_armed = std::exchange(model->second.is_armed, true);
-            ++model->second.starts_running;
-            model->second.last_start = ++clock_;
-            model->second.restarts = dsp_restarts_running_;
+        began = ++clock_;
+        restarts_ended = dsp_restarts_begun_ - dsp_restarts_running_;
+        if (const auto found = models_.find(handle); found != models_.end()) {
+            Model& model = found->second;
+            generation = model.generation;
+            was_armed = std::exchange(model.is_armed, true);
+            if (was_armed) ++model.earlier_starts;
+            ++model.starts_running;
+            model.last_start = began;
         }
     }
     const int result = calls_->StartRecognition(handle, io_handle, config);
@@ -163,10 +146,13 @@ int FrameworkMonitor::StartRecognition(int handle, int io_handle, const Recognit
     const auto found = models_.find(handle);
     if (found == models_.end() || found->second.generation != generation) return result;
     Model& model = found->second;
-    --model.starts_running;
+    if (--model.starts_running == 0) model.earlier_starts = 0;
     if (result == 0) {
-        model.last_call = Describe("StartRecognition(" + std::to_string(handle) + ") -> 0");
-    } else if (!was_armed && model.starts_running == 0) {
+        model.last_call = Number(Call::Kind::kStartRecognition, handle);
+        model.last_start_end = model.last_call.number;
+        // What the DSP detected after a restart before this start is void now.
+        model.restarts = std::min(model.restarts, dsp_restarts_begun_ - restarts_ended);
+    } else if (!was_armed && model.starts_running == 0 && model.last_start_end < began) {
         model.is_armed = false;
     }
     return result;
@@ -184,12 +170,13 @@ int FrameworkMonitor::StopRecognition(int handle) {
     if (result != 0 || found == models_.end()) return result;
     Model& model = found->second;
     // A start that ran beside this stop may have come after it.
-    if (model.starts_running > 0 || model.last_start > began || model.generation > began) {
+    if (model.starts_running > 0 || model.last_start > began || model.last_start_end > began ||
+        model.generation > began) {
         return result;
     }
     model.is_armed = false;
     model.disarmed_by = Rule::kEventAfterStop;
-    model.last_call = Describe("StopRecognition(" + std::to_string(handle) + ") -> 0");
+    model.last_call = Number(Call::Kind::kStopRecognition, handle);
     return result;
 }
 
@@ -199,6 +186,7 @@ int FrameworkMonitor::ForceRecognitionEvent(int handle) {
 
 void FrameworkMonitor::BeginDspRestart() {
     std::lock_guard lock(lock_);
+    ++dsp_restarts_begun_;
     ++dsp_restarts_running_;
     for (auto& [handle, model] : models_) ++model.restarts;
 }
@@ -215,80 +203,86 @@ std::vector<FrameworkMonitor::Violation> FrameworkMonitor::violations() const {
 
 // --- events ---
 
-void FrameworkMonitor::BeginEvent(const std::string& event, int handle, uint64_t* probe) {
-    std::optional<Violation> broken;
+uint64_t FrameworkMonitor::BeginEvent(Call::Kind kind, int handle) {
+    uint64_t probe = 0;
+    std::optional<Violation> violation;
     {
         std::lock_guard lock(lock_);
-        *probe = ++probes_wanted_;
+        probe = ++probes_wanted_;
         probe_changed_.notify_all();
-        const std::string description = Describe(event);
-        const auto found = models_.find(handle);
-        if (found == models_.end()) {
-            const auto unloaded = unloaded_.find(handle);
-            // A load that has not returned yet may be the one that gave the handle out.
-            if (loads_running_ > 0) return;
-            broken = unloaded == unloaded_.end()
-                             ? Add(Rule::kUnknownHandle, handle, description, "no LoadSoundModel")
-                             : Add(Rule::kEventAfterUnload, handle, description, unloaded->second);
-        } else if (Model& model = found->second; model.is_armed) {
-            model.is_armed = false;
-            model.disarmed_by = Rule::kSecondEvent;
-            model.last_call = description;
-        } else {
-            const bool is_restart = model.disarmed_by == Rule::kSecondEvent && model.restarts > 0;
-            if (is_restart) --model.restarts;
-            broken = Add(is_restart ? Rule::kSecondEventAfterDspRestart : model.disarmed_by, handle,
-                         description, model.last_call);
-        }
+        violation = JudgeEvent(Number(kind, handle));
+        if (violation) violations_.push_back(*violation);
     }
-    Tell(broken);
+    if (violation && listener_) listener_(*violation);
+    return probe;
+}
+
+std::optional<Violation> FrameworkMonitor::JudgeEvent(const Call& event) {
+    const auto found = models_.find(event.handle);
+    if (found == models_.end()) {
+        // A load that has not returned yet may be the one that gave the handle out.
+        if (loads_running_ > 0) return std::nullopt;
+        const auto unloaded = unloaded_.find(event.handle);
+        if (unloaded == unloaded_.end()) return Violation{Rule::kUnknownHandle, event};
+        return Violation{Rule::kEventAfterUnload, event, unloaded->second};
+    }
+    Model& model = found->second;
+    // While a start runs, an event may be of what came before it; the start's own then comes later.
+    for (int* earlier : {&model.restarts, &model.earlier_starts}) {
+        if (model.starts_running == 0 || *earlier == 0) continue;
+        --*earlier;
+        return std::nullopt;
+    }
+    if (model.is_armed) {
+        model.is_armed = false;
+        model.disarmed_by = Rule::kSecondEvent;
+        model.last_call = event;
+        return std::nullopt;
+    }
+    const bool is_restart = model.disarmed_by == Rule::kSecondEvent && model.restarts > 0;
+    if (is_restart) --model.restarts;
+    return Violation{is_restart ? Rule::kSecondEventAfterDspRestart : model.disarmed_by, event,
+                     model.last_call};
 }
 
 // Another thread tries the lock: this one may be the one that holds it.
-void FrameworkMonitor::EndEvent(const std::string& event, int handle, uint64_t probe) {
-    std::optional<Violation> broken;
+void FrameworkMonitor::EndEvent(Call::Kind kind, int handle, uint64_t probe) {
+    const auto deadline = std::chrono::steady_clock::now() + lock_deadline_;
+    Violation violation{Rule::kCallbackUnderLock, {}, {}, lock_deadline_};
     {
-        std::unique_lock lock(lock_);
-        if (probe_changed_.wait_for(lock, lock_deadline_, [&] { return probes_done_ >= probe; })) {
-            return;
+        std::lock_guard lock(lock_);
+        bool is_late = false;
+        while (probes_done_ < probe && !is_late) {
+            is_late = !host::WaitUntil(probe_changed_, lock_, deadline);
         }
-        broken = Add(Rule::kCallbackUnderLock, handle, Describe(event),
-                     "a call that needs the lock and has waited for " +
-                             std::to_string(lock_deadline_.count()) + " ms");
+        if (probes_done_ >= probe) return;
+        violation.event = Number(kind, handle);
+        violations_.push_back(violation);
     }
-    Tell(broken);
+    if (listener_) listener_(violation);
 }
 
-void FrameworkMonitor::ProbeLoop() {
-    std::unique_lock lock(lock_);
-    while (true) {
-        probe_changed_.wait(lock, [this] { return is_stopping_ || probes_done_ < probes_wanted_; });
-        if (is_stopping_) return;
-        const uint64_t wanted = probes_wanted_;
-        lock.unlock();
+bool FrameworkMonitor::WaitForProbe(uint64_t* wanted) {
+    std::lock_guard lock(lock_);
+    while (!is_stopping_ && probes_done_ == probes_wanted_) host::Wait(probe_changed_, lock_);
+    *wanted = probes_wanted_;
+    return !is_stopping_;
+}
+
+void FrameworkMonitor::RunProbes() {
+    uint64_t wanted = 0;
+    while (WaitForProbe(&wanted)) {
         calls_->PassThroughLock();
-        lock.lock();
+        std::lock_guard lock(lock_);
         probes_done_ = wanted;
         probe_changed_.notify_all();
     }
 }
 
-std::string FrameworkMonitor::Describe(const std::string& call) {
+Call FrameworkMonitor::Number(Call::Kind kind, int handle) {
     std::array<char, 16> name = {};
     (void)pthread_getname_np(pthread_self(), name.data(), name.size());
-    return "#" + std::to_string(++clock_) + " " + call + " on thread " + std::to_string(gettid()) +
-           " (" + name.data() + ")";
+    return {kind, handle, ++clock_, gettid(), name.data()};
 }
 
-FrameworkMonitor::Violation& FrameworkMonitor::Add(Rule rule, int handle, const std::string& event,
-                                                   const std::string& other) {
-    violations_.push_back(
-            {rule, handle, std::string(ToText(rule)) + ": " + event + ", after " + other});
-    return violations_.back();
-}
-
-void FrameworkMonitor::Tell(const std::optional<Violation>& violation) const {
-    if (violation && listener_) listener_(*violation);
-}
-
-}  // namespace vendor::quarno::brindlecove::audio::hal::soundtrigger
+}  // namespace framework

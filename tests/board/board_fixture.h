@@ -21,7 +21,7 @@ namespace virtual_dsp {
 using namespace ::vendor::quarno::brindlecove::audio::hal::soundtrigger::zyl;
 using std::chrono::milliseconds;
 
-// Long enough for any machine; only a failure takes so long.
+// Long enough for any machine. Only a failed test takes so long.
 inline constexpr milliseconds kDeadline{10'000};
 
 class Fd {
@@ -80,19 +80,18 @@ class BoardTest : public ::testing::Test {
     void SetUp() override {
         BoardOptions options;
         options.microphone.speed = MicrophoneOptions::kAsFastAsPossible;
-        std::string error;
-        board_ = Board::Create(options, &error);
-        ASSERT_TRUE(board_) << error;
+        auto board = Board::Create(options);
+        ASSERT_TRUE(board.ok()) << board.error();
+        board_ = std::move(*board);
     }
 
     size_t AddFault(const std::string& line) {
-        std::string error;
-        const auto script = ParseFaults(line, &error);
-        EXPECT_TRUE(script) << error;
-        return board_->faults().Add(script.value().rules.at(0));
+        const auto rule = ParseFault(line);
+        if (!rule.ok()) ADD_FAILURE() << rule.error();
+        return board_->faults().Add(rule.value());
     }
 
-    // Raises a hotword detection and with it a capture, without a model.
+    // Raises a hotword detection, and with it a capture, without a model.
     void Detect() {
         std::vector<uint8_t> reply;
         ASSERT_EQ(0, board_->dsp().Execute(Command(CMD_AUDIO_INPUT_HOTWORD_START), &reply));

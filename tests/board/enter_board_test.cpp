@@ -20,7 +20,7 @@ class EnterBoardTest : public ::testing::Test {
             "trap 'exit 55' TERM INT; echo ready; while :; do sleep 0.02; done";
 
     void SetUp() override {
-        if (const auto reason = BoardUnavailableReason()) GTEST_SKIP() << *reason;
+        if (const auto board = CheckBoardAvailable(); !board.ok()) GTEST_SKIP() << board.error();
         ASSERT_EQ(0, pipe2(output_, O_CLOEXEC));
     }
     void TearDown() override { close(output_[0]); }

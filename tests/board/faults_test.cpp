@@ -18,12 +18,11 @@ TEST(FaultTextTest, PrintedScriptReadsBackAsTheSame) {
             "on clock open delay=250\n"
             "on ambient_pcm poll ready\n"
             "on wake_lock write hang\n";
-    std::string error;
 
     const auto script =
-            ParseFaults("  # all there is\n\n" + text + "on tuning open errno=ENOENT # no", &error);
+            ParseFaults("  # all there is\n\n" + text + "on tuning open errno=ENOENT # no");
 
-    ASSERT_TRUE(script) << error;
+    ASSERT_TRUE(script.ok()) << script.error();
     EXPECT_EQ(text + "on tuning open errno=ENOENT\n", PrintFaults(*script));
     EXPECT_EQ(EIO, script->rules[0].effect.value);
 }
@@ -57,9 +56,9 @@ TEST(FaultTextTest, ErrorsNameTheLineAndWhatWasExpected) {
              "line 1: expected 'short' and 'torn' with read, write and reply only, found open"},
     };
     for (const auto& [text, message] : cases) {
-        std::string error;
-        EXPECT_FALSE(ParseFaults(text, &error)) << text;
-        EXPECT_EQ(message, error);
+        const auto script = ParseFaults(text);
+        ASSERT_FALSE(script.ok()) << text;
+        EXPECT_EQ(message, script.error());
     }
 }
 
@@ -73,13 +72,12 @@ std::vector<bool> Decisions(FaultPlan& plan, NodeId node, bool with_others) {
 }
 
 TEST(FaultPlanTest, SameSeedGivesTheSameFaultsWhateverOtherNodesDo) {
-    std::string error;
     const std::string rules =
             "on clock read chance=0.5 hang\n"
             "on tuning read chance=0.5 hang\n";
     FaultPlan plan;
     const auto run = [&](const std::string& seed, bool with_others) {
-        plan.Load(ParseFaults(seed + rules, &error).value());
+        plan.Load(ParseFaults(seed + rules).value());
         return Decisions(plan, NodeId::kTuning, with_others);
     };
     const auto first = run("seed 5\n", false);
@@ -91,11 +89,9 @@ TEST(FaultPlanTest, SameSeedGivesTheSameFaultsWhateverOtherNodesDo) {
 }
 
 TEST(FaultPlanTest, FirstRuleThatFiresDecidesAndHidesTheCallFromTheRest) {
-    std::string error;
     FaultPlan plan;
     plan.Load(ParseFaults("on command reply id=227 after=1 times=2 errno=EIO\n"
-                          "on command reply after=1 errno=EBUSY\n",
-                          &error)
+                          "on command reply after=1 errno=EBUSY\n")
                       .value());
     std::vector<int> results;
     for (const uint16_t id : {227, 227, 228, 227, 227}) {

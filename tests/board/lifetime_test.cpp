@@ -45,11 +45,10 @@ TEST_F(BoardTest, BoardsComeAndGoWithoutLeavingAnything) {
 }
 
 TEST_F(BoardTest, ASecondBoardInTheSamePlaceIsRefused) {
-    std::string error;
+    const auto second = Board::Create({});
 
-    EXPECT_EQ(nullptr, Board::Create({}, &error));
-
-    EXPECT_EQ("another virtual board is being served on /virtual_dsp", error);
+    ASSERT_FALSE(second.ok());
+    EXPECT_EQ("another virtual board is being served on /virtual_dsp", second.error());
     uint8_t reply[256];
     const Fd command(kCommandDevice, O_RDWR);
     EXPECT_EQ(76, command.Write(ArchitectureQuery())) << "the first one is undisturbed";

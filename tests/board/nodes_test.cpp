@@ -120,7 +120,7 @@ TEST_F(BoardTest, CrashEndsEveryWaitAndTheNodesWorkAgainAfterBoot) {
     EXPECT_EQ(-ENODEV, notification.Read(bytes, 40));
     EXPECT_EQ(POLLERR | POLLHUP, notification.Poll(POLLIN));
     EXPECT_EQ(-ENODEV, command.Write(ArchitectureQuery()));
-    EXPECT_EQ(-ENODEV, Fd(kModelDataDevice, O_WRONLY).Write("piece", 5));
+    EXPECT_EQ(-ENODEV, Fd(kModelDataDevice, O_WRONLY).Write("chunk", 5));
     EXPECT_EQ(-ENODEV, Fd(kClockNode, O_RDONLY).Read(bytes, sizeof(bytes)));
     board_->dsp().Boot();
     EXPECT_EQ(-EAGAIN, notification.Read(bytes, 40));
@@ -139,7 +139,7 @@ TEST_F(BoardTest, ReplyThatWentDownWithTheDspFailsEvenAfterBoot) {
     EXPECT_EQ(-ENODEV, command.Read(bytes, sizeof(bytes)));
 }
 
-TEST_F(BoardTest, EachModelDataWriteIsOnePiece) {
+TEST_F(BoardTest, EachModelDataWriteIsOneChunk) {
     const Fd data(kModelDataDevice, O_WRONLY);
     const Fd command(kCommandDevice, O_RDWR);
     std::vector<uint8_t> model(kModelChunkBytes + 100);
@@ -201,7 +201,7 @@ TEST_F(BoardTest, TuningFileIsThereWithItsSizeOnceItHasContents) {
     EXPECT_NE(0, access(kTuningFile, F_OK));
 }
 
-TEST_F(BoardTest, ClockReadInPiecesIsOneInstant) {
+TEST_F(BoardTest, ClockReadByteByByteIsOfOneMoment) {
     const Fd clock(kClockNode, O_RDONLY);
     std::string text;
     char byte;

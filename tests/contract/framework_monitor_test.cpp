@@ -4,6 +4,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
+#include <functional>
+#include <future>
+#include <thread>
+#include <utility>
+
 #include "tests/contract/restart_loop.h"
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
@@ -11,12 +17,11 @@ namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 namespace {
 
 using Rule = FrameworkMonitor::Rule;
-using ::testing::AllOf;
 using ::testing::ElementsAre;
-using ::testing::HasSubstr;
+using ::testing::MatchesRegex;
 
 /** Grants everything, and calls back whenever a test wants it to. */
-class FakeHal final : public FrameworkCalls {
+class FakeHal final : public ::framework::FrameworkCalls {
   public:
     int LoadSoundModel(const SoundModel&, std::shared_ptr<Callback> callback,
                        int* handle) override {
@@ -25,10 +30,13 @@ class FakeHal final : public FrameworkCalls {
         return 0;
     }
     int UnloadSoundModel(int) override { return 0; }
-    int StartRecognition(int, int, const RecognitionConfig&) override { return start_result_; }
+    int StartRecognition(int handle, int, const RecognitionConfig&) override {
+        if (before_start_) std::exchange(before_start_, {})();
+        return handle == 1 ? start_result_ : -EINVAL;
+    }
     int StopRecognition(int handle) override {
-        if (is_detecting_late_) Detect(handle);
-        return 0;
+        if (before_stop_) std::exchange(before_stop_, {})();
+        return handle == 1 ? 0 : -EINVAL;
     }
     int ForceRecognitionEvent(int) override { return 0; }
     void PassThroughLock() override { std::lock_guard lock(lock_); }
@@ -37,7 +45,9 @@ class FakeHal final : public FrameworkCalls {
 
     std::mutex lock_;
     int start_result_ = 0;
-    bool is_detecting_late_ = false;
+    // Called once, within the next start or stop, before it takes effect.
+    std::function<void()> before_start_;
+    std::function<void()> before_stop_;
 
   private:
     std::shared_ptr<Callback> callback_;
@@ -53,6 +63,10 @@ class FrameworkMonitorTest : public ::testing::Test {
                                "model", ::ndk::SharedRefBase::make<PayloadCallback>()));
     }
     void Start() { ASSERT_EQ(0, monitor_.StartRecognition(1, 0, {})); }
+    void RestartDsp() {
+        monitor_.BeginDspRestart();
+        monitor_.EndDspRestart();
+    }
 
     std::vector<Rule> Broken() const {
         std::vector<Rule> rules;
@@ -71,7 +85,7 @@ TEST_F(FrameworkMonitorTest, AnEventAfterEachStartBreaksNothing) {
         hal_->Detect(1);
     }
     Start();
-    hal_->is_detecting_late_ = true;
+    hal_->before_stop_ = [this] { hal_->Detect(1); };
     EXPECT_EQ(0, monitor_.StopRecognition(1)) << "an event beside the stop is still in time";
 
     EXPECT_THAT(monitor_.violations(), ElementsAre());
@@ -87,8 +101,7 @@ TEST_F(FrameworkMonitorTest, EventsOutOfPlaceBreakTheirRule) {
     Start();
     hal_->Detect(1);
     hal_->Detect(1);
-    monitor_.BeginDspRestart();
-    monitor_.EndDspRestart();
+    RestartDsp();
     hal_->Detect(1);
     EXPECT_EQ(0, monitor_.StopRecognition(1));
     hal_->Detect(1);
@@ -103,6 +116,58 @@ TEST_F(FrameworkMonitorTest, EventsOutOfPlaceBreakTheirRule) {
                             Rule::kEventAfterStop, Rule::kEventAfterUnload, Rule::kNotStarted));
 }
 
+TEST_F(FrameworkMonitorTest, TheEventOfADspRestartMayComeBesideAStart) {
+    Start();
+    hal_->Detect(1);
+    RestartDsp();
+    hal_->before_start_ = [this] { hal_->Detect(1); };
+    Start();
+    hal_->Detect(1);
+    EXPECT_THAT(Broken(), ElementsAre());
+
+    RestartDsp();
+    hal_->start_result_ = -EINVAL;
+    EXPECT_EQ(-EINVAL, monitor_.StartRecognition(1, 0, {}));
+    hal_->Detect(1);
+    EXPECT_THAT(Broken(), ElementsAre(Rule::kSecondEventAfterDspRestart)) << "the start failed";
+
+    RestartDsp();
+    hal_->start_result_ = 0;
+    Start();
+    hal_->Detect(1);
+    hal_->Detect(1);
+    EXPECT_THAT(Broken(), ElementsAre(Rule::kSecondEventAfterDspRestart, Rule::kSecondEvent))
+            << "a start makes void what was detected before it";
+}
+
+TEST_F(FrameworkMonitorTest, StartsAndStopsThatOverlapMayHaveAnyOrder) {
+    // The inner start, its event, and then the outer start: an event of that one is in time.
+    hal_->before_start_ = [this] {
+        Start();
+        hal_->Detect(1);
+    };
+    Start();
+    hal_->Detect(1);
+    EXPECT_THAT(Broken(), ElementsAre());
+
+    // A start that returns beside a stop may have come after it.
+    std::promise<void> started;
+    std::promise<void> stopping;
+    hal_->before_start_ = [&] {
+        started.set_value();
+        stopping.get_future().wait();
+    };
+    std::thread starting([&] { Start(); });
+    started.get_future().wait();
+    hal_->before_stop_ = [&] {
+        stopping.set_value();
+        starting.join();
+    };
+    EXPECT_EQ(0, monitor_.StopRecognition(1));
+    hal_->Detect(1);
+    EXPECT_THAT(Broken(), ElementsAre());
+}
+
 TEST_F(FrameworkMonitorTest, AViolationNamesItsRuleItsThreadAndBothCalls) {
     Start();
     EXPECT_EQ(0, monitor_.StopRecognition(1));
@@ -112,9 +177,10 @@ TEST_F(FrameworkMonitorTest, AViolationNamesItsRuleItsThreadAndBothCalls) {
     }).join();
 
     ASSERT_EQ(1U, monitor_.violations().size());
-    EXPECT_THAT(monitor_.violations().front().text,
-                AllOf(HasSubstr("after the stop of its model"), HasSubstr("(detector)"),
-                      HasSubstr("recognitionCallback(1)"), HasSubstr("StopRecognition(1) -> 0")));
+    EXPECT_THAT(ToText(monitor_.violations().front()),
+                MatchesRegex("an event after the stop of its model has returned: "
+                             "#7 recognitionCallback\\(1\\) on thread [0-9]+ \\(detector\\), "
+                             "after #6 StopRecognition\\(1\\) -> 0 on thread [0-9]+ \\(.*\\)"));
 }
 
 TEST_F(FrameworkMonitorTest, ACallbackUnderTheLockBreaksItsRule) {

@@ -16,11 +16,16 @@
 #include <thread>
 #include <vector>
 
+#include "audio/hal/aidl/soundtrigger/sound_trigger_hal.h"
 #include "host/framework_monitor/framework_monitor.h"
+#include "tools/hal_calls.h"
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 
-/** Keeps the payload of the events since the last Take. */
+using ::framework::FrameworkMonitor;
+using ::framework::HalCalls;
+
+/** Keeps the payloads of the events since the last Take(). */
 class PayloadCallback final
     : public ::aidl::android::hardware::soundtrigger3::BnSoundTriggerHwCallback {
   public:
@@ -66,22 +71,22 @@ inline int LoadModel(FrameworkMonitor& monitor, SoundTriggerHalClient::SoundMode
     return handle;
 }
 
-/** What the loops differ in. */
+/** The differences between the loops. */
 struct RestartLoop {
     int rounds;
-    // Has the DSP detect if it is detecting.
+    // Raises a detection in the DSP if that is detecting.
     std::function<void()> trigger;
-    // Before each start; the payload of what the DSP detects after it.
+    // Called before each start. Returns the payload of what the DSP detects after the start.
     std::function<std::string()> next_payload;
-    // How late a trigger and a stop may come.
+    // The longest delay before a trigger and before a stop.
     std::chrono::nanoseconds longest_wait;
     std::function<int(FrameworkMonitor&, std::shared_ptr<FrameworkMonitor::Callback>)> load;
-    bool is_unloading = false;  // An unload and a load in place of the stop.
+    bool is_unloading = false;  // Unloads and loads instead of stopping.
 };
 
 /**
- * Start, stop, start, with a detection at every moment between and beside them: each start only
- * ever gets a detection of its own, and no event comes too late.
+ * Starts and stops recognition again and again, with detections at all moments between and during
+ * these calls. Each start must only get its own detection, and no event may come too late.
  */
 inline void RunRestartLoop(SoundTriggerHal* hal, const RestartLoop& loop) {
     FrameworkMonitor monitor(std::make_unique<HalCalls>(hal));
@@ -91,13 +96,14 @@ inline void RunRestartLoop(SoundTriggerHal* hal, const RestartLoop& loop) {
 
     constexpr int kOver = -2;
     std::atomic<int> round{-1};
-    // Other moments each round: too short for a sleep.
+    // Waits for a different time in each round. A sleep cannot be so short.
     const auto spin = [&](int step) {
         const auto until = std::chrono::steady_clock::now() + step * loop.longest_wait / 997;
         while (std::chrono::steady_clock::now() < until) {
         }
     };
-    // The two waits go through their range at different pace, so that every pair of moments comes.
+    // The two waits go through their ranges at different speeds, so that every pair of moments
+    // occurs.
     std::thread detections([&] {
         for (int seen = -1;;) {
             round.wait(seen);

@@ -238,8 +238,9 @@ class Life {
     // Follows the sequence numbers: one more with each command, and after 255 from 0 again.
     void ReadJournal() {
         for (const auto& entry : board_.dsp().journal().Snapshot()) {
-            if (entry.command_bytes.size() < 2) continue;
-            const uint8_t sequence = entry.command_bytes[1];
+            const auto* command = entry.As<::virtual_dsp::CommandAnswered>();
+            if (command == nullptr || command->bytes.size() < 2) continue;
+            const uint8_t sequence = command->bytes[1];
             if (commands_++ > 0 && sequence != static_cast<uint8_t>(sequence_ + 1)) ++gaps_;
             if (sequence < sequence_) ++wraps_;
             sequence_ = sequence;
@@ -331,11 +332,10 @@ int main(int argc, char** argv) {
     (void)sigaction(SIGINT, &action, nullptr);
     (void)sigaction(SIGTERM, &action, nullptr);
     ::android::base::SetLogger([](auto, auto, auto, auto, auto, auto) {});
-    std::string error;
-    const auto board = Board::Create({}, &error);
-    if (board == nullptr) {
-        fprintf(stderr, "%s\n", error.c_str());
+    const auto board = Board::Create({});
+    if (!board.ok()) {
+        fprintf(stderr, "%s\n", board.error().c_str());
         return 1;
     }
-    return Run(*board, *cycles);
+    return Run(**board, *cycles);
 }

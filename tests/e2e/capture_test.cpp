@@ -19,7 +19,7 @@
 #include "audio/hal/aidl/soundtrigger/sound_trigger_driver_operations.h"
 #include "audio/hal/aidl/soundtrigger/sound_trigger_hal.h"
 #include "audio/hal/aidl/soundtrigger/zyl/zyl_mulaw.h"
-#include "host/virtual_dsp/dsp/mulaw_encoder.h"
+#include "host/common/mulaw_encoder.h"
 #include "host/virtual_dsp/dsp/sample_pattern.h"
 #include "host/virtual_dsp/dsp/sound_model.h"
 #include "tests/board/board_fixture.h"
@@ -59,9 +59,9 @@ class CaptureTest : public ::virtual_dsp::BoardTest {
     void SetUp() override {
         ::virtual_dsp::BoardOptions options;
         options.microphone.speed = kSpeed;
-        std::string error;
-        board_ = ::virtual_dsp::Board::Create(options, &error);
-        ASSERT_TRUE(board_) << error;
+        auto board = ::virtual_dsp::Board::Create(options);
+        ASSERT_TRUE(board.ok()) << board.error();
+        board_ = std::move(*board);
         hal_ = SoundTriggerHalBuilder::BuildSoundTriggerHal();
         (void)hal_->Initialize();
         hal_->OnSoundCardStateChanged(true);

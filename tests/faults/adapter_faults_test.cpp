@@ -27,7 +27,7 @@ enum class Then {
 };
 
 // By which words the scripted DSP's journal knows the adapter's operations that can fail. The other
-// two are no calls to the DSP: one closes a device, one tells what is known of an instant.
+// two are no calls to the DSP: one closes a device, one tells what is known of a timestamp.
 constexpr std::pair<const char*, const char*> kJournalWords[] = {
         {"GetLibraryArchitecture", "Library("},
         {"LoadSoundModelToDsp", "Load("},
@@ -172,8 +172,8 @@ constexpr AdapterRow kRows[] = {
          "1 Buffering started", "read mono", "audio", "1 Buffering started"},
         {"ReadDspBuffer", 1, "load music, start music, detect music, buffer music", "read music",
          "silence", "1 Buffering started", "read music", "audio", "1 Buffering started"},
-        {"ReadDspBuffer", 1, "load, start, detect, buffer", "instant", "silence, no instant",
-         "1 Buffering started", "instant", "audio, no instant", "1 Buffering started"},
+        {"ReadDspBuffer", 1, "load, start, detect, buffer", "timestamp", "silence, no timestamp",
+         "1 Buffering started", "timestamp", "audio, no timestamp", "1 Buffering started"},
         {"ReadDspBuffer", 1, "internal, buffer internal", "read", "silence", "0 Buffering internal",
          "read", "audio", "0 Buffering internal"},
 
@@ -289,13 +289,13 @@ class AdapterFaultsTest : public ::testing::TestWithParam<size_t> {
         const std::string call = JournalWord();
         dsp.Script({.call = call, .result = status, .times = row().times});
 
-        const Outcome outcome = bench.Do(row().request);
+        const Outcome outcome = bench.CarryOut(row().request);
         dsp.WaitForCall(call, static_cast<size_t>(row().times));
 
         const std::string expected = row().result;
         EXPECT_EQ(expected == "status" ? std::to_string(status) : expected, outcome.result);
         EXPECT_EQ(row().state, bench.State());
-        EXPECT_EQ(row().retry_result, bench.Do(row().retry).result);
+        EXPECT_EQ(row().retry_result, bench.CarryOut(row().retry).result);
         EXPECT_EQ(row().retry_state, bench.State());
         bench.ExpectDetection(row().then == Then::kRestart);
     }
@@ -344,7 +344,7 @@ TEST(AdapterFaultsTableTest, HasARowForEveryRequestThatReachesAnOperation) {
             (void)dsp.Take();
             if (request.starts_with("detect")) continue;  // Not a request of the framework's.
             if ((std::string(situation) == "built") != (request == "initialize")) continue;
-            (void)bench.Do(request);
+            (void)bench.CarryOut(request);
             for (const std::string& call : dsp.Take()) {
                 for (const auto& words : kJournalWords) {
                     const std::string operation = words.first;

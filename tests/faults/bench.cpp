@@ -98,7 +98,7 @@ std::map<std::string, Bench::Action> Bench::Actions() {
     actions["read"] = [this] { return Read(kHotwordEngine, 4096, 2); };
     actions["read mono"] = [this] { return Read(kHotwordEngine, 2048, 1); };
     actions["read music"] = [this] { return Read(kAmbientMusicEngine, 2048, 1); };
-    actions["instant"] = [this] { return ReadInstant(); };
+    actions["timestamp"] = [this] { return ReadWithTimestamp(); };
     add("properties", [this] {
         SoundTriggerHal::Properties properties;
         return hal_->GetProperties(&properties);
@@ -124,18 +124,18 @@ void Bench::Reach(std::string_view setup) {
     if (setup == "built") return;
     ASSERT_TRUE(hal_->Initialize());
     hal_->OnSoundCardStateChanged(true);
-    DoAll(setup);
+    CarryOutAll(setup);
 }
 
-void Bench::DoAll(std::string_view requests) {
+void Bench::CarryOutAll(std::string_view requests) {
     for (const std::string& request : Split(requests, ", ")) {
-        const Outcome outcome = Do(request);
+        const Outcome outcome = CarryOut(request);
         ASSERT_TRUE(IsSuccess(outcome.result))
                 << request << " of \"" << requests << "\" came to " << outcome.result;
     }
 }
 
-Outcome Bench::Do(const std::string& request) {
+Outcome Bench::CarryOut(const std::string& request) {
     const auto action = actions_.find(request);
     if (action == actions_.end()) {
         ADD_FAILURE() << "no such request: " << request;
@@ -164,13 +164,13 @@ void Bench::ExpectDetection(bool restart) {
     hal_->OnRoutingGraphChanged({});
     EXPECT_TRUE(ReportFan(false)) << "it swaps the microphones";
     if (State().find(std::to_string(HandleOf(false)) + " ") == std::string::npos) {
-        EXPECT_EQ("0", Do("load").result);
+        EXPECT_EQ("0", CarryOut("load").result);
     }
     if (restart) {
-        EXPECT_EQ("0", Do("stop").result);
+        EXPECT_EQ("0", CarryOut("stop").result);
     }
-    EXPECT_EQ("0", Do("start").result);
-    EXPECT_EQ("0", Do("detect").result) << State();
+    EXPECT_EQ("0", CarryOut("start").result);
+    EXPECT_EQ("0", CarryOut("detect").result) << State();
 }
 
 int Bench::Load(bool is_music) {
@@ -198,10 +198,10 @@ std::string Bench::Read(int engine, unsigned size, int channels) {
     return silent ? "silence" : "audio";
 }
 
-// Audio, and the instant of its hotword, which the first read after a detection asks for.
-std::string Bench::ReadInstant() {
+// Audio, and the timestamp of its hotword, which the first read after a detection asks for.
+std::string Bench::ReadWithTimestamp() {
     const std::string audio = Read(kHotwordEngine, 4096, 2);
-    return audio + (hal_->ReadTimestamp(kHotwordEngine) > 0 ? ", instant" : ", no instant");
+    return audio + (hal_->ReadTimestamp(kHotwordEngine) > 0 ? ", timestamp" : ", no timestamp");
 }
 
 std::string Bench::Detect(bool is_music) {
@@ -234,7 +234,7 @@ bool Bench::ReportFan(bool present) {
 }
 
 bool IsSuccess(const std::string& result) {
-    return result == "0" || result == "done" || result == "audio" || result == "audio, instant";
+    return result == "0" || result == "done" || result == "audio" || result == "audio, timestamp";
 }
 
 // --- the report ---

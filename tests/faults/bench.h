@@ -13,16 +13,16 @@
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 
-/** What one request came to, as text: a number, or "audio" or "silence" for a read. */
+/** The result of one request, as text: a number, or "audio" or "silence" for a read. */
 struct Outcome {
     std::string result;
     std::chrono::milliseconds took;
 };
 
 /**
- * A HAL and all who call it, as words: "load", "start", "detect", "buffer", "read" and so on, so
- * that a table of faults can name what is done and what comes of it. The second word "music" means
- * the ambient model instead of the hotword.
+ * A HAL and all its callers, controlled by words: "load", "start", "detect", "buffer", "read" and
+ * so on. So a table of faults can name the requests and their results. The second word "music"
+ * means the ambient model instead of the hotword.
  *
  * Used by one thread.
  */
@@ -35,19 +35,19 @@ class Bench {
           std::string hotword_model = "hotword model", std::string music_model = "music model");
     ~Bench();
 
-    // Does these things, separated by ", ", one after the other; all must succeed. Reach
+    // Make these requests, separated by ", ", one after the other; all must succeed. Reach
     // initialises the HAL and brings it online first, except for "built".
     void Reach(std::string_view setup);
-    void DoAll(std::string_view requests);
-    Outcome Do(const std::string& request);
+    void CarryOutAll(std::string_view requests);
+    Outcome CarryOut(const std::string& request);
 
-    // Every request that Do knows.
+    // Every request that CarryOut knows.
     std::vector<std::string> Requests() const;
 
     // All clients, e.g. "1 StartDetecting started aec"; "none" when there are none.
     std::string State() const;
-    // That a hotword is detected and delivered from here on. `restart`: the framework has to stop
-    // and start recognition for that.
+    // Expects that a hotword is detected and delivered from here on. `restart`: the framework has
+    // to stop and start recognition before that.
     void ExpectDetection(bool restart = false);
 
     RecordingCallback& framework() { return *framework_; }
@@ -60,7 +60,7 @@ class Bench {
     int Load(bool is_music);
     int HandleOf(bool is_music) const;
     std::string Read(int engine, unsigned size, int channels);
-    std::string ReadInstant();
+    std::string ReadWithTimestamp();
     std::string Detect(bool is_music);
     void Route(const char* usecase);
     void Play(size_t tracks);
@@ -84,7 +84,7 @@ struct ReportRow {
     bool operator==(const ReportRow&) const = default;
 };
 
-/** What came out, table by table, in the order in which it did. */
+/** The results, table by table, in the order in which they came. */
 class Report {
   public:
     static Report& Get();

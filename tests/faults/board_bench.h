@@ -15,7 +15,7 @@
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 
-/** A device that is not there for as long as this lives. */
+/** Removes a device for as long as this object lives. */
 class MissingNode {
   public:
     explicit MissingNode(const char* path) : path_(path), away_(std::string(path) + ".away") {
@@ -30,10 +30,10 @@ class MissingNode {
     const std::filesystem::path away_;
 };
 
-/** The library on a virtual board; the microphone plays what the models listen for. */
+/** The library on a virtual board. Say() plays what the models listen for. */
 class BoardBenchTest : public ::virtual_dsp::BoardTest {
   protected:
-    // Three pieces, so that there is a first, a middle and a last one.
+    // Three chunks, so that there is a first, a middle and a last one.
     static constexpr size_t kModelBytes = 40000;
 
     void NewBench(size_t model_bytes = kModelBytes) {
@@ -47,21 +47,20 @@ class BoardBenchTest : public ::virtual_dsp::BoardTest {
     void BuildHal(size_t model_bytes = kModelBytes) {
         bench_.reset();
         bench_ = std::make_unique<Bench>(
-                SoundTriggerHalBuilder::BuildSoundTriggerHal(), [this](int) { Say(); },
+                SoundTriggerHalBuilder::BuildSoundTriggerHal(), [this](int) { PlayHotword(); },
                 Model(::virtual_dsp::Engine::kHotword, model_bytes),
                 Model(::virtual_dsp::Engine::kAmbientMusic, model_bytes));
     }
 
-    void Say() {
+    void PlayHotword() {
         EXPECT_TRUE(board_->microphone()
                             .Play(::virtual_dsp::PatternFrames(kFirst, kFrames + 640))
                             .get());
     }
 
     void AddFaults(const std::string& rules) {
-        std::string error;
-        const auto script = ::virtual_dsp::ParseFaults(rules, &error);
-        ASSERT_TRUE(script) << rules << ": " << error;
+        const auto script = ::virtual_dsp::ParseFaults(rules);
+        ASSERT_TRUE(script.ok()) << rules << ": " << script.error();
         for (const auto& rule : script->rules) board_->faults().Add(rule);
     }
 
@@ -71,7 +70,7 @@ class BoardBenchTest : public ::virtual_dsp::BoardTest {
         return {model.begin(), model.end()};
     }
 
-    // A tuning file that sets each of these parameters, docked or not.
+    // A tuning file that sets each of these parameters, in both modes.
     static std::vector<uint8_t> TuningOf(const std::vector<uint32_t>& ids) {
         std::vector<uint8_t> records;
         for (const uint32_t id : ids) {

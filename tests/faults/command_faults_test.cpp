@@ -4,6 +4,7 @@
 #include <map>
 #include <regex>
 
+#include "host/virtual_dsp/dsp/command_table.h"
 #include "tests/faults/board_bench.h"
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
@@ -88,8 +89,9 @@ constexpr CommandRow kRows[] = {
          "1 StartDetecting started aec", "no speaker", "1 StartDetecting started"},
         {339, false, "", "dock", "done", "done", "none", "none", "online", "none"},
         {342, true, "", "fan", "0", "0", "none", "none", "online", "none"},
-        {354, true, "load, start, detect, buffer", "instant", "audio, instant", "audio, no instant",
-         "1 Buffering started", "1 Buffering started", "read", "1 Buffering started"},
+        {354, true, "load, start, detect, buffer", "timestamp", "audio, timestamp",
+         "audio, no timestamp", "1 Buffering started", "1 Buffering started", "read",
+         "1 Buffering started"},
 };
 
 struct Tally {
@@ -132,7 +134,7 @@ class CommandFaultsTest : public BoardBenchTest, public ::testing::WithParamInte
             AddFaults(std::regex_replace(fault.rules, std::regex("ID"), std::to_string(row().id)));
         }
 
-        const Outcome outcome = bench_->Do(row().request);
+        const Outcome outcome = bench_->CarryOut(row().request);
 
         ExpectOutcome(fault, outcome.result);
         Tally& tally = tallies_[fault.name];
@@ -141,7 +143,7 @@ class CommandFaultsTest : public BoardBenchTest, public ::testing::WithParamInte
         missing.reset();
         board_->faults().Clear();
         if (fault.status != 0) {
-            const Outcome retried = bench_->Do(row().retry);
+            const Outcome retried = bench_->CarryOut(row().retry);
             EXPECT_TRUE(IsSuccess(retried.result)) << retried.result;
             EXPECT_EQ(row().retry_state, bench_->State());
         }

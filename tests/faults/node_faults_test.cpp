@@ -110,23 +110,24 @@ constexpr NodeRow kRows[] = {
         {"on ambient_pcm read times=1 short=100", kMusicBuffering, "read music", "audio",
          "1 Buffering started", "read music", "1 Buffering started"},
 
-        // The hotword's instant: the audio comes all the same, the instant with the next detection.
-        {zyl::kClockNode, kBuffering, "instant", "audio, no instant", "1 Buffering started",
-         "stop, start, detect, buffer, instant", "1 Buffering started"},
-        {"on clock open errno=EIO", kBuffering, "instant", "audio, no instant",
-         "1 Buffering started", "stop, start, detect, buffer, instant", "1 Buffering started"},
-        {"on clock read errno=EIO", kBuffering, "instant", "audio, no instant",
-         "1 Buffering started", "stop, start, detect, buffer, instant", "1 Buffering started"},
-        {"on clock read short=0", kBuffering, "instant", "audio, no instant", "1 Buffering started",
-         "stop, start, detect, buffer, instant", "1 Buffering started"},
-        {"on clock read short=3", kBuffering, "instant", "audio, no instant", "1 Buffering started",
-         "stop, start, detect, buffer, instant", "1 Buffering started"},
-        {"on clock read torn=4 at=0", kBuffering, "instant", "audio, no instant",
-         "1 Buffering started", "stop, start, detect, buffer, instant", "1 Buffering started"},
-        {"on clock open delay=50", kBuffering, "instant", "audio, instant", "1 Buffering started",
-         "read", "1 Buffering started"},
-        {"on clock read delay=50", kBuffering, "instant", "audio, instant", "1 Buffering started",
-         "read", "1 Buffering started"},
+        // The hotword's timestamp: the audio comes all the same, the timestamp with the next
+        // detection.
+        {zyl::kClockNode, kBuffering, "timestamp", "audio, no timestamp", "1 Buffering started",
+         "stop, start, detect, buffer, timestamp", "1 Buffering started"},
+        {"on clock open errno=EIO", kBuffering, "timestamp", "audio, no timestamp",
+         "1 Buffering started", "stop, start, detect, buffer, timestamp", "1 Buffering started"},
+        {"on clock read errno=EIO", kBuffering, "timestamp", "audio, no timestamp",
+         "1 Buffering started", "stop, start, detect, buffer, timestamp", "1 Buffering started"},
+        {"on clock read short=0", kBuffering, "timestamp", "audio, no timestamp",
+         "1 Buffering started", "stop, start, detect, buffer, timestamp", "1 Buffering started"},
+        {"on clock read short=3", kBuffering, "timestamp", "audio, no timestamp",
+         "1 Buffering started", "stop, start, detect, buffer, timestamp", "1 Buffering started"},
+        {"on clock read torn=4 at=0", kBuffering, "timestamp", "audio, no timestamp",
+         "1 Buffering started", "stop, start, detect, buffer, timestamp", "1 Buffering started"},
+        {"on clock open delay=50", kBuffering, "timestamp", "audio, timestamp",
+         "1 Buffering started", "read", "1 Buffering started"},
+        {"on clock read delay=50", kBuffering, "timestamp", "audio, timestamp",
+         "1 Buffering started", "read", "1 Buffering started"},
 
         // Detections. A device that cannot be opened is tried again when the DSP is back.
         {zyl::kNotificationDevice, "load", "start", "0", "1 StartDetecting started",
@@ -196,14 +197,14 @@ TEST_P(NodeFaultsTest, RequestEndsAsTheTableSaysAndTheRetryWorks) {
     }
     if (std::string(row.setup) == "built") BuildHal();  // Which is when the tuning file is read.
 
-    const Outcome outcome = bench_->Do(row.request);
+    const Outcome outcome = bench_->CarryOut(row.request);
 
     EXPECT_EQ(row.result, outcome.result);
     EXPECT_EQ(row.state, bench_->State());
     EXPECT_LT(outcome.took, milliseconds(1000));
     missing.reset();
     board_->faults().Clear();
-    bench_->DoAll(row.retry);
+    bench_->CarryOutAll(row.retry);
     EXPECT_EQ(row.retry_state, bench_->State());
     bench_->ExpectDetection();
     Report::Get().Add({*row.rules == '/' ? std::string(row.rules) + " gone" : row.rules,
@@ -223,7 +224,7 @@ TEST_P(LostDetectionTest, RecordThatCannotBeReadIsLostAndTheNextStartHearsAgain)
     ASSERT_NO_FATAL_FAILURE(bench_->Reach("load, start"));
     const size_t lost = AddFault(GetParam());
 
-    Say();
+    PlayHotword();
 
     ASSERT_TRUE(board_->faults().WaitUntilFired(lost, 1, ::virtual_dsp::kDeadline));
     EXPECT_EQ("1 StartDetecting started", bench_->State());
@@ -253,7 +254,7 @@ TEST_P(DriverHangTest, EndsWithTheDspAndTheReportsDoTheRest) {
     NewBench();
     ASSERT_NO_FATAL_FAILURE(bench_->Reach(row.setup));
     const size_t hang = AddFault(row.rules);
-    auto request = std::async(std::launch::async, [&] { return bench_->Do(row.request); });
+    auto request = std::async(std::launch::async, [&] { return bench_->CarryOut(row.request); });
     ASSERT_TRUE(board_->faults().WaitUntilFired(hang, 1, ::virtual_dsp::kDeadline));
 
     const auto down = steady_clock::now();
@@ -265,7 +266,7 @@ TEST_P(DriverHangTest, EndsWithTheDspAndTheReportsDoTheRest) {
     EXPECT_LT(took, milliseconds(1000));
     board_->faults().Clear();
     board_->dsp().Boot();
-    bench_->DoAll("offline, online");
+    bench_->CarryOutAll("offline, online");
     bench_->ExpectDetection();
     Report::Get().Add(
             {row.rules, row.setup, row.request, row.result, row.state, Milliseconds(took)});
@@ -285,10 +286,10 @@ INSTANTIATE_TEST_SUITE_P(
                         "1 Buffering started"},
                 NodeRow{"on hotword_pcm read times=1 hang", kBuffering, "read", "silence",
                         "1 Buffering started"},
-                NodeRow{"on clock read times=1 hang", kBuffering, "instant", "audio, instant",
+                NodeRow{"on clock read times=1 hang", kBuffering, "timestamp", "audio, timestamp",
                         "1 Buffering started"},
-                NodeRow{"on clock open times=1 hang", kBuffering, "instant", "audio, no instant",
-                        "1 Buffering started"},
+                NodeRow{"on clock open times=1 hang", kBuffering, "timestamp",
+                        "audio, no timestamp", "1 Buffering started"},
                 NodeRow{"on ambient_pcm open times=1 hang", kMusicBuffering, "read music",
                         "silence", "1 Buffering started"},
                 NodeRow{"on ambient_pcm read times=1 hang", kMusicBuffering, "read music",

@@ -11,7 +11,7 @@ using std::chrono::milliseconds;
 // The framework gives a call 3000 ms. Less than a third of it is to be the DSP's.
 constexpr milliseconds kLimit{1000};
 
-// 64 pieces: nobody may wait for each of them.
+// 64 chunks: nobody may wait for each of them.
 constexpr size_t kLargeModelBytes = 1024 * 1024;
 
 struct SilentRow {
@@ -69,7 +69,7 @@ class SilentDspTest : public BoardBenchTest, public ::testing::WithParamInterfac
             NewBench(kLargeModelBytes);
             bench_->Reach(row().setup);
             [[maybe_unused]] const auto spoilt = spoil();
-            took = bench_->Do(row().request).took;
+            took = bench_->CarryOut(row().request).took;
             if (took < limit) break;
         }
         EXPECT_LT(took, limit) << row().operation << " from " << row().setup;

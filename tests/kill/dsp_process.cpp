@@ -58,12 +58,15 @@ void DspProcess::Start() {
     ASSERT_TRUE(line.starts_with("ready")) << line;
 }
 
-std::string DspProcess::Ask(const std::string& request) {
-    const std::string line = request + "\n";
+std::string DspProcess::Answer(const std::string& verb) {
+    const std::string line = verb + "\n";
     EXPECT_EQ(static_cast<ssize_t>(line.size()), write(requests_, line.data(), line.size()));
-    const std::string answer = ReadLine();
-    EXPECT_TRUE(answer.starts_with("ok")) << request << ": " << answer;
-    return answer.substr(std::min<size_t>(answer.size(), 3));
+    // What the verb shows comes before it.
+    std::string answer;
+    do {
+        answer = ReadLine();
+    } while (answer.starts_with(' '));
+    return answer;
 }
 
 std::string DspProcess::ReadLine() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <gtest/gtest.h>
 #include <sys/types.h>
 
 #include <chrono>
@@ -8,22 +9,24 @@
 namespace virtual_dsp {
 
 /**
- * A DSP in a process of its own (`sthal dsp`) on the board that this process is on, to be asked for
- * things and to be killed. One at a time. Fails the test when anything takes longer than a few
- * seconds. Used by one thread.
+ * A DSP in a process of its own (`sthal dsp`), on the board of this process. It takes requests and
+ * can be killed. One at a time. Fails the test when anything takes longer than a few seconds. Used
+ * by one thread.
  */
 class DspProcess {
   public:
     DspProcess() = default;
-    // Lets it end by itself.
+    // Lets the process end by itself.
     ~DspProcess();
     DspProcess(const DspProcess&) = delete;
     DspProcess& operator=(const DspProcess&) = delete;
 
     // Returns when the nodes are there.
     void Start();
-    // The answer to a request of `sthal dsp --control`, without its "ok ".
-    std::string Ask(const std::string& request);
+    // Has `sthal dsp --control` carry out a verb, which must go well.
+    void Ask(const std::string& verb) { EXPECT_EQ("ok", Answer(verb)) << verb; }
+    // "ok" or "error ...".
+    std::string Answer(const std::string& verb);
     // SIGKILL; returns when the process is gone.
     void Kill();
 
@@ -37,7 +40,7 @@ class DspProcess {
     std::string pending_;
 };
 
-// What is mounted in this process's view of the file system.
+// The number of mounts in this process's view of the file system.
 size_t MountCount();
 
 }  // namespace virtual_dsp

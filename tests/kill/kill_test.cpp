@@ -112,16 +112,16 @@ class KillTest : public ::testing::Test {
     // Somebody says the hotword, and the framework hears of it.
     void ExpectDetection() {
         const size_t events = callback_->events().size();
-        dsp_->Ask("pattern " + std::to_string(kFirst) + " " + std::to_string(kFrames + 640));
+        dsp_->Ask("play pattern " + std::to_string(kFirst) + " " + std::to_string(kFrames + 640));
         callback_->WaitForEvents(events + 1);
     }
 
     // Kills the DSP when `fault` has struck inside `call`; returns what the call came to.
     template <typename Call>
     int KillInside(const std::string& fault, Call call) {
-        const std::string rule = dsp_->Ask("fault " + fault);
+        dsp_->Ask("fault " + fault);
         auto result = std::async(std::launch::async, call);
-        dsp_->Ask("await " + rule + " 1");
+        dsp_->Ask("wait fault");
         dsp_->Kill();
         return result.get();
     }
@@ -136,8 +136,8 @@ class KillTest : public ::testing::Test {
 };
 
 TEST_F(KillTest, InTheMiddleOfADownload) {
-    for (const char* fault : {"on model_data write after=3 times=1 hang",
-                              "on command reply id=260 after=2 times=1 hang"}) {
+    for (const char* fault :
+         {"model_data write after=3 times=1 hang", "command reply id=260 after=2 times=1 hang"}) {
         EXPECT_EQ(-EINVAL, KillInside(fault, [&] { return Load(); })) << fault;
         ASSERT_NO_FATAL_FAILURE(Restart());
     }
@@ -153,7 +153,7 @@ TEST_F(KillTest, InTheMiddleOfTheDownloadAfterARestart) {
     dsp_->Kill();
     Report(false);
     ASSERT_NO_FATAL_FAILURE(dsp_->Start());
-    KillInside("on model_data write after=3 times=1 hang", [&] { return Report(true), 0; });
+    KillInside("model_data write after=3 times=1 hang", [&] { return Report(true), 0; });
 
     ASSERT_NO_FATAL_FAILURE(Restart());
 
@@ -162,25 +162,25 @@ TEST_F(KillTest, InTheMiddleOfTheDownloadAfterARestart) {
 
 TEST_F(KillTest, InTheMiddleOfACommand) {
     ASSERT_EQ(0, Load());
-    for (const char* fault : {"on command open times=1 hang", "on command write times=1 hang",
-                              "on command read times=1 hang", "on command reply times=1 hang"}) {
+    for (const char* fault : {"command open times=1 hang", "command write times=1 hang",
+                              "command read times=1 hang", "command reply times=1 hang"}) {
         EXPECT_EQ(-EINVAL, KillInside(fault, [&] { return Start(); })) << fault;
         ASSERT_NO_FATAL_FAILURE(Restart());
     }
     EXPECT_EQ(0, Start());
-    EXPECT_EQ(-EINVAL, KillInside("on command reply id=228 hang", [&] { return Stop(); }));
+    EXPECT_EQ(-EINVAL, KillInside("command reply id=228 hang", [&] { return Stop(); }));
     ASSERT_NO_FATAL_FAILURE(Restart());
     ExpectDetection();
     EXPECT_EQ(0, Stop());
-    EXPECT_EQ(-EINVAL, KillInside("on command reply id=262 hang", [&] { return Unload(); }));
+    EXPECT_EQ(-EINVAL, KillInside("command reply id=262 hang", [&] { return Unload(); }));
     ASSERT_NO_FATAL_FAILURE(Restart());
     EXPECT_EQ(0, Unload());
 }
 
 TEST_F(KillTest, InTheMiddleOfABufferRead) {
     ASSERT_EQ(0, Load());
-    for (const char* fault : {"on hotword_pcm open times=1 hang", "on hotword_pcm poll hang",
-                              "on hotword_pcm read times=1 hang", "on command reply id=354 hang"}) {
+    for (const char* fault : {"hotword_pcm open times=1 hang", "hotword_pcm poll hang",
+                              "hotword_pcm read times=1 hang", "command reply id=354 hang"}) {
         SCOPED_TRACE(fault);
         ASSERT_EQ(0, Start());
         ExpectDetection();

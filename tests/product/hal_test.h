@@ -30,13 +30,16 @@ using enum ::aidl::android::media::soundtrigger::SoundModelType;
 inline constexpr int kHotword = 1;
 inline constexpr int kAmbient = 2;
 
-/** What has no caller in the library, and what no caller can see. Holds the HAL's lock. */
+/**
+ * Access to functions that have no caller in the library, and to data that no caller can see. Holds
+ * the HAL's lock.
+ */
 class SoundTriggerHalPeer {
   public:
     explicit SoundTriggerHalPeer(SoundTriggerHal& hal) : hal_(hal), lock_(hal.lock_) {}
     int ResetDsp() { return hal_.ResetDsp(); }
     int ResetModelInDsp(int engine) { return hal_.ResetModelInDsp(engine); }
-    // What the control thread has not read yet.
+    // The bytes in the pipe that the control thread has not read yet.
     int PendingMessageBytes() {
         int bytes = -1;
         EXPECT_EQ(0, ioctl(hal_.control_pipe_.read_end(), FIONREAD, &bytes));
@@ -61,7 +64,7 @@ inline SoundTriggerHal::SoundModel ModelOf(SoundTriggerHalClient::SoundModelType
     return model;
 }
 
-/** What `dumped`, asked so, writes. */
+/** What `dumped` writes for these arguments. */
 template <typename T>
 std::string DumpOf(T& dumped, std::vector<std::string_view> args = {}, int indentation = 0) {
     const ::ndk::ScopedFileDescriptor file(memfd_create("dump", MFD_CLOEXEC));
@@ -84,12 +87,12 @@ inline std::vector<pid_t> ControlThreads() {
     return threads;
 }
 
-/** A HAL on a scripted DSP, built and no more. */
+/** A HAL on a scripted DSP, built but not initialised. */
 class HalTest : public ::testing::Test {
   protected:
     void TearDown() override { leave_.release(); }
 
-    // What an operation came to: its result, all that it told the DSP, and every line above INFO.
+    // Checks the result of an operation, all that it sent to the DSP, and every line above INFO.
     void Check(int expected, int result, const std::string& commands = "",
                const LogCapture::Lines& problems = {}, int line = __builtin_LINE()) {
         const ::testing::ScopedTrace trace("", line, "the step in this line");
@@ -104,7 +107,7 @@ class HalTest : public ::testing::Test {
 
     void Fail(const char* call) { dsp_.Script({.call = call, .result = -EIO}); }
     void Online(bool online) { hal_->OnSoundCardStateChanged(online); }
-    // From now on the eraser is wanted by every started hotword model.
+    // From now on every started hotword model wants the eraser.
     void PlayOnLoudspeaker() {
         hal_->OnRoutingGraphChanged({.edges = {{"deep-buffer-playback", "speaker"}}});
         (void)dsp_.TakeCommands();
@@ -128,13 +131,14 @@ class HalTest : public ::testing::Test {
         (void)dsp_.TakeCommands();
         return handle;
     }
-    // Has the DSP report a detection and waits until the framework has been told.
+    // Makes the DSP report a detection, and waits until the framework has got the event.
     void Detect(int engine, const std::string& payload = "payload") {
         const size_t events = callback_->events().size();
         dsp_.Notify({.engine = engine, .payload = payload});
         callback_->WaitForEvents(events + 1);
     }
-    // Keeps the control thread in a callback, with an ambient model of handle 1, until leave_.
+    // Keeps the control thread in a callback, for an ambient model with handle 1, until `leave_` is
+    // released.
     void Hold() {
         std::counting_semaphore<> entered{0};
         callback_->SetAction([&](int) {
@@ -165,11 +169,11 @@ class HalTest : public ::testing::Test {
             ::ndk::SharedRefBase::make<RecordingCallback>();
     std::unique_ptr<SoundTriggerHal> hal_ =
             SoundTriggerHalBuilder::BuildSoundTriggerHal(std::unique_ptr<ScriptedAdapter>(&dsp_));
-    int handle_ = 0;  // What the last load gave out.
+    int handle_ = 0;  // From the last load.
     int models_made_ = 0;
 };
 
-/** The same, initialised, the DSP online and the control thread waiting. */
+/** The same, but initialised, with the DSP online and the control thread waiting. */
 class RunningHalTest : public HalTest {
   protected:
     void SetUp() override {

@@ -17,9 +17,9 @@ namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 
 /**
  * Keeps what this process logs, in place of the standard logger, for as long as it lives. A line is
- * kept as severity, tag (without what all have in common) and text: "E Hal: Initialize: ..." for
- * the tag StHal::SoundTriggerHal. Made and destroyed while no other thread logs; otherwise
- * thread-safe.
+ * kept as severity, tag (without the parts that all tags have in common) and text: "E Hal:
+ * Initialize: ..." for the tag StHal::SoundTriggerHal. Made and destroyed while no other thread
+ * logs; otherwise thread-safe.
  */
 class LogCapture {
   public:
@@ -44,12 +44,12 @@ class LogCapture {
     LogCapture(const LogCapture&) = delete;
     LogCapture& operator=(const LogCapture&) = delete;
 
-    // Lines below it are not made; INFO unless this is called.
+    // Lines of a lower severity are not logged. The minimum is INFO unless this is called.
     void SetMinimum(::android::base::LogSeverity severity) {
         ::android::base::SetMinimumLogSeverity(severity);
     }
 
-    // Removes what is kept: all of it, or what is logged at one of these severities.
+    // Removes and returns the lines: all of them, or those of these severities.
     Lines Take(const std::string& severities = "VDIWEF") {
         std::lock_guard lock(kept_->lock);
         Lines taken;
@@ -87,7 +87,7 @@ class LogCapture {
     }
 
   private:
-    // Shared with the logger: a thread that is late must not log into an object that is gone.
+    // Shared with the logger: a late thread must not log into an object that is gone.
     struct Kept {
         std::mutex lock;
         std::condition_variable grown;

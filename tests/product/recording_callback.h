@@ -14,8 +14,8 @@
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 
 /**
- * The framework's end of a model: keeps what it is told, and may answer. Every event fails in the
- * end, since that must not matter. Thread-safe.
+ * The framework's callback of a model. Keeps the events, and can run an action in each. Every event
+ * call returns an error at its end, because that must not matter to the HAL. Thread-safe.
  */
 class RecordingCallback
     : public ::aidl::android::hardware::soundtrigger3::BnSoundTriggerHwCallback {
@@ -26,7 +26,8 @@ class RecordingCallback
         ::aidl::android::media::soundtrigger::PhraseRecognitionEvent event;  // Or its common part.
     };
 
-    // Run inside every call from now on. The event counts as come when this has returned.
+    // Runs `action` inside every event call from now on. An event counts as received when `action`
+    // has returned.
     void SetAction(std::function<void(int handle)> action) {
         std::lock_guard lock(lock_);
         action_ = std::move(action);

@@ -19,23 +19,24 @@ namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 inline constexpr std::chrono::seconds kDeadline{20};
 
 /**
- * The DSP as a test scripts and sees it. Every call succeeds unless a step says otherwise, and is
- * kept in a journal as the short text that stands at it below. The notification descriptor is a
- * real one, readable while notifications wait, so that the HAL's own select loop runs.
+ * A DSP that a test scripts and watches. Every call succeeds unless a step says otherwise. The
+ * journal keeps each call as a short text, given at the functions below. The notification
+ * descriptor is a real one, readable while notifications wait, so that the HAL's own select loop
+ * runs.
  *
- * Fails the test when a step or a notification is left over at the end, when a call comes that must
- * not, when a notification is read that does not wait, and when two calls overlap that the HAL has
- * to make under its lock. Thread-safe.
+ * Fails the test when a step or a notification is left over at the end, when a forbidden call
+ * comes, when a notification is read although none waits, and when two calls overlap that the HAL
+ * has to make under its lock. Thread-safe.
  */
 class ScriptedAdapter : public SoundTriggerAdapter {
   public:
     static constexpr int kNever = -1;
 
-    // What happens instead of just answering 0: a fault, or something in between.
+    // What a call does other than return 0: a fault, or an action during the call.
     struct Step {
         std::string call;  // How its text begins.
         int result = 0;    // 0: as without this step.
-        int after = 0;     // This many such calls go by first.
+        int after = 0;     // This many such calls pass first.
         int times = 1;     // Then it applies to this many. kNever: no such call may come.
         std::function<void()> during = nullptr;  // Run inside the call.
     };
@@ -51,7 +52,7 @@ class ScriptedAdapter : public SoundTriggerAdapter {
     void Script(Step step);
     void Notify(Notification notification);
 
-    // Removes calls from the journal: all, or those that change the DSP, in one line.
+    // Removes and returns calls of the journal: all, or those that change the DSP, in one line.
     std::vector<std::string> Take();
     std::string TakeCommands();
     // Waits for calls in the journal whose text begins with `call`.
@@ -80,16 +81,16 @@ class ScriptedAdapter : public SoundTriggerAdapter {
     // thread's "Watch()", "Unwatch()" and "Notification()".
     std::optional<LibraryArchitecture> GetLibraryArchitecture() override;
     int64_t ReadDspTimestamp(int engine) override;
-    // Writes as much as the real one: where audio is converted, 1024 samples whatever was asked
-    // for. Byte k of each read is k, modulo 251.
+    // Writes as much as the real adapter: where audio is converted, always 1024 samples. Byte k of
+    // each read is k, modulo 251.
     int ReadDspBuffer(int engine, char* buffer, unsigned size, int channels) override;
     int GetNotificationFileDescriptor() override;
     void ResetNotificationFileDescriptor() override;
     int ReadDspNotification(int* engine, std::string& payload) override;
 
   private:
-    // Journals a call and returns what its step says, else 0; the others, of calls that are made
-    // under the HAL's lock.
+    // Adds a call to the journal and returns what its step says, else 0. The other three are for
+    // calls that the HAL makes under its lock.
     int Call(const std::string& name, const std::string& arguments);
     int Locked(const char* name, const std::string& arguments = "");
     int ForEngine(const char* name, int engine, const std::string& more = "");

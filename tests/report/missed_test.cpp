@@ -4,9 +4,11 @@
 #include <algorithm>
 #include <functional>
 #include <memory>
+#include <random>
 #include <vector>
 
 #include "tests/report/written_run.h"
+#include "tools/sthal/output/finding_texts.h"
 
 namespace sthal {
 namespace {
@@ -14,14 +16,19 @@ namespace {
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
-using Kind = RecordedCall::Kind;
+using virtual_dsp::AnswerCause;
+using virtual_dsp::CommandAnswered;
+using virtual_dsp::PowerChanged;
+using virtual_dsp::RecordDropped;
+using virtual_dsp::VoidedBy;
+using Why = MissReason::Kind;
 
 struct Case {
     const char* name;
     std::function<void(WrittenRun&)> tell;
-    MissReason reason;
+    Why reason;
     const char* why;  // Of what a person reads.
-    double likeness = 0.9;
+    double correlation = 0.9;
 
     friend void PrintTo(const Case& one, std::ostream* out) { *out << one.name; }
 };
@@ -32,65 +39,76 @@ TEST_P(MissedHotwordTest, SaysWhyNoEventCame) {
     WrittenRun run;
     GetParam().tell(run);
 
-    const auto missed = run.Missed(GetParam().likeness);
+    const auto missed = run.Missed(GetParam().correlation);
 
     ASSERT_THAT(missed, SizeIs(1));
-    EXPECT_EQ(GetParam().reason, missed[0].reason) << missed[0].why;
-    EXPECT_THAT(missed[0].why, HasSubstr(GetParam().why));
+    const std::string text = MissedText(missed[0], run.facts);
+    EXPECT_EQ(GetParam().reason, missed[0].reason.kind) << text;
+    EXPECT_THAT(text, HasSubstr(GetParam().why));
     EXPECT_EQ(2000 * kMs, missed[0].heard_ns);
 }
 
 const Case kCases[] = {
-        {"NeverStarted", [](WrittenRun& run) { run.Online(); }, MissReason::kNotStarted,
-         "not started"},
+        {"NeverStarted", [](WrittenRun& run) { run.Online(); }, Why::kNotStarted, "not started"},
         {"Stopped",
          [](WrittenRun& run) {
              run.Start();
-             run.Call(500, Kind::kStop);
+             run.Call(500, Operation::kStopRecognition);
              run.Command(500, wire::CMD_AUDIO_INPUT_HOTWORD_STOP);
          },
-         MissReason::kNotStarted, "had ended it"},
+         Why::kNotStarted, "had ended it"},
         {"StartFailed",
          [](WrittenRun& run) {
              run.Online();
-             run.Call(30, Kind::kStart, -22);
+             run.Call(30, Operation::kStartRecognition, -22);
          },
-         MissReason::kNotStarted, "failed with -22"},
+         Why::kNotStarted, "failed with -22"},
         {"DspLostTheStart",
          [](WrittenRun& run) {
              run.Start();
              run.Command(600, wire::CMD_AUDIO_INPUT_HOTWORD_STOP);
          },
-         MissReason::kNotStarted, "engine was loaded"},
+         Why::kEngineNotDetecting, "engine was loaded"},
+        {"DspForgotTheModel",
+         [](WrittenRun& run) {
+             run.Start();
+             run.Journal(600, PowerChanged{.is_up = false});
+             run.Journal(700, PowerChanged{.is_up = true});
+             run.Command(710, wire::CMD_AUDIO_INPUT_HOTWORD_START);
+         },
+         Why::kEngineNotDetecting, "engine was armed"},
         {"DspDown",
          [](WrittenRun& run) {
              run.Start();
-             run.Journal(900, "life", "crash");
+             run.Journal(900, PowerChanged{.is_up = false});
          },
-         MissReason::kDspOffline, "was down"},
+         Why::kDspDown, "was down"},
         {"HalToldOffline",
          [](WrittenRun& run) {
              run.Start();
              run.Log(900, "OnSoundCardStateChanged: false");
          },
-         MissReason::kDspOffline, "told that the DSP is offline"},
-        {"NeverToldOnline", [](WrittenRun&) {}, MissReason::kDspOffline, "not been told yet"},
+         Why::kReportedOffline, "told that the DSP is offline"},
+        {"NeverToldOnline", [](WrittenRun&) {}, Why::kNeverReportedOnline, "not been told yet"},
         {"ModelForAnotherEngine",
          [](WrittenRun& run) {
              run.Online();
              run.facts.models[0].handle = 0;
-             run.Command(21, wire::CMD_AUDIO_INPUT_HOTWORD_LOAD_MODEL, -22,
-                         "command 261 -> -22: bad model: made for engine 2");
+             run.Journal(21, CommandAnswered{.id = wire::CMD_AUDIO_INPUT_HOTWORD_LOAD_MODEL,
+                                             .bytes = {},
+                                             .status = -22,
+                                             .cause = AnswerCause::kModelOfOtherEngine,
+                                             .value = 2});
          },
-         MissReason::kEngineMismatch, "made for engine 2"},
+         Why::kLoadedIntoOtherEngine, "made for engine 2"},
         {"OnlyAnotherEngineStartedInHal",
          [](WrittenRun& run) {
              run.Start();
-             run.Call(400, Kind::kStop);
-             run.Call(410, Kind::kStart, 0, /*handle=*/2);
+             run.Call(400, Operation::kStopRecognition);
+             run.Call(410, Operation::kStartRecognition, 0, /*handle=*/2);
              run.DetectAndRead();
          },
-         MissReason::kEngineMismatch, "other engines"},
+         Why::kOnlyOtherEnginesStarted, "other engines"},
         {"RefusedTransition",
          [](WrittenRun& run) {
              run.Start();
@@ -99,52 +117,65 @@ const Case kCases[] = {
              run.Log(2014,
                      "ControlThreadLoop: requested CallbackProcessing failure from Buffering");
          },
-         MissReason::kRefusedTransition, "from Buffering"},
+         Why::kTransitionRefused, "from Buffering"},
         {"InternalRecognition",
          [](WrittenRun& run) {
              run.Start();
-             run.Log(700, "ChangeStateTo: client 1 transits from A to InternalForceDetected");
+             run.Log(700,
+                     "ChangeStateTo: client 1 transits from ModelLoaded to InternalForceDetected");
          },
-         MissReason::kInternalRecognition, "internal recognition"},
+         Why::kInternalRecognition, "internal recognition"},
         {"RecordReadDuringInternalStream",
          [](WrittenRun& run) {
              run.Start();
              run.DetectAndRead();
              run.facts.streams.push_back({.is_internal = true, .opened_ns = 800 * kMs});
          },
-         MissReason::kInternalRecognition, "internal recognition"},
-        {"BelowThreshold", [](WrittenRun& run) { run.Start(); }, MissReason::kBelowThreshold,
-         "likeness 0.65, threshold 0.7", 0.65},
+         Why::kInternalRecognition, "internal recognition"},
+        {"BelowThreshold", [](WrittenRun& run) { run.Start(); }, Why::kBelowThreshold,
+         "correlation 0.65, threshold 0.7", 0.65},
         {"NotStartedAgain",
          [](WrittenRun& run) {
              run.Start();
-             run.Journal(600, "detector", "hotword detected, score=0.9 frame=9000, captured");
+             run.Detect(600, 9000);
          },
-         MissReason::kNotStartedAgain, "once after each start"},
-        {"StartedInTheMiddle", [](WrittenRun& run) { run.Start(1500); },
-         MissReason::kStartedTooLate, "in the middle"},
+         Why::kDetectedAlready, "once after each start"},
+        {"StartedInTheMiddle", [](WrittenRun& run) { run.Start(1500); }, Why::kStartedTooLate,
+         "in the middle"},
         {"RecordDropped",
          [](WrittenRun& run) {
              run.Start();
              run.Detect();
-             run.Journal(2011, "notification", "unread hotword record dropped by stop");
+             run.Journal(2011, RecordDropped{.cause = VoidedBy::kStop});
          },
-         MissReason::kRecordDropped, "dropped by stop"},
+         Why::kRecordDropped, "dropped by stop"},
         {"ReadFailed",
          [](WrittenRun& run) {
              run.Start();
              run.Detect();
              run.Log(2020, "ControlThreadLoop: read trigger event failure: -5");
          },
-         MissReason::kReadFailed, "failure: -5"},
+         Why::kReadFailed, "failure: -5"},
+        {"NeverRead",
+         [](WrittenRun& run) {
+             run.Start();
+             run.Detect();
+         },
+         Why::kNeverRead, "never read"},
+        {"NobodysRecord",
+         [](WrittenRun& run) {
+             run.Start();
+             run.DetectAndRead();
+         },
+         Why::kNoClient, "no client of it"},
         {"StoppedMeanwhile",
          [](WrittenRun& run) {
              run.Start();
              run.DetectAndRead();
              run.Log(2014, "ControlThreadLoop: received Hotword recognition");
          },
-         MissReason::kStoppedMeanwhile, "stopped or unloaded"},
-        {"ListenedInVain", [](WrittenRun& run) { run.Start(); }, MissReason::kUnknown,
+         Why::kStoppedMeanwhile, "stopped or unloaded"},
+        {"ListenedInVain", [](WrittenRun& run) { run.Start(); }, Why::kNotDetected,
          "was listening"},
 };
 
@@ -155,25 +186,26 @@ INSTANTIATE_TEST_SUITE_P(Reasons, MissedHotwordTest, ::testing::ValuesIn(kCases)
 TEST(MissedHotword, ModelThatHasTheHandleNowDoesNotCount) {
     WrittenRun run;
     run.Start();
-    run.Call(400, Kind::kUnload);
+    run.Call(400, Operation::kUnloadSoundModel);
     run.facts.models.push_back({.ns = 410 * kMs,
                                 .handle = 1,
                                 .name = "other",
                                 .threshold = 0.7,
                                 .pattern = std::vector<int16_t>(16000, 2)});
-    run.Call(420, Kind::kStart);
+    run.Call(420, Operation::kStartRecognition);
 
     const auto missed = run.Missed();
 
     ASSERT_THAT(missed, SizeIs(1));
-    EXPECT_EQ(MissReason::kNotStarted, missed[0].reason) << missed[0].why;
+    EXPECT_EQ(Why::kNotStarted, missed[0].reason.kind);
 }
 
 // One second that resembles nothing else.
 audio::Sound MakeSpeech() {
     audio::Sound speech;
+    std::minstd_rand random(1);
     for (int i = 0; i < audio::kSampleRateHz; ++i) {
-        speech.samples.push_back(static_cast<int16_t>(i * 7919 % 20011 - 10000));
+        speech.samples.push_back(static_cast<int16_t>(static_cast<int>(random() % 20001) - 10000));
     }
     return speech;
 }
@@ -185,14 +217,14 @@ TEST(MissedHotword, OneSpeechCountsOnce) {
     audio::Sound recording;
     recording.samples.assign(size_t{3} * audio::kSampleRateHz, 0);
     std::ranges::copy(speech.samples, recording.samples.begin() + 16000);
-    run.facts.playbacks[0].recording = std::make_shared<audio::Sound>(recording);
+    run.facts.recordings[0].recording = std::make_shared<audio::Sound>(recording);
     run.facts.models[0].pattern = speech.samples;
     auto shorter = run.facts.models[0];
     shorter.handle = 2;
     shorter.pattern.resize(12000);
     run.facts.models.push_back(shorter);
     run.Online();
-    run.Call(30, Kind::kStart, 0, /*handle=*/2);
+    run.Call(30, Operation::kStartRecognition, 0, /*handle=*/2);
 
     const auto spoken = FindSpoken(run.facts);
 
@@ -206,13 +238,13 @@ TEST(MissedHotword, WhatWasSaidTooQuietlyToBeFoundIsKnownAllTheSame) {
     run.Start();
     const audio::Sound said = MakeSpeech();
     run.facts.models[0].pattern = said.samples;
-    run.facts.playbacks[0].said = std::make_shared<audio::Sound>(said);
-    run.facts.playbacks[0].said_at = 16000;
+    run.facts.recordings[0].said = std::make_shared<audio::Sound>(said);
+    run.facts.recordings[0].said_at = 16000;
 
-    const auto missed = ExplainMissed(run.facts, FindSpoken(run.facts));
+    const auto missed = RunFindings(run.facts).missed;
 
     ASSERT_THAT(missed, SizeIs(1));
-    EXPECT_EQ(MissReason::kBelowThreshold, missed[0].reason) << missed[0].why;
+    EXPECT_EQ(Why::kBelowThreshold, missed[0].reason.kind);
     EXPECT_EQ(2000 * kMs, missed[0].heard_ns);
 }
 
@@ -221,7 +253,8 @@ TEST(MissedHotword, DeliveredOrUnheardOnesAreNotMissed) {
     delivered.Start();
     delivered.Deliver();
     WrittenRun broken_off;
-    broken_off.facts.playbacks[0].heard_ns.resize(150);
+    broken_off.facts.recordings[0].heard = {};
+    broken_off.facts.recordings[0].heard.Add(24000, 1500 * kMs);
 
     EXPECT_THAT(delivered.Missed(), IsEmpty());
     EXPECT_THAT(broken_off.Missed(), IsEmpty()) << "nobody heard its end";

@@ -6,8 +6,8 @@
 #include <utility>
 
 #include "audio/hal/aidl/soundtrigger/zyl/zyl_wire.h"
-#include "tools/sthal/facts/record.h"
-#include "tools/sthal/findings/missed.h"
+#include "tools/sthal/facts/run_facts.h"
+#include "tools/sthal/findings/run_findings.h"
 
 // A run written by hand: model 1 is loaded and started, and its hotword is spoken from 1 s to 2 s.
 namespace sthal {
@@ -22,10 +22,10 @@ class WrittenRun {
         facts.end_ns = 5000 * kMs;
         auto recording = std::make_shared<audio::Sound>();
         recording->samples.resize(size_t{3} * audio::kSampleRateHz);
-        RecordedPlayback playback{.recording = recording, .first_frame = 1000};
-        for (int64_t block = 1; block <= 300; ++block)
-            playback.heard_ns.push_back(block * 10 * kMs);
-        facts.playbacks.push_back(playback);
+        facts.recordings.push_back({.recording = recording, .first_frame = 1000});
+        for (size_t block = 1; block <= 300; ++block) {
+            facts.recordings[0].heard.Add(block * 160, static_cast<int64_t>(block) * 10 * kMs);
+        }
         facts.models.push_back({.ns = 20 * kMs,
                                 .handle = 1,
                                 .name = "hey",
@@ -34,56 +34,56 @@ class WrittenRun {
     }
 
     void Online() { Log(5, "OnSoundCardStateChanged: true"); }
-    void Call(int64_t ms, RecordedCall::Kind kind, int result = 0, int handle = 1) {
-        RecordedCall call{.kind = kind,
-                          .name = "call",
-                          .begin_ns = ms * kMs,
-                          .end_ns = ms * kMs + 1000,
-                          .result = result,
-                          .handle = handle,
-                          .io_handle = 13};
-        facts.calls.push_back(std::move(call));
+    void Call(int64_t ms, Operation operation, int result = 0, int handle = 1) {
+        facts.calls.push_back({.operation = operation,
+                               .begin_ns = ms * kMs,
+                               .end_ns = ms * kMs + 1000,
+                               .result = result,
+                               .handle = handle,
+                               .io_handle = 13});
     }
-    void Command(int64_t ms, uint32_t id, int result = 0, const std::string& text = "command") {
-        Journal(ms, "command", text);
-        facts.journal.back().command_id = id;
-        facts.journal.back().result = result;
+    void Journal(int64_t ms, virtual_dsp::JournalEntry::What what) {
+        facts.journal.push_back({.boottime_ns = ms * kMs, .what = std::move(what)});
     }
-    void Journal(int64_t ms, const std::string& source, const std::string& text) {
-        virtual_dsp::JournalEntry entry;
-        entry.boottime_ns = ms * kMs;
-        entry.source = source;
-        entry.text = text;
-        facts.journal.push_back(entry);
+    void Command(int64_t ms, uint32_t id, int status = 0) {
+        Journal(ms, virtual_dsp::CommandAnswered{.id = id, .bytes = {}, .status = status});
     }
     void Log(int64_t ms, const std::string& text) {
         facts.log.push_back({.ns = ms * kMs, .text = text});
+        if (const auto said = ReadHalLog(facts.log.back())) facts.hal.push_back(*said);
     }
     // Model 1 loaded and started, in the DSP, too.
     void Start(int64_t ms = 30) {
         Online();
-        Call(20, RecordedCall::Kind::kLoad);
+        Call(20, Operation::kLoadPhraseSoundModel);
         Command(21, wire::CMD_AUDIO_INPUT_HOTWORD_LOAD_MODEL);
-        Call(ms, RecordedCall::Kind::kStart);
+        Call(ms, Operation::kStartRecognition);
         Command(ms, wire::CMD_AUDIO_INPUT_HOTWORD_START);
     }
     // The DSP detects the hotword, and the HAL reads the record.
-    void Detect() {
-        Journal(2010, "detector",
-                "hotword detected, score=0.91 frame=32999, captured from frame 9000");
+    void Detect(int64_t ms = 2010, uint64_t frame = 32999) {
+        Journal(ms,
+                virtual_dsp::DetectionRaised{.frame = frame, .score = 0.91, .captured_from = 9000});
     }
     void DetectAndRead() {
         Detect();
-        Journal(2012, "notification", "hotword record taken");
+        Journal(2012, virtual_dsp::RecordTaken{});
         Log(2013, "ControlThreadLoop: read trigger event with model type: 1");
     }
     void Deliver() {
         DetectAndRead();
         facts.events.push_back({.handle = 1, .entered_ns = 2015 * kMs, .returned_ns = 2016 * kMs});
     }
+    // A stream of the model, opened at a time.
+    void Open(int64_t ms, int io_handle = 13) {
+        facts.streams.push_back(
+                {.io_handle = io_handle, .opened_ns = ms * kMs, .bulk_frames = 1024});
+    }
 
-    std::vector<MissedHotword> Missed(double likeness = 0.9) const {
-        return ExplainMissed(facts, {{.range = {16000, 32000}, .likeness = likeness}});
+    std::vector<MissedHotword> Missed(double correlation = 0.9) const {
+        const std::vector<SpokenHotword> spoken = {
+                {.range = {16000, 32000}, .correlation = correlation}};
+        return ExplainMissed(facts, StateSpans(facts), DetectionTrails(facts), spoken);
     }
 
     RunFacts facts;

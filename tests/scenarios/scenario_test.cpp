@@ -35,14 +35,14 @@ class MistakeTest : public ::testing::TestWithParam<Mistake> {};
 TEST_P(MistakeTest, IsToldWithItsPlaceAndWhatWasExpected) {
     const auto scenario = ParseScenario(GetParam().text, "bug.sthal");
 
-    EXPECT_FALSE(scenario) << "the mistake would be met in the middle of the run";
-    EXPECT_EQ(GetParam().error, scenario.error);
+    ASSERT_FALSE(scenario.ok()) << "the mistake would be met in the middle of the run";
+    EXPECT_EQ(GetParam().error, scenario.error());
 }
 
 INSTANTIATE_TEST_SUITE_P(
         Scenario, MistakeTest,
         ::testing::Values(
-                Mistake{"UnknownVerb", "hush\n\nlaod keyphrase a\n",
+                Mistake{"UnknownVerb", "play stop\n\nlaod keyphrase a\n",
                         "bug.sthal:3: expected a verb, found 'laod'; did you mean 'load'?"},
                 Mistake{"NothingNear", "frobnicate a\n",
                         "bug.sthal:1: expected a verb, found 'frobnicate'"},
@@ -84,15 +84,46 @@ INSTANTIATE_TEST_SUITE_P(
                 Mistake{"NoFault", "fault command reply errno=EWHAT\n",
                         "bug.sthal:1: expected the name of an error, such as EIO, found "
                         "errno=EWHAT"},
-                Mistake{"LateSeed", "hush\nseed 3\n",
+                Mistake{"LateSeed", "play stop\nseed 3\n",
                         "bug.sthal:2: expected 'seed' before all other verbs, found it after "
-                        "'hush'"},
+                        "'play stop'"},
+                Mistake{"OldVerb", "hush\n",
+                        "bug.sthal:1: expected a verb, found 'hush', which is now 'play stop'"},
+                Mistake{"UnknownValue", "value phrase hello\nsay $phrse\n",
+                        "bug.sthal:2: expected the name of a value (phrase), found '$phrse'; did "
+                        "you mean 'phrase'?"},
+                Mistake{"UnknownCondition", "value dump off\nunless dmp when dump dump\n",
+                        "bug.sthal:2: expected the name of a value (dump), found 'dmp'; did you "
+                        "mean 'dump'?"},
+                Mistake{"NameOfAValue", "value Phrase hello\n",
+                        "bug.sthal:1: expected a name of small letters and '_', found 'Phrase'"},
+                Mistake{"ConditionOfNothing", "value dump on\nwhen dump\n",
+                        "bug.sthal:2: expected a verb, found the end of the line"},
+                Mistake{"MistakeUnderACondition", "value dump on\nwhen dump dmup\n",
+                        "bug.sthal:2: expected a verb, found 'dmup'; did you mean 'dump'?"},
+                Mistake{"LatePhone", "heading A\nwait 1 s\nphone start\n",
+                        "bug.sthal:3: expected 'phone start' above all that needs a phone, found "
+                        "it after 'wait 1 s'"},
+                Mistake{"SecondPhone", "phone start\nphone start\n",
+                        "bug.sthal:2: expected 'phone start' above all that needs a phone, found "
+                        "it after 'phone start'"},
+                Mistake{"NoEngine", "dsp engine 4\n",
+                        "bug.sthal:1: expected the number of an engine (1, 2, 3), found '4'"},
                 Mistake{"ShellVerb", "quit\n",
                         "bug.sthal:1: expected a verb of scenarios, found 'quit', which is for "
                         "the shell only"},
                 Mistake{"NothingToDo", "# all comment\n",
                         "bug.sthal:2: expected a verb, found the end of the file"}),
         [](const auto& instance) { return instance.param.name; });
+
+// The lines that are carried out, with values put in.
+std::vector<std::string> StepTexts(const char* text, const NamedTexts& values = {}) {
+    const auto scenario = ParseScenario(text, "bug.sthal", {.values = values});
+    if (!scenario.ok()) return {scenario.error()};
+    std::vector<std::string> texts;
+    for (const Scenario::Step& step : scenario->steps) texts.push_back(step.text);
+    return texts;
+}
 
 TEST(ScenarioTest, ReadsSettingsQuotesUnitsAndComments) {
     const auto scenario = ParseScenario(
@@ -103,23 +134,77 @@ TEST(ScenarioTest, ReadsSettingsQuotesUnitsAndComments) {
             "fault command reply id=227 errno=EIO\n",
             "bug.sthal");
 
-    ASSERT_TRUE(scenario) << scenario.error;
+    ASSERT_TRUE(scenario.ok()) << scenario.error();
     EXPECT_EQ(42U, scenario->seed);
     EXPECT_EQ(4.0, scenario->speed);
     ASSERT_EQ(3U, scenario->steps.size());
     const Scenario::Step& load = scenario->steps[0];
     EXPECT_EQ(3, load.line);
-    EXPECT_THAT(load.command.values.words, ElementsAre("keyphrase", "a"));
+    EXPECT_TRUE(load.command.values.Has("keyphrase"));
+    EXPECT_FALSE(load.command.values.Has("generic"));
+    EXPECT_EQ("a", load.command.values.Get("NAME"));
     EXPECT_EQ("he said \"go\" # twice", load.command.values.Get("say"));
-    const Values& wait = scenario->steps[1].command.values;
-    EXPECT_EQ(2.5, ParseSeconds(wait.Get("within"))) << "the unit stands apart from the number";
-    EXPECT_THAT(scenario->steps[2].command.values.words,
-                ElementsAre("command reply id=227 errno=EIO"));
+    EXPECT_EQ(2.5, scenario->steps[1].command.values.Seconds("within"))
+            << "the unit stands apart from the number";
+    EXPECT_EQ("command reply id=227 errno=EIO", scenario->steps[2].command.values.Get("FAULT"));
 }
 
 TEST(ScenarioTest, KnowsModelsByHandleAndThoseOfTheShell) {
-    EXPECT_TRUE(ParseScenario("stop 7\n", "bug.sthal")) << "also a handle that does not exist";
-    EXPECT_TRUE(ParseScenario("start hello\n", "bug.sthal", {"hello"}));
+    EXPECT_TRUE(ParseScenario("stop 7\n", "bug.sthal").ok()) << "also a handle that does not exist";
+    EXPECT_TRUE(ParseScenario("start hello\n", "bug.sthal", {.models = {"hello"}}).ok());
+}
+
+TEST(ScenarioTest, PutsValuesInAsPartsOfOneWord) {
+    constexpr char kText[] =
+            "value phrase \"my 'old' friend\"\n"
+            "value end s\n"
+            "value greeting \"$phrase\"\n"
+            "say $phrase after 2$end\n"
+            "say \"costs $5, $greeting's\"\n"
+            "load keyphrase '$phrase'\n"
+            "start $phrase\n";
+
+    EXPECT_THAT(
+            StepTexts(kText),
+            ElementsAre("say \"my 'old' friend\" after 2s", "say \"costs $5, my 'old' friend's\"",
+                        "load keyphrase \"my 'old' friend\"", "start \"my 'old' friend\""));
+    EXPECT_THAT(StepTexts(kText, {{"phrase", "say \"#\\"}}), Contains("start \"say \\\"#\\\\\""))
+            << "what was set from outside counts, whatever it holds";
+    EXPECT_THAT(StepTexts("say \"$five\"\n"), ElementsAre("say \"$five\""))
+            << "without values, it stands for itself";
+    EXPECT_THAT(
+            StepTexts(kText, {{"phrases", "x"}}),
+            ElementsAre("bug.sthal: expected the name of a value (end, greeting, phrase), found "
+                        "'phrases'; did you mean 'phrase'?"));
+}
+
+TEST(ScenarioTest, LeavesOutWhatIsUnderAConditionThatDoesNotHold) {
+    constexpr char kText[] =
+            "value dump off\n"
+            "value mic \"\"\n"
+            "dump\n"
+            "when dump dump a  # always\n"
+            "unless dump dump b\n"
+            "when mic play wav $mic\n"
+            "unless mic when dump dump c\n";
+
+    EXPECT_THAT(StepTexts(kText), ElementsAre("dump", "dump b"));
+    EXPECT_THAT(StepTexts(kText, {{"dump", "on"}}), ElementsAre("dump", "dump a", "dump c"));
+    EXPECT_THAT(StepTexts(kText, {{"mic", "a b.wav"}}),
+                ElementsAre("dump", "dump b", "play wav \"a b.wav\""));
+}
+
+TEST(ScenarioTest, MakesOneParagraphOfExplanationsInARow) {
+    const auto scenario = ParseScenario(
+            "heading The phone starts\nexplain First\n# a comment\nexplain \"and more.\"\n"
+            "phone start\nexplain Another.\n",
+            "bug.sthal");
+
+    ASSERT_TRUE(scenario.ok()) << scenario.error();
+    EXPECT_TRUE(scenario->StartsPhone());
+    ASSERT_EQ(4U, scenario->steps.size());
+    EXPECT_EQ("The phone starts", scenario->steps[0].command.values.Get("TEXT"));
+    EXPECT_EQ("First and more.", scenario->steps[1].command.values.Get("TEXT"));
 }
 
 // Each line names something that only a look at it shows to be wrong.
@@ -134,12 +219,12 @@ TEST(ScenarioTest, LooksIntoTheFilesThatItNames) {
             {"tuning load " + text_file, "scenarios.md:3: "},
     };
     for (const auto& [line, problem] : mistakes) {
-        std::ofstream(path) << "hush\n" << line << "\n";
+        std::ofstream(path) << "play stop\n" << line << "\n";
 
         const auto scenario = ReadScenario(path);
 
-        EXPECT_FALSE(scenario) << line;
-        EXPECT_THAT(scenario.error, AllOf(StartsWith(path + ":2: "), HasSubstr(problem)));
+        ASSERT_FALSE(scenario.ok()) << line;
+        EXPECT_THAT(scenario.error(), AllOf(StartsWith(path + ":2: "), HasSubstr(problem)));
     }
 }
 
@@ -166,6 +251,8 @@ TEST(CompletionTest, OffersWhatMayComeNext) {
                 ElementsAre("event", "dsp"))
             << "of names only, for help";
     EXPECT_THAT(literals({"load", "nonsense"}), ElementsAre()) << "after a mistake";
+    EXPECT_THAT(literals({"fault", "clock"}), Contains("read")) << "within the rest of a line";
+    EXPECT_THAT(literals({"help", "capture"}), Contains("zero-latency"));
 }
 
 TEST(DocumentationTest, ListsTheVerbsAsTheToolDoes) {
@@ -173,7 +260,7 @@ TEST(DocumentationTest, ListsTheVerbsAsTheToolDoes) {
     std::ostringstream text;
     text << file.rdbuf();
 
-    EXPECT_THAT(text.str(), HasSubstr(VerbHelp()))
+    EXPECT_THAT(text.str(), HasSubstr(*VerbHelp()))
             << "replace the list in docs/scenarios.md by what 'sthal shell --help-verbs' prints";
 }
 

@@ -147,10 +147,10 @@ class BoardTarget final : public SoakTarget {
 
 }  // namespace
 
-std::unique_ptr<SoakTarget> MakeBoardTarget(std::string* error) {
-    auto board = Board::Create({}, error);
-    if (!board) return nullptr;
-    return std::make_unique<BoardTarget>(std::move(board));
+host::Result<std::unique_ptr<SoakTarget>> MakeBoardTarget() {
+    auto board = Board::Create({});
+    if (!board.ok()) return host::Error(board.error());
+    return std::make_unique<BoardTarget>(std::move(*board));
 }
 
 }  // namespace vendor::quarno::brindlecove::audio::hal::soundtrigger

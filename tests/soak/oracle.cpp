@@ -44,49 +44,44 @@ void Oracle::RestartHal() {
     tracks_ = {};
     for (const DspOp off :
          {DspOp::kEraser, DspOp::kMicSwap, DspOp::kReference, DspOp::kApProcess}) {
-        (void)dsp_.Do({off, 0});
+        (void)dsp_.Answer({off, 0});
     }
     for (const int engine : {1, 2}) {
-        (void)dsp_.Do({DspOp::kStop, engine});
-        (void)dsp_.Do({DspOp::kUnload, engine});
+        (void)dsp_.Answer({DspOp::kStop, engine});
+        (void)dsp_.Answer({DspOp::kUnload, engine});
     }
-    (void)dsp_.Do({DspOp::kTuning, 1});
+    (void)dsp_.Answer({DspOp::kTuning, 1});
 }
 
 std::optional<int> Oracle::Apply(const Step& step) {
-    std::optional<int> result;
     has_read_ = is_recovered_ = false;
+    const std::optional<int> result = ApplyStep(step);
+    Deliver();
+    return result;
+}
+
+std::optional<int> Oracle::ApplyStep(const Step& step) {
     switch (step.kind) {
         case Kind::kLoad:
-            result = Load(step.a, step.b, step.c);
-            break;
+            return Load(step.a, step.b, step.c);
         case Kind::kUnload:
-            result = Unload(step.a);
-            break;
+            return Unload(step.a);
         case Kind::kStart:
-            result = Start(step.a, step.b, step.c);
-            break;
+            return Start(step.a, step.b, step.c);
         case Kind::kStop:
-            result = Stop(step.a);
-            break;
+            return Stop(step.a);
         case Kind::kForce:
-            result = Force(step.a);
-            break;
+            return Force(step.a);
         case Kind::kProperties:
-            result = dsp_.Do({DspOp::kQuery, 0}) == 0 ? 0 : -EINVAL;
-            break;
+            return dsp_.Answer({DspOp::kQuery, 0}) == 0 ? 0 : -EINVAL;
         case Kind::kInternalForce:
-            result = InternalForce();
-            break;
+            return InternalForce();
         case Kind::kStopInternalForce:
-            result = StopInternalForce();
-            break;
+            return StopInternalForce();
         case Kind::kStartBuffering:
-            result = StartBuffering(step.a, step.b != 0);
-            break;
+            return StartBuffering(step.a, step.b != 0);
         case Kind::kRead:
-            result = Read(step.b != 0);
-            break;
+            return Read(step.b != 0);
         case Kind::kDock:
             Dock(step.a != 0);
             break;
@@ -97,9 +92,7 @@ std::optional<int> Oracle::Apply(const Step& step) {
             Route(step.a);
             break;
         case Kind::kMetadata:
-            if (!kCountsByTracks[static_cast<size_t>(step.a)]) break;
-            tracks_[static_cast<size_t>(step.a)] = step.b;
-            UpdateAec();
+            Metadata(static_cast<size_t>(step.a), step.b);
             break;
         case Kind::kOnline:
             Online(step.a != 0);
@@ -124,8 +117,13 @@ std::optional<int> Oracle::Apply(const Step& step) {
             Online(dsp_.view().up);
             break;
     }
-    Deliver();
-    return result;
+    return std::nullopt;
+}
+
+void Oracle::Metadata(size_t port, int tracks) {
+    if (!kCountsByTracks[port]) return;
+    tracks_[port] = tracks;
+    UpdateAec();
 }
 
 // --- the framework ---
@@ -188,7 +186,7 @@ int Oracle::Force(int handle) {
     if (!is_online_) return 0;
     if (client->state == kCallback) return 0;
     if (client->state != kDetecting) return -EINVAL;
-    return dsp_.Do({DspOp::kForce, client->engine});
+    return dsp_.Answer({DspOp::kForce, client->engine});
 }
 
 // --- captures ---
@@ -328,7 +326,7 @@ std::optional<DspView> Oracle::Wanted() const {
 // --- what the DSP does for a client ---
 
 bool Oracle::Ask(DspOp op, int argument, uint32_t model) {
-    return dsp_.Do({op, argument}, model) == 0;
+    return dsp_.Answer({op, argument}, model) == 0;
 }
 
 bool Oracle::GoToUnloaded(Client& client) {

@@ -14,7 +14,7 @@
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 
-/** A client of the HAL, as it should be and as it is. */
+/** A client of the HAL, as the oracle expects it and as the HAL has it. */
 struct ClientView {
     int handle = 0;
     int io_handle = 0;
@@ -31,7 +31,7 @@ struct ClientView {
 
 std::string ToText(const std::vector<ClientView>& clients);
 
-/** An event, as the framework should get it and gets it. */
+/** An event, as the framework should get it and as it does get it. */
 struct EventView {
     int handle = 0;
     bool is_phrase = false;
@@ -55,19 +55,19 @@ inline constexpr std::array<StartConfiguration, 4> kConfigurations = {
 
 /**
  * What the framework, the environment and the DSP may expect of the HAL, as a plain sequential
- * program: no threads, no classes of states, nothing of the HAL's.
+ * program. It has no threads and no state classes, and uses nothing of the HAL.
  *
- * Each step answers what the HAL's operation must return. A load's answer is the handle.
+ * The result of each step is what the HAL's operation must return. For a load it is the handle.
  */
 class Oracle {
   public:
-    // `model_crcs`: of the models that steps name by number, keyphrases first.
+    // `model_crcs`: the CRCs of the models that steps name by number, keyphrases first.
     explicit Oracle(std::array<std::array<uint32_t, kStepModels>, 2> model_crcs)
         : model_crcs_(model_crcs) {}
 
-    // Built and initialised anew, on the same DSP.
+    // The HAL is built and initialised again, on the same DSP.
     void RestartHal();
-    // None for what returns nothing.
+    // None for an operation that returns nothing.
     std::optional<int> Apply(const Step& step);
 
     // Since the last call.
@@ -77,7 +77,8 @@ class Oracle {
     const DspView& dsp() const { return dsp_.view(); }
     // Whether the control thread has taken a record from the DSP in the last step, or may have.
     bool has_read() const { return has_read_; }
-    // What the DSP has to hold, from the wishes alone; after a recovery in which nothing failed.
+    // What the DSP has to hold after a recovery in which nothing failed, derived from the
+    // framework's requests alone.
     std::optional<DspView> Wanted() const;
 
   private:
@@ -90,7 +91,9 @@ class Oracle {
         int configuration = 0;
     };
 
-    // Each: the HAL's result.
+    std::optional<int> ApplyStep(const Step& step);
+    void Metadata(size_t port, int tracks);
+    // Each returns the HAL's result.
     int Load(int type, int model, int defect);
     int Unload(int handle);
     int Start(int handle, int io_handle, int configuration);
@@ -106,7 +109,7 @@ class Oracle {
     void Online(bool is_online);
     void Recover();
 
-    // What the DSP does for a client: whether it could.
+    // What the DSP does for a client. Each returns whether it succeeded.
     bool Ask(DspOp op, int argument, uint32_t model = 0);
     bool GoToUnloaded(Client& client);
     bool GoToLoaded(Client& client);

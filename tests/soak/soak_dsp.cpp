@@ -46,7 +46,7 @@ void SoakDsp::Fail(DspCall call, int times) {
     faults_[FaultKey(call)] += times;
 }
 
-int SoakDsp::Do(DspCall call, uint32_t model) {
+int SoakDsp::Answer(DspCall call, uint32_t model) {
     if (!view_.up) return -ENODEV;
     // The bytes come first, then the command; where that fails they stay for the next one.
     if (call.op == DspOp::kLoad && model != 0) staged_[call.argument] = model;
@@ -165,20 +165,20 @@ class SoakAdapter final : public SoundTriggerAdapter {
         return dsp_->Call({DspOp::kLoad, engine},
                           ::virtual_dsp::Crc32({bytes, static_cast<size_t>(size)}));
     }
-    int UnloadSoundModelFromDsp(int engine) override { return Do(DspOp::kUnload, engine); }
-    int StartDetectionInDsp(int engine) override { return Do(DspOp::kStart, engine); }
-    int StopDetectionInDsp(int engine) override { return Do(DspOp::kStop, engine); }
-    int TriggerForceRecognition(int engine) override { return Do(DspOp::kForce, engine); }
-    int InternalHotwordRecognition(unsigned) override { return Do(DspOp::kInternal, 0); }
-    int SetupEraserInDsp(bool on) override { return Do(DspOp::kEraser, on); }
-    int SetupNeuralAecInDsp(bool on) override { return Do(DspOp::kNeuralAec, on); }
-    int SetupMicSwapInDsp(bool on) override { return Do(DspOp::kMicSwap, on); }
-    int SetupReferenceSource(bool on) override { return Do(DspOp::kReference, on); }
-    int SetupApProcessWithDock(bool on) override { return Do(DspOp::kApProcess, on); }
-    int SendTuningToDsp(int type) override { return Do(DspOp::kTuning, type); }
+    int UnloadSoundModelFromDsp(int engine) override { return Call(DspOp::kUnload, engine); }
+    int StartDetectionInDsp(int engine) override { return Call(DspOp::kStart, engine); }
+    int StopDetectionInDsp(int engine) override { return Call(DspOp::kStop, engine); }
+    int TriggerForceRecognition(int engine) override { return Call(DspOp::kForce, engine); }
+    int InternalHotwordRecognition(unsigned) override { return Call(DspOp::kInternal, 0); }
+    int SetupEraserInDsp(bool on) override { return Call(DspOp::kEraser, on); }
+    int SetupNeuralAecInDsp(bool on) override { return Call(DspOp::kNeuralAec, on); }
+    int SetupMicSwapInDsp(bool on) override { return Call(DspOp::kMicSwap, on); }
+    int SetupReferenceSource(bool on) override { return Call(DspOp::kReference, on); }
+    int SetupApProcessWithDock(bool on) override { return Call(DspOp::kApProcess, on); }
+    int SendTuningToDsp(int type) override { return Call(DspOp::kTuning, type); }
 
     std::optional<LibraryArchitecture> GetLibraryArchitecture() override {
-        if (dsp_->With([](SoakDsp& dsp) { return dsp.Do({DspOp::kQuery, 0}); }) != 0) {
+        if (dsp_->With([](SoakDsp& dsp) { return dsp.Answer({DspOp::kQuery, 0}); }) != 0) {
             return std::nullopt;
         }
         return LibraryArchitecture{.library_version = 7, .architecture = "arm"};
@@ -194,7 +194,7 @@ class SoakAdapter final : public SoundTriggerAdapter {
     int64_t ReadDspTimestamp(int engine) override { return engine == 1 ? -1 : 0; }
 
   private:
-    int Do(DspOp op, int argument) { return dsp_->Call({op, argument}); }
+    int Call(DspOp op, int argument) { return dsp_->Call({op, argument}); }
 
     SharedSoakDsp* const dsp_;
 };
@@ -215,7 +215,7 @@ int SharedSoakDsp::Call(DspCall call, uint32_t model) {
         std::lock_guard lock(lock_);
         if (calls_in_progress_++ != 0) ++overlaps_;
         const Finally sync{this};
-        result = dsp_.Do(call, model);
+        result = dsp_.Answer(call, model);
     }
     // A moment in which a call that comes beside this one is found out.
     if (is_slow_) std::this_thread::yield();

@@ -14,7 +14,7 @@
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 
-/** What the DSP can be asked, without the audio and the detections. */
+/** The operations of the DSP, without the audio and the detections. */
 enum class DspOp {
     kLoad,
     kUnload,
@@ -39,7 +39,7 @@ struct DspCall {
     auto operator<=>(const DspCall&) const = default;
 };
 
-/** What the DSP holds, as far as anybody above it can have a wish about it. */
+/** The state of the DSP, as far as the layers above can set it. */
 struct DspView {
     enum class State { kIdle, kArmedWithoutModel, kDetecting, kDetected };
     struct EngineView {
@@ -68,19 +68,18 @@ std::string ToText(const DspView& view);
 
 struct DspRecord {
     int engine;
-    std::string payload;  // How often the engine had been started when it detected.
+    std::string payload;  // The number of the engine's starts up to the detection.
 };
 
 /**
- * The DSP in the small: two engines, each with one model, one detection per start, and the
- * switches. A stop, an unload and a start after a detection drop the engine's unread records. What
- * it does not know it refuses with -EINVAL; while it is down, everything with -ENODEV. Not
- * thread-safe.
+ * A small DSP: two engines, each with one model, one detection per start, and the switches. A stop,
+ * an unload and a start after a detection drop the engine's unread records. It refuses what it does
+ * not know with -EINVAL and, while it is down, everything with -ENODEV. Not thread-safe.
  */
 class SoakDsp {
   public:
     // `model` is the CRC of the model that a kLoad brings; 0 for no bytes.
-    int Do(DspCall call, uint32_t model = 0);
+    int Answer(DspCall call, uint32_t model = 0);
     // The engine hears its model. Nothing happens unless it is detecting.
     void Detect(int engine);
     // The next `times` such calls do nothing and return -EIO.
@@ -105,7 +104,7 @@ class SoakDsp {
     DspView view_;
     std::deque<DspRecord> records_;
     std::map<int, uint64_t> starts_;
-    std::map<int, uint32_t> staged_;  // Models that have come and not been loaded, by engine.
+    std::map<int, uint32_t> staged_;  // Models that were received but not loaded, by engine.
     std::map<DspCall, int> faults_;
     uint64_t failures_ = 0;
 };
@@ -123,7 +122,7 @@ class SharedSoakDsp {
 
     std::unique_ptr<SoundTriggerAdapter> MakeAdapter();
 
-    // Runs `action` on the DSP, beside nothing else.
+    // Runs `action` on the DSP while nothing else uses it.
     template <typename Action>
     auto With(const Action& action) {
         std::lock_guard lock(lock_);
@@ -133,9 +132,9 @@ class SharedSoakDsp {
 
     // The next read of a record fails; the record stays.
     void FailNextRead(int status);
-    // Whether reads of audio find none in time.
+    // Whether reads of audio get none in time.
     void SetAudioFault(bool is_silent);
-    // Lets other threads run in the middle of each call. Before there are any.
+    // Lets other threads run in the middle of each call. Call it before there are other threads.
     void MakeSlow() { is_slow_ = true; }
     // Calls that overlapped although the HAL has to make them under its lock.
     int overlaps() const;

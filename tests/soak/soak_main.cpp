@@ -109,14 +109,14 @@ class Soak {
   public:
     explicit Soak(const Options& options)
         : options_(options), seed_(options.seed.value_or(std::random_device()())) {
-        make_target_ = [this] {
-            std::string error;
-            auto target = options_.on_board ? MakeBoardTarget(&error) : MakeMemoryTarget();
-            if (!target) {
-                std::cerr << "soak: " << error << '\n';
+        make_target_ = [this]() -> std::unique_ptr<SoakTarget> {
+            if (!options_.on_board) return MakeMemoryTarget();
+            auto target = MakeBoardTarget();
+            if (!target.ok()) {
+                std::cerr << "soak: " << target.error() << '\n';
                 exit(::virtual_dsp::kBoardUnavailable);
             }
-            return target;
+            return std::move(*target);
         };
     }
 

@@ -15,8 +15,12 @@
 #include "host/framework_monitor/framework_monitor.h"
 #include "host/virtual_dsp/dsp/sound_model.h"
 #include "tests/soak/oracle.h"
+#include "tools/hal_calls.h"
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
+
+using ::framework::FrameworkMonitor;
+using ::framework::HalCalls;
 
 /** What no caller of the HAL can see. */
 class SoundTriggerHalPeer {
@@ -117,6 +121,7 @@ class SoakRun {
     int Load(const Step& step);
     int Start(const Step& step);
     int Read(const Step& step);
+    void MicSwap(bool is_on);
     void Route(int usecases);
     void Metadata(int usecase, int tracks);
     void Online(bool is_online);
@@ -189,15 +194,9 @@ std::optional<int> SoakRun::Apply(const Step& step) {
         case Kind::kDock:
             hal_->OnDockChargerConnected(step.a != 0);
             break;
-        case Kind::kMicSwap: {
-            SoundTriggerHal::VendorParameter parameter;
-            parameter.id = "vendor.vexor.st.wireless.charger.with.fan";
-            ::aidl::android::media::audio::common::Boolean value;
-            value.value = step.a != 0;
-            (void)parameter.ext.setParcelable(value);
-            (void)hal_->SetParameter(parameter);
+        case Kind::kMicSwap:
+            MicSwap(step.a != 0);
             break;
-        }
         case Kind::kRoute:
             Route(step.a);
             break;
@@ -228,6 +227,15 @@ std::optional<int> SoakRun::Apply(const Step& step) {
             break;
     }
     return std::nullopt;
+}
+
+void SoakRun::MicSwap(bool is_on) {
+    SoundTriggerHal::VendorParameter parameter;
+    parameter.id = "vendor.vexor.st.wireless.charger.with.fan";
+    ::aidl::android::media::audio::common::Boolean value;
+    value.value = is_on;
+    (void)parameter.ext.setParcelable(value);
+    (void)hal_->SetParameter(parameter);
 }
 
 int SoakRun::Load(const Step& step) {
@@ -359,7 +367,7 @@ std::string SoakRun::CheckContract() {
     while (violations_seen_ < violations.size()) {
         const FrameworkMonitor::Violation& violation = violations[violations_seen_++];
         if (violation.rule != FrameworkMonitor::Rule::kSecondEventAfterDspRestart) {
-            return violation.text;
+            return ToText(violation);
         }
         ++counts_->events_after_restart;
     }

@@ -16,7 +16,7 @@ namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 
 using TargetFactory = std::function<std::unique_ptr<SoakTarget>()>;
 
-/** Where the HAL and the oracle part. */
+/** A difference between the HAL and the oracle. */
 struct Finding {
     size_t step;  // The number of the last step taken, from 0.
     std::string what;
@@ -26,18 +26,18 @@ struct SoakCounts {
     uint64_t steps = 0;
     uint64_t events = 0;
     uint64_t recoveries = 0;
-    // Second events without a new start, after the DSP was restarted: what is started stays so
-    // until it is stopped, and is restarted with the DSP, whether or not its event has come.
+    // Second events without a new start, after a restart of the DSP. A started model stays started
+    // until it is stopped. So it is restarted with the DSP, whether or not its event has come.
     uint64_t events_after_restart = 0;
 };
 
-/** Takes the steps on a new target, beside the oracle, until they end or the two disagree. */
+/** Takes the steps on a new target and on the oracle, until the steps end or the two differ. */
 std::optional<Finding> RunSteps(const std::vector<Step>& steps, const TargetFactory& make_target,
                                 SoakCounts* counts);
 
 /**
- * Leaves out of `steps` what is not needed for `fails` to hold: halves first, single steps last, as
- * far as `patience` goes. What is returned still fails.
+ * Removes the steps that are not needed for `fails` to hold: halves first, single steps last. Stops
+ * after `patience`. The result still fails.
  */
 std::vector<Step> Shrink(std::vector<Step> steps,
                          const std::function<bool(const std::vector<Step>&)>& fails,

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "audio/hal/aidl/soundtrigger/sound_trigger_hal.h"
+#include "host/common/result.h"
 #include "tests/soak/soak_dsp.h"
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
@@ -15,7 +16,7 @@ class SoakTarget {
   public:
     virtual ~SoakTarget() = default;
     virtual std::unique_ptr<SoundTriggerHal> BuildHal() = 0;
-    // A model that this DSP takes; each number has other bytes.
+    // A model that this DSP accepts; each number gives other bytes.
     virtual std::vector<uint8_t> Model(int engine, int number) const = 0;
 
     virtual DspView View() = 0;
@@ -26,16 +27,16 @@ class SoakTarget {
     virtual void Fail(DspCall call, int times) = 0;
     virtual void FailNextRead(int status) = 0;
     virtual void SetAudioFault(bool is_silent) = 0;
-    // Whether payloads are SoakDsp's.
+    // Whether the payloads are those of SoakDsp.
     virtual bool has_plain_payloads() const = 0;
-    // What went wrong that no answer shows; empty when nothing did.
+    // A fault that no result shows; empty when there is none.
     virtual std::string Complaint() { return ""; }
 };
 
-/** In memory. */
+/** A target in memory. */
 std::unique_ptr<SoakTarget> MakeMemoryTarget();
 
-/** The virtual board. Null, with `error` set, where there can be none. */
-std::unique_ptr<SoakTarget> MakeBoardTarget(std::string* error);
+/** A target on the virtual board. */
+[[nodiscard]] host::Result<std::unique_ptr<SoakTarget>> MakeBoardTarget();
 
 }  // namespace vendor::quarno::brindlecove::audio::hal::soundtrigger

@@ -78,7 +78,7 @@ std::vector<Step> StepGenerator::Make(size_t count) {
 }
 
 // Mostly one that may exist; now and then the HAL's own client, or none.
-int StepGenerator::Handle() {
+int StepGenerator::RandomHandle() {
     const int drawn = Below(40);
     if (drawn == 0) return 0;
     if (drawn == 1) return 4;
@@ -100,10 +100,10 @@ Step StepGenerator::FrameworkStep() {
         const int type = OneIn(30) ? 2 : Below(2);
         return {Kind::kLoad, type, Below(kStepModels), OneIn(25) ? 1 + Below(2) : 0};
     }
-    if (drawn < 18) return {Kind::kUnload, Handle()};
-    if (drawn < 35) return {Kind::kStart, Handle(), Below(4), Below(4)};
-    if (drawn < 44) return {Kind::kStop, Handle()};
-    if (drawn < 51) return {Kind::kForce, Handle()};
+    if (drawn < 18) return {Kind::kUnload, RandomHandle()};
+    if (drawn < 35) return {Kind::kStart, RandomHandle(), Below(4), Below(4)};
+    if (drawn < 44) return {Kind::kStop, RandomHandle()};
+    if (drawn < 51) return {Kind::kForce, RandomHandle()};
     return {Kind::kProperties};
 }
 

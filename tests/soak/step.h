@@ -7,7 +7,7 @@
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 
-/** One thing that happens to a HAL. What a, b and c say depends on the kind; see step.cpp. */
+/** One thing that happens to a HAL. The meaning of a, b and c depends on the kind; see step.cpp. */
 struct Step {
     enum class Kind {
         // The framework's.
@@ -27,10 +27,10 @@ struct Step {
         kMicSwap,
         kRoute,     // A bit for each usecase that is on the loudspeaker.
         kMetadata,  // Usecase, tracks.
-        kOnline,    // A report, whatever the DSP does.
+        kOnline,    // A report, whatever state the DSP is in.
         // The DSP's.
         kDetect,
-        kCrash,    // And it is reported offline at once if a is 1.
+        kCrash,    // If a is 1, it is reported offline at once.
         kRecover,  // Boots and is reported online.
         kFault,    // Operation, argument, how often.
         kReadFault,
@@ -48,10 +48,11 @@ inline constexpr int kStepModels = 5;  // Of which each handle may load any.
 
 std::string ToText(const Step& step);
 
-/** What a run does, from nothing but its seed: the same on every machine. */
+/** Makes the steps of a run from its seed alone, so they are the same on every machine. */
 class StepGenerator {
   public:
-    // A board's audio is slow, and its reads of records are not the generator's to spoil.
+    // For a board it makes no reads of audio, which are slow there, and no faults in reads of
+    // records, which the board's target does not support.
     StepGenerator(uint64_t seed, bool for_board) : random_(seed), for_board_(for_board) {}
 
     std::vector<Step> Make(size_t count);
@@ -59,7 +60,7 @@ class StepGenerator {
   private:
     int Below(int limit) { return static_cast<int>(random_() % static_cast<uint64_t>(limit)); }
     bool OneIn(int chances) { return Below(chances) == 0; }
-    int Handle();
+    int RandomHandle();
     Step Next();
     Step FrameworkStep();
     Step CaptureStep();

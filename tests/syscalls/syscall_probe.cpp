@@ -74,9 +74,9 @@ int Load(soundtrigger::SoundTriggerHal& hal) {
 }
 
 void Probe() {
-    std::string error;
-    const auto board = virtual_dsp::Board::Create({}, &error);
-    if (board == nullptr) return;
+    const auto created = virtual_dsp::Board::Create({});
+    if (!created.ok()) return;
+    virtual_dsp::Board* const board = created->get();
     const auto hal = soundtrigger::SoundTriggerHalBuilder::BuildSoundTriggerHal();
     (void)hal->Initialize();
     // Before it has its pipe, the control thread cannot be woken.

@@ -1,6 +1,7 @@
 #include "tools/audio/wav.h"
 
 #include <android-base/file.h>
+#include <android-base/unique_fd.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sndfile.h>
@@ -52,18 +53,33 @@ TEST_F(WavTest, WhatIsWrittenIsReadBackBitByBit) {
     Sound sound{.channels = 2, .samples = std::vector<int16_t>(65536)};
     std::iota(sound.samples.begin(), sound.samples.end(), int16_t{-32768});
 
-    ASSERT_EQ("", WriteWav(Path("all.wav"), sound));
-    const auto read = ReadWav(Path("all.wav"));
+    ASSERT_TRUE(WriteWav(Path("all.wav"), sound).ok());
+    const auto read = ReadWav(Path("all.wav"), Channels::kStereo);
 
-    ASSERT_TRUE(read) << read.error;
+    ASSERT_TRUE(read.ok()) << read.error();
     EXPECT_EQ(2, read->sound.channels);
     EXPECT_EQ(sound.samples, read->sound.samples);
     EXPECT_THAT(read->conversions, ElementsAre());
 }
 
+TEST_F(WavTest, APipeIsWrittenAndReadLikeAFile) {
+    const Sound sound{.samples = {1, -2, 3}};
+    android::base::unique_fd out, in;
+    ASSERT_TRUE(android::base::Pipe(&out, &in));
+    const auto path = [](int fd) { return "/proc/self/fd/" + std::to_string(fd); };
+
+    ASSERT_TRUE(WriteWav(path(in.get()), sound).ok());
+    in.reset();
+    const auto read = ReadWav(path(out.get()), Channels::kMono);
+
+    ASSERT_TRUE(read.ok()) << read.error();
+    EXPECT_EQ(sound.samples, read->sound.samples) << "the header does not fit what follows";
+}
+
 TEST_F(WavTest, RateEncodingAndChannelsAreConvertedAndSaidToBe) {
-    const auto stereo = ReadWav(WriteTone("8k.wav", 8000, 2, SF_FORMAT_WAV | SF_FORMAT_FLOAT));
-    ASSERT_TRUE(stereo) << stereo.error;
+    const auto stereo = ReadWav(WriteTone("8k.wav", 8000, 2, SF_FORMAT_WAV | SF_FORMAT_FLOAT),
+                                Channels::kStereo);
+    ASSERT_TRUE(stereo.ok()) << stereo.error();
     EXPECT_THAT(stereo->conversions,
                 ElementsAre("32 bit float to 16-bit PCM", "sample rate 8000 Hz to 16000 Hz"));
     ASSERT_EQ(16000U, stereo->sound.frames());
@@ -76,7 +92,7 @@ TEST_F(WavTest, RateEncodingAndChannelsAreConvertedAndSaidToBe) {
 
     const auto six = ReadWav(WriteTone("6.wav", 48000, 6, SF_FORMAT_WAVEX | SF_FORMAT_PCM_24),
                              Channels::kMono);
-    ASSERT_TRUE(six) << six.error;
+    ASSERT_TRUE(six.ok()) << six.error();
     EXPECT_EQ(1, six->sound.channels);
     EXPECT_EQ(16000U, six->sound.frames());
     EXPECT_THAT(six->conversions,
@@ -85,7 +101,7 @@ TEST_F(WavTest, RateEncodingAndChannelsAreConvertedAndSaidToBe) {
 
     const auto doubled = ReadWav(WriteTone("1.wav", 16000, 1, SF_FORMAT_WAV | SF_FORMAT_PCM_16),
                                  Channels::kStereo);
-    ASSERT_TRUE(doubled) << doubled.error;
+    ASSERT_TRUE(doubled.ok()) << doubled.error();
     EXPECT_EQ(16000U, doubled->sound.frames());
     EXPECT_EQ(doubled->sound.Channel(0).samples, doubled->sound.Channel(1).samples);
 }
@@ -106,20 +122,22 @@ TEST_F(WavTest, AnUnusableFileIsRefusedWithWhatIsWrongAndWhatToDo) {
     };
     for (const auto& [content, error] : cases) {
         ASSERT_TRUE(android::base::WriteStringToFile(content, Path("bad.wav")));
-        const auto read = ReadWav(Path("bad.wav"));
-        EXPECT_FALSE(read) << error;
-        EXPECT_THAT(read.error, StartsWith(Path("bad.wav") + " "));
-        EXPECT_THAT(read.error, HasSubstr(error));
+        const auto read = ReadWav(Path("bad.wav"), Channels::kMono);
+        ASSERT_FALSE(read.ok()) << error;
+        EXPECT_THAT(read.error(), StartsWith(Path("bad.wav") + " "));
+        EXPECT_THAT(read.error(), HasSubstr(error));
     }
-    EXPECT_THAT(ReadWav(Path("none.wav")).error, HasSubstr("No such file"));
-    EXPECT_THAT(ReadWav(Path("")).error, HasSubstr("Is a directory"));
+    EXPECT_THAT(ReadWav(Path("none.wav"), Channels::kMono).error(), HasSubstr("No such file"));
+    EXPECT_THAT(ReadWav(Path(""), Channels::kMono).error(), HasSubstr("Is a directory"));
 }
 
 TEST_F(WavTest, AFailedWriteLeavesNoFileAndKeepsTheOldOne) {
-    EXPECT_THAT(WriteWav(Path("none/a.wav"), Sound{.samples = {1}}), HasSubstr("No such file"));
+    EXPECT_THAT(WriteWav(Path("none/a.wav"), Sound{.samples = {1}}).error(),
+                HasSubstr("No such file"));
     ASSERT_EQ(0, mkdir(Path("taken").c_str(), 0755));
-    EXPECT_THAT(WriteWav(Path("taken"), Sound{.samples = {1}}), HasSubstr("Is a directory"));
-    EXPECT_EQ("", WriteWav("/dev/null", Sound{.samples = {1}}));
+    EXPECT_THAT(WriteWav(Path("taken"), Sound{.samples = {1}}).error(),
+                HasSubstr("Is a directory"));
+    EXPECT_TRUE(WriteWav("/dev/null", Sound{.samples = {1}}).ok());
     EXPECT_TRUE(std::filesystem::is_character_file("/dev/null")) << "a device was replaced";
 
     for (const auto& entry : std::filesystem::directory_iterator(folder_.path)) {
@@ -128,14 +146,17 @@ TEST_F(WavTest, AFailedWriteLeavesNoFileAndKeepsTheOldOne) {
 }
 
 TEST(SpeechTest, WhatCannotBeSpokenIsRefusedWithTheReason) {
-    EXPECT_THAT(Speak("").error, HasSubstr("0 bytes"));
+    EXPECT_THAT(Speak("").error(), HasSubstr("0 bytes"));
     const auto no_voice = Speak("hello", {.voice = "zz"});
-    if (no_voice.error.find("not installed") != std::string::npos) GTEST_SKIP() << no_voice.error;
-    EXPECT_THAT(no_voice.error, HasSubstr("voice does not exist"));
-    EXPECT_THAT(Speak("...").error, HasSubstr("nothing to say"));
-    EXPECT_THAT(Speak("hello", {.timeout = std::chrono::milliseconds(0)}).error,
+    ASSERT_FALSE(no_voice.ok());
+    if (no_voice.error().find("not installed") != std::string::npos) {
+        GTEST_SKIP() << no_voice.error();
+    }
+    EXPECT_THAT(no_voice.error(), HasSubstr("voice does not exist"));
+    EXPECT_THAT(Speak("...").error(), HasSubstr("nothing to say"));
+    EXPECT_THAT(Speak("hello", {.timeout = std::chrono::milliseconds(0)}).error(),
                 HasSubstr("timed out"));
-    EXPECT_THAT(Speak("hello", {.program = "no-such-program"}).error,
+    EXPECT_THAT(Speak("hello", {.program = "no-such-program"}).error(),
                 HasSubstr("apt-get install espeak-ng"));
 }
 

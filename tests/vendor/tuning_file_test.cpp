@@ -57,9 +57,10 @@ constexpr char kRichText[] =
         "mode 4294967295";
 
 TuningFile FromText(const std::string& text) {
-    TuningTextResult result = TuningFileFromText(text);
-    EXPECT_TRUE(result.file) << "line " << result.line << ": " << result.what;
-    return std::move(result.file).value_or(TuningFile());
+    auto file = TuningFileFromText(text);
+    if (file.ok()) return std::move(*file);
+    ADD_FAILURE() << "line " << file.error().line << ": " << file.error().what;
+    return {};
 }
 
 // Makes length and checksum right, to get past them. Bit by bit, not as the code under test does
@@ -78,11 +79,11 @@ Bytes Sealed(Bytes image) {
 }
 
 TEST(TuningFileTest, NothingIsLostBetweenTextAndImage) {
-    EXPECT_EQ(kExampleImage, WriteTuningFile(FromText(kExampleText)));
-    EXPECT_EQ(kExampleText, TuningFileToText(ReadTuningFile(kExampleImage).file.value()));
+    EXPECT_EQ(kExampleImage, WriteTuningFile(FromText(kExampleText)).value());
+    EXPECT_EQ(kExampleText, TuningFileToText(ReadTuningFile(kExampleImage).value()));
 
     const TuningFile rich = FromText(kRichText);
-    EXPECT_EQ(rich, ReadTuningFile(WriteTuningFile(rich).value()).file);
+    EXPECT_EQ(rich, ReadTuningFile(WriteTuningFile(rich).value()).value());
     EXPECT_EQ(rich, FromText(TuningFileToText(rich))) << TuningFileToText(rich);
 }
 
@@ -90,12 +91,12 @@ TEST(TuningFileTest, FileThatEndsTooEarlyIsRefusedAtEveryLength) {
     const Bytes image = WriteTuningFile(FromText(kRichText)).value();
     for (size_t length = 0; length < image.size(); ++length) {
         const Bytes cut(image.begin(), image.begin() + static_cast<std::ptrdiff_t>(length));
-        const TuningFileResult result = ReadTuningFile(cut);
-        EXPECT_FALSE(result.file) << length;
-        EXPECT_EQ(length >= 8, result.version.has_value()) << length;
-        EXPECT_LE(result.error.offset, length);
+        const auto file = ReadTuningFile(cut);
+        ASSERT_FALSE(file.ok()) << length;
+        EXPECT_EQ(length >= 8, file.error().version.has_value()) << length;
+        EXPECT_LE(file.error().offset, length);
         if (length < 16) continue;
-        EXPECT_FALSE(ReadTuningFile(Sealed(cut)).file) << length;
+        EXPECT_FALSE(ReadTuningFile(Sealed(cut)).ok()) << length;
     }
 }
 
@@ -106,11 +107,12 @@ TEST(TuningFileTest, DamageIsSeenAndWhatCannotBeSeenIsReadToTheLetter) {
             Bytes damaged = image;
             damaged[at] = static_cast<uint8_t>(value);
             if (damaged == image) continue;
-            EXPECT_FALSE(ReadTuningFile(damaged).file) << "byte " << at << " is " << value;
+            EXPECT_FALSE(ReadTuningFile(damaged).ok()) << "byte " << at << " is " << value;
 
             damaged = Sealed(damaged);
-            const auto file = ReadTuningFile(damaged).file;
-            EXPECT_TRUE(!file || WriteTuningFile(*file) == damaged) << at << " is " << value;
+            const auto file = ReadTuningFile(damaged);
+            EXPECT_TRUE(!file.ok() || WriteTuningFile(*file).value() == damaged)
+                    << at << " is " << value;
         }
     }
 }
@@ -153,8 +155,9 @@ TEST(TuningFileTest, WrongLineOfTextIsNamed) {
             {block + "bytes 00 0g", 4},
     };
     for (const auto& [text, line] : cases) {
-        EXPECT_FALSE(TuningFileFromText(text).file) << text;
-        EXPECT_EQ(line, TuningFileFromText(text).line) << text;
+        const auto file = TuningFileFromText(text);
+        ASSERT_FALSE(file.ok()) << text;
+        EXPECT_EQ(line, file.error().line) << text;
     }
 }
 

@@ -1,44 +1,50 @@
 #include <gmock/gmock.h>
 
-#include <thread>
-
 #include "tests/virtual_dsp/dsp_test.h"
 
 namespace virtual_dsp {
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 using ::testing::Pair;
 using ::testing::UnorderedElementsAre;
 
 class CommandTest : public DspTest {
   protected:
-    std::string LastEntry() { return dsp_.journal().Snapshot().back().text; }
+    CommandAnswered LastAnswer() { return EntriesOf<CommandAnswered>().back(); }
 };
 
 TEST_F(CommandTest, MalformedCommandsAreRefusedWithoutAReplyAndJournalled) {
     struct Case {
         std::vector<uint8_t> bytes;
-        const char* reason;
+        std::optional<uint32_t> id;
+        AnswerCause cause;
+        int64_t value = 0;
+        int64_t other = 0;
     };
     const Case cases[] = {
-            {{}, "0 bytes are no command"},
-            {{0, 0, 7, 0, 227, 0, 0}, "7 bytes are no command"},
-            {{0, 0, 8, 0, 226, 0, 0, 0}, "226 unknown -> -22: unknown id"},
-            {{0, 0, 9, 0, 228, 0, 0, 0}, "8 bytes, but the header says 9"},
-            {{0, 0, 12, 0, 228, 0, 0, 0, 0, 0, 0, 0}, "12 bytes instead of 8"},
-            {{0, 0, 8, 0, 4, 1, 0, 0}, "260 hotword write model -> -22: 8 bytes instead of 12"},
-            {{1, 0, 8, 0, 228, 0, 0, 0}, "reserved bytes are set"},
-            {{0, 0, 8, 0, 228, 0, 0, 9}, "reserved bytes are set"},
-            {{0, 0, 12, 0, 69, 1, 0, 0, 1, 0, 0, 0}, "325 reference source -> -22"},
-            {{0, 0, 10, 0, 83, 1, 0, 0, 2, 0}, "339 AP process with dock -> -22"},
+            {{}, {}, AnswerCause::kNoCommand, 0},
+            {{0, 0, 7, 0, 227, 0, 0}, {}, AnswerCause::kNoCommand, 7},
+            {{0, 0, 8, 0, 226, 0, 0, 0}, 226, AnswerCause::kUnknownId},
+            {{0, 0, 9, 0, 228, 0, 0, 0}, 228, AnswerCause::kSizeOfHeader, 8, 9},
+            {{0, 0, 12, 0, 228, 0, 0, 0, 0, 0, 0, 0}, 228, AnswerCause::kSize, 12, 8},
+            {{0, 0, 8, 0, 4, 1, 0, 0}, 260, AnswerCause::kSize, 8, 12},
+            {{1, 0, 8, 0, 228, 0, 0, 0}, 228, AnswerCause::kReservedBytes},
+            {{0, 0, 8, 0, 228, 0, 0, 9}, 228, AnswerCause::kReservedBytes},
+            {{0, 0, 12, 0, 69, 1, 0, 0, 1, 0, 0, 0}, 325, AnswerCause::kNoReferenceSource, 1},
+            {{0, 0, 10, 0, 83, 1, 0, 0, 2, 0}, 339, AnswerCause::kNeitherOnNorOff},
     };
     for (const Case& refused : cases) {
-        EXPECT_EQ(-EINVAL, dsp_.Execute(refused.bytes, &reply_)) << refused.reason;
-        EXPECT_TRUE(reply_.empty()) << refused.reason;
-        EXPECT_THAT(LastEntry(), HasSubstr(refused.reason));
-        EXPECT_EQ(refused.bytes, dsp_.journal().Snapshot().back().command_bytes);
+        SCOPED_TRACE(::testing::PrintToString(refused.bytes));
+        EXPECT_EQ(-EINVAL, dsp_.Execute(refused.bytes, &reply_));
+        EXPECT_TRUE(reply_.empty());
+        const CommandAnswered answer = LastAnswer();
+        EXPECT_EQ(refused.bytes, answer.bytes);
+        EXPECT_EQ(refused.id, answer.id);
+        EXPECT_EQ(-EINVAL, answer.status);
+        EXPECT_EQ(refused.cause, answer.cause);
+        EXPECT_EQ(refused.value, answer.value);
+        EXPECT_EQ(refused.other, answer.other);
     }
 }
 
@@ -97,20 +103,20 @@ TEST_F(CommandTest, ALargeModelIsHeldByteForByte) {
     EXPECT_EQ(0U, dsp_.engine(Engine::kAmbientMusic).model_bytes);
 }
 
-TEST_F(CommandTest, PiecesMustBeThereAndFollowEachOther) {
-    const std::vector<uint8_t> piece(100, 1);
-    EXPECT_EQ(-EINVAL, SendValue(260, 0)) << "no piece";
-    EXPECT_EQ(kModelChunkBytes, dsp_.WriteModelPiece(std::vector<uint8_t>(20'000)));
+TEST_F(CommandTest, ChunksMustBeThereAndFollowEachOther) {
+    const std::vector<uint8_t> chunk(100, 1);
+    EXPECT_EQ(-EINVAL, SendValue(260, 0)) << "no chunk";
+    EXPECT_EQ(kModelChunkBytes, dsp_.WriteModelChunk(std::vector<uint8_t>(20'000)));
     EXPECT_EQ(0, SendValue(260, 0));
-    EXPECT_EQ(-EINVAL, SendValue(260, kModelChunkBytes)) << "the piece has been used";
+    EXPECT_EQ(-EINVAL, SendValue(260, kModelChunkBytes)) << "the chunk has been used";
 
-    dsp_.WriteModelPiece(piece);
+    dsp_.WriteModelChunk(chunk);
     EXPECT_EQ(-EINVAL, SendValue(260, kModelChunkBytes + 100)) << "a gap";
-    dsp_.WriteModelPiece(piece);
+    dsp_.WriteModelChunk(chunk);
     EXPECT_EQ(-EINVAL, SendValue(260, 100)) << "written twice";
-    dsp_.WriteModelPiece(piece);
+    dsp_.WriteModelChunk(chunk);
     EXPECT_EQ(0, SendValue(260, 0)) << "offset 0 begins anew";
-    EXPECT_EQ(piece, dsp_.model_bytes(Engine::kHotword));
+    EXPECT_EQ(chunk, dsp_.model_bytes(Engine::kHotword));
     EXPECT_EQ(0, Send(262));
     EXPECT_EQ(0U, dsp_.engine(Engine::kHotword).model_bytes) << "unload drops what is staged";
 }
@@ -125,26 +131,39 @@ TEST_F(CommandTest, OnlyACompleteSoundModelOfTheRightEngineIsLoaded) {
         if (mend) std::memcpy(&bytes[20], &crc, sizeof(crc));
         return bytes;
     };
-    const std::vector<std::pair<std::vector<uint8_t>, const char*>> cases = {
-            {altered(5'000, static_cast<uint8_t>(good[5'000] ^ 1), false), "wrong checksum"},
-            {altered(0, 'X'), "wrong magic"},
-            {altered(4, 9), "unknown version 9"},
-            {altered(6, 4), "unknown engine 4"},
-            {altered(11, 0xFF), "threshold above 1"},
-            {altered(13, 0), "a template of 160 frames"},
-            {altered(14, 1), "a template of 69536 frames"},
-            {altered(13, 0x10), "runs past the model's end"},
-            {Model(Engine::kAmbientMusic, 0), "made for engine 2"},
-            {BuildSoundModel({Engine::kHotword, 0.5F, std::vector<int16_t>(2'000, 7)}), "silent"},
-            {{good.begin(), good.end() - 1}, "8023 of 8024 bytes"},
-            {{good.begin(), good.begin() + 23}, "too few for a header"},
+    struct Case {
+        std::vector<uint8_t> bytes;
+        ModelFault fault;
+        int64_t value = 0;
+        int64_t other = 0;
     };
-    for (const auto& [bytes, reason] : cases) {
-        EXPECT_EQ(-EINVAL, Download(Engine::kHotword, bytes)) << reason;
-        EXPECT_THAT(LastEntry(), HasSubstr(reason));
-        EXPECT_FALSE(dsp_.engine(Engine::kHotword).model_loaded) << reason;
+    const SoundModel silent{Engine::kHotword, 0.5F, std::vector<int16_t>(2'000, 7)};
+    const Case cases[] = {
+            {altered(5'000, static_cast<uint8_t>(good[5'000] ^ 1), false), ModelFault::kChecksum},
+            {altered(0, 'X'), ModelFault::kMagic},
+            {altered(4, 9), ModelFault::kVersion, 9},
+            {altered(6, 4), ModelFault::kEngine, 4},
+            {altered(11, 0xFF), ModelFault::kThreshold},
+            {altered(13, 0), ModelFault::kTemplateLength, 160},
+            {altered(14, 1), ModelFault::kTemplateLength, 69'536},
+            {altered(13, 0x10), ModelFault::kTemplatePastEnd},
+            {BuildSoundModel(silent), ModelFault::kSilentTemplate},
+            {{good.begin(), good.end() - 1}, ModelFault::kTotalBytes, 8'023, 8'024},
+            {{good.begin(), good.begin() + 23}, ModelFault::kTooShort, 23},
+    };
+    for (const Case& bad : cases) {
+        EXPECT_EQ(-EINVAL, Download(Engine::kHotword, bad.bytes));
+        const CommandAnswered answer = LastAnswer();
+        EXPECT_EQ(AnswerCause::kBadModel, answer.cause) << ToText({0, answer});
+        EXPECT_EQ(bad.fault, answer.model_fault) << ToText({0, answer});
+        EXPECT_EQ(bad.value, answer.value) << ToText({0, answer});
+        EXPECT_EQ(bad.other, answer.other) << ToText({0, answer});
+        EXPECT_FALSE(dsp_.engine(Engine::kHotword).model_loaded) << ToText({0, answer});
     }
-    EXPECT_EQ(0, Download(Engine::kHotword, good)) << LastEntry();
+    EXPECT_EQ(-EINVAL, Download(Engine::kHotword, Model(Engine::kAmbientMusic, 0)));
+    EXPECT_EQ(AnswerCause::kModelOfOtherEngine, LastAnswer().cause);
+    EXPECT_EQ(2, LastAnswer().value);
+    EXPECT_EQ(0, Download(Engine::kHotword, good)) << ToText({0, LastAnswer()});
 }
 
 TEST_F(CommandTest, ACrashWakesEverybodyAndForgetsEverythingAndABootBeginsEmpty) {
@@ -153,7 +172,7 @@ TEST_F(CommandTest, ACrashWakesEverybodyAndForgetsEverythingAndABootBeginsEmpty)
     Arm(Engine::kHotword, 1'000);
     Send(206);
     SendValue(275, 1);
-    dsp_.WriteModelPiece(Model(Engine::kHotword, 0));
+    dsp_.WriteModelChunk(Model(Engine::kHotword, 0));
     HearUntil(10'000);
     ASSERT_TRUE(dsp_.HasNotification());
     woken.clear();
@@ -162,7 +181,7 @@ TEST_F(CommandTest, ACrashWakesEverybodyAndForgetsEverythingAndABootBeginsEmpty)
     EXPECT_THAT(woken, UnorderedElementsAre(Readiness::kNotification, Readiness::kHotwordPcm,
                                             Readiness::kAmbientPcm));
     EXPECT_EQ(-ENODEV, Send(228));
-    EXPECT_EQ(-ENODEV, dsp_.WriteModelPiece(reply_));
+    EXPECT_EQ(-ENODEV, dsp_.WriteModelChunk(reply_));
     std::vector<uint8_t> out(4);
     EXPECT_EQ(-ENODEV, dsp_.ReadPcm(PcmPort::kHotword, out));
     EXPECT_FALSE(dsp_.HasNotification());
@@ -174,37 +193,14 @@ TEST_F(CommandTest, ACrashWakesEverybodyAndForgetsEverythingAndABootBeginsEmpty)
     EXPECT_FALSE(dsp_.settings().eraser);
     EXPECT_FALSE(dsp_.engine(Engine::kHotword).model_loaded);
     EXPECT_EQ(-EINVAL, Send(354, std::vector<uint8_t>(8))) << "no hotword in this life";
-    EXPECT_EQ(-EINVAL, SendValue(260, 0)) << "the piece is lost";
+    EXPECT_EQ(-EINVAL, SendValue(260, 0)) << "the chunk is lost";
     EXPECT_EQ(0U, dsp_.PcmBytesReady(PcmPort::kHotword));
     Arm(Engine::kHotword, 21'000);
     HearUntil(26'000);
     EXPECT_THAT(TakeRecords(), ElementsAre("241 score=1.00 frame=24999"));
     EXPECT_EQ(6'000U * 4, ReadAll(PcmPort::kHotword).size()) << "nothing from before the boot";
-    EXPECT_EQ("hotword read begins with frame 20000", LastEntry()) << "that is no overrun";
-}
-
-TEST(JournalTest, TheListenerHearsEveryEntryInOrderAndMayUseTheJournal) {
-    Journal journal({}, /*capacity=*/100);
-    std::vector<std::string> heard;
-    journal.SetListener([&](const JournalEntry& entry) {
-        heard.push_back(entry.text);
-        if (entry.text == "1") journal.Add("test", "added by the listener");
-        EXPECT_LE(journal.Snapshot().size(), 100U);
-    });
-
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([&] {
-            for (int n = 0; n < 250; ++n) journal.Add("test", std::to_string(n));
-        });
-    }
-    for (std::thread& thread : threads) thread.join();
-
-    ASSERT_EQ(4U * 250 + 4, heard.size());
-    std::vector<std::string> kept;
-    for (const JournalEntry& entry : journal.Snapshot()) kept.push_back(entry.text);
-    EXPECT_EQ(kept, std::vector<std::string>(heard.end() - 100, heard.end()));
-    EXPECT_EQ(heard.size() - 100, journal.Forgotten());
+    EXPECT_EQ(20'000U, EntriesOf<CaptureReadBegun>().back().frame);
+    EXPECT_TRUE(EntriesOf<CaptureOverrun>().empty());
 }
 
 }  // namespace

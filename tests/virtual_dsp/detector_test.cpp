@@ -124,6 +124,13 @@ TEST_F(DspDetectionTest, EachEngineReportsItsOwnTemplateOnceInTheOrderHeard) {
     EXPECT_THAT(TakeRecords(),
                 ElementsAre("286 score=1.00 frame=13999", "259 score=1.00 frame=23999",
                             "241 score=1.00 frame=33999"));
+    const DetectionRaised raised = EntriesOf<DetectionRaised>().back();
+    EXPECT_EQ(Engine::kHotword, raised.engine);
+    EXPECT_EQ(DetectionRaised::Origin::kHeard, raised.origin);
+    EXPECT_EQ(33'999U, raised.frame);
+    EXPECT_NEAR(1.0, raised.score, 0.001);
+    EXPECT_FLOAT_EQ(0.7F, static_cast<float>(raised.threshold));
+    EXPECT_EQ(30'000 - kPrerollFrames, raised.captured_from);
     EXPECT_TRUE(dsp_.engine(Engine::kHotword).detected);
     EXPECT_FALSE(dsp_.engine(Engine::kHotword).detecting);
 }
@@ -147,7 +154,9 @@ TEST_F(DspDetectionTest, AnEngineDetectsOncePerStartAndNothingFromBeforeIt) {
 }
 
 TEST_F(DspDetectionTest, StopUnloadAndStartMakeAnUnreadDetectionAndItsAudioVoid) {
-    for (const uint16_t id : {uint16_t{228}, uint16_t{262}, uint16_t{227}}) {
+    const std::pair<uint16_t, VoidedBy> commands[] = {
+            {228, VoidedBy::kStop}, {262, VoidedBy::kUnload}, {227, VoidedBy::kStart}};
+    for (const auto& [id, cause] : commands) {
         Arm(Engine::kHotword, heard_ + 100);
         HearUntil(heard_ + 10'000);
         ASSERT_TRUE(dsp_.HasNotification());
@@ -157,6 +166,8 @@ TEST_F(DspDetectionTest, StopUnloadAndStartMakeAnUnreadDetectionAndItsAudioVoid)
 
         EXPECT_FALSE(dsp_.HasNotification()) << "after command " << id;
         EXPECT_EQ(0U, dsp_.PcmBytesReady(PcmPort::kHotword)) << "after command " << id;
+        EXPECT_EQ(cause, EntriesOf<RecordDropped>().back().cause);
+        EXPECT_EQ(cause, EntriesOf<CaptureEnded>().back().cause);
     }
 }
 
@@ -181,7 +192,7 @@ TEST_F(DspDetectionTest, ForcedAndInternalRecognitionsReportThePresentFrame) {
     EXPECT_EQ(10'000U, dsp_.PcmBytesReady(PcmPort::kAmbient)) << "no more than was heard";
 }
 
-// The instant goes through the DSP's clock and back, as a reader of both nodes does it.
+// The timestamp goes through the DSP's clock and back, as a reader of both nodes does it.
 TEST_F(DspDetectionTest, HotwordTimestampIsTheBootTimeAtWhichTheTemplateEnded) {
     EXPECT_EQ(-EINVAL, Send(354, std::vector<uint8_t>(8))) << "no hotword yet";
     const int64_t start_ns = now_ns_;

@@ -33,7 +33,7 @@ constexpr EngineCommands CommandsOf(Engine engine) {
 }
 
 // A DSP whose microphones hear nothing but the sample pattern, frame by frame from 0 on. Models are
-// stretches of the pattern, so the truth about every detection and captured frame is known.
+// stretches of the pattern, so the tests know every detection and captured frame that is correct.
 class DspTest : public ::testing::Test {
   protected:
     static constexpr size_t kTemplateFrames = 4000;
@@ -57,11 +57,11 @@ class DspTest : public ::testing::Test {
         return Send(id, payload);
     }
 
-    // The result of the load command.
+    // Returns the result of the load command.
     int Download(Engine engine, std::span<const uint8_t> model) {
         for (size_t at = 0; at < model.size(); at += kModelChunkBytes) {
             const size_t count = std::min<size_t>(kModelChunkBytes, model.size() - at);
-            EXPECT_EQ(static_cast<int>(count), dsp_.WriteModelPiece(model.subspan(at, count)));
+            EXPECT_EQ(static_cast<int>(count), dsp_.WriteModelChunk(model.subspan(at, count)));
             EXPECT_EQ(0, SendValue(CommandsOf(engine).write, static_cast<uint32_t>(at)));
         }
         return Send(CommandsOf(engine).load);
@@ -88,6 +88,16 @@ class DspTest : public ::testing::Test {
             records.push_back(std::to_string(record->id) + " " + record->payload.data());
         }
         return records;
+    }
+
+    // The journal's entries of one kind.
+    template <typename Kind>
+    std::vector<Kind> EntriesOf() {
+        std::vector<Kind> entries;
+        for (const JournalEntry& entry : dsp_.journal().Snapshot()) {
+            if (const auto* what = entry.As<Kind>()) entries.push_back(*what);
+        }
+        return entries;
     }
 
     std::vector<uint8_t> ReadAll(PcmPort port, size_t at_most = SIZE_MAX) {

@@ -27,6 +27,7 @@ namespace vendor::quarno::brindlecove::audio::hal::soundtrigger::zyl {
 
 using ::testing::ElementsAre;
 using ::virtual_dsp::BoardOptions;
+using ::virtual_dsp::CommandAnswered;
 using ::virtual_dsp::Engine;
 using ::virtual_dsp::PatternFrames;
 using ::virtual_dsp::PatternSample;
@@ -35,8 +36,8 @@ inline constexpr int kHotword = 1;
 inline constexpr int kAmbient = 2;
 inline constexpr int kAmbientBreak = 3;
 
-// The microphone of these tests plays the sample pattern, and what is listened for is this stretch
-// of it. A detection's audio begins with the 500 ms before the stretch.
+// The microphone of these tests plays the sample pattern, and the models listen for this stretch of
+// it. A detection's audio begins with the 500 ms before the stretch.
 inline constexpr uint64_t kTemplateFirst = 12000;
 inline constexpr uint64_t kTemplateFrames = 1600;
 inline constexpr uint64_t kTemplateEnd = kTemplateFirst + kTemplateFrames;
@@ -53,7 +54,9 @@ inline std::string Line(char severity, const std::string& text) {
 inline constexpr uint32_t kDefaultMode = 0;
 inline constexpr uint32_t kDockedMode = 86;
 
-/** A parameter record of the tuning: its id, the length that it states, the words of its value. */
+/**
+ * A parameter record of the tuning file: its id, the length that it states, the words of its value.
+ */
 inline std::vector<uint8_t> TuningRecord(uint32_t id, uint32_t length,
                                          const std::vector<uint32_t>& words) {
     std::vector<uint8_t> bytes(8 + words.size() * 4);
@@ -68,7 +71,7 @@ inline std::vector<uint8_t> operator+(std::vector<uint8_t> a, const std::vector<
     return a;
 }
 
-/** A tuning file: for each mode, the sound trigger's blocks, beside one of somebody else. */
+/** A tuning file: for each mode, the sound trigger's blocks and one block of another type. */
 inline std::vector<uint8_t> TuningImage(
         const std::map<uint32_t, std::vector<std::vector<uint8_t>>>& modes) {
     utils::tamberlo::TuningFile file;
@@ -79,7 +82,7 @@ inline std::vector<uint8_t> TuningImage(
     return utils::tamberlo::WriteTuningFile(file).value();
 }
 
-/** What the adapter does for itself. */
+/** Access to private functions of the adapter. */
 class ZylSoundTriggerAdapterPeer {
   public:
     explicit ZylSoundTriggerAdapterPeer(ZylSoundTriggerAdapter* adapter) : adapter_(adapter) {}
@@ -95,8 +98,9 @@ class ZylSoundTriggerAdapterPeer {
 };
 
 /**
- * Puts a plain file in the place of a node for as long as it lives, or nothing when there are no
- * contents: a read then finds these very bytes, and the end behind them. Seen by this process only.
+ * Replaces a node by a plain file for as long as this object lives. A read then finds exactly these
+ * bytes, and the end of the file after them. Without contents, nothing is in the node's place. Only
+ * this process sees the change.
  */
 class ReplacedNode {
   public:
@@ -142,11 +146,11 @@ class AdapterTest : public ::virtual_dsp::BoardTest {
     void NewBoard(const BoardOptions& options) {
         adapter_.reset();
         board_.reset();
-        std::string error;
-        board_ = ::virtual_dsp::Board::Create(options, &error);
-        ASSERT_TRUE(board_) << error;
+        auto board = ::virtual_dsp::Board::Create(options);
+        ASSERT_TRUE(board.ok()) << board.error();
+        board_ = std::move(*board);
         NewAdapter();
-        (void)log_.Take();  // That there is no tuning file.
+        (void)log_.Take();  // The line that there is no tuning file.
     }
 
     void NewAdapter() {
@@ -157,27 +161,28 @@ class AdapterTest : public ::virtual_dsp::BoardTest {
 
     ZylSoundTriggerAdapterPeer Peer() { return ZylSoundTriggerAdapterPeer(adapter_.get()); }
 
-    // Starts a plan of faults anew.
+    // Replaces the plan of faults.
     void SetFaults(const std::vector<std::string>& lines) {
         board_->faults().Clear();
         for (const std::string& line : lines) AddFault(line);
     }
 
-    // The commands that the DSP was sent since the last Take....
-    std::vector<::virtual_dsp::JournalEntry> TakeCommands() {
-        auto entries = board_->dsp().journal().Snapshot();
+    // The commands that the DSP has got since the last call of a Take function.
+    std::vector<CommandAnswered> TakeCommands() {
+        std::vector<CommandAnswered> commands;
+        for (const auto& entry : board_->dsp().journal().Snapshot()) {
+            if (const auto* command = entry.As<CommandAnswered>()) commands.push_back(*command);
+        }
         board_->dsp().journal().Clear();
-        std::erase_if(entries, [](const auto& entry) { return entry.source != "command"; });
-        return entries;
+        return commands;
     }
 
     // In hexadecimal, with "??" for the sequence number.
-    static std::vector<std::string> HexOf(
-            const std::vector<::virtual_dsp::JournalEntry>& commands) {
+    static std::vector<std::string> HexOf(const std::vector<CommandAnswered>& commands) {
         std::vector<std::string> texts;
         for (const auto& command : commands) {
             std::string text;
-            for (const uint8_t byte : command.command_bytes) {
+            for (const uint8_t byte : command.bytes) {
                 text += {"0123456789abcdef"[byte >> 4], "0123456789abcdef"[byte & 15]};
             }
             texts.push_back(text.replace(2, 2, "??"));
@@ -188,7 +193,7 @@ class AdapterTest : public ::virtual_dsp::BoardTest {
 
     std::vector<uint32_t> TakeIds() {
         std::vector<uint32_t> ids;
-        for (const auto& command : TakeCommands()) ids.push_back(command.command_id.value_or(0));
+        for (const auto& command : TakeCommands()) ids.push_back(command.id.value_or(0));
         return ids;
     }
 

@@ -2,7 +2,7 @@
 #include <climits>
 
 #include "audio/hal/aidl/soundtrigger/zyl/zyl_mulaw.h"
-#include "host/virtual_dsp/dsp/mulaw_encoder.h"
+#include "host/common/mulaw_encoder.h"
 #include "tests/zyl/adapter_test.h"
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger::zyl {
@@ -115,7 +115,7 @@ TEST_F(AudioTest, OneChannelIsTheFirstMicrophone) {
         EXPECT_EQ(2048, Read(engine, 2048, 1));
         ExpectFirstChannel(engine, kCaptureFirst + 500, 1024);
         EXPECT_EQ(engine == kHotword ? 1U : 0U, TakeIds().size())
-                << "only a hotword has an instant";
+                << "only a hotword has a timestamp";
     }
 }
 

@@ -93,7 +93,7 @@ TEST_F(CommandTest, EveryActionOfEveryEngineIsACommandOrRefused) {
                 EXPECT_THAT(log_.Take(), ElementsAre(Line('E', refusal)));
             } else {
                 EXPECT_THAT(HexOf(sent), ElementsAre("00??0800" + id + "0000"));
-                EXPECT_EQ(sent.at(0).result, result) << "the DSP's answer is passed on";
+                EXPECT_EQ(sent.at(0).status, result) << "the DSP's answer is passed on";
                 EXPECT_THAT(log_.Take(), ElementsAre()) << "a failed command is not logged here";
             }
         }
@@ -110,8 +110,8 @@ TEST_F(CommandTest, SequenceNumbersDifferByOneAndWrapAround) {
     const auto sent = TakeCommands();
     ASSERT_EQ(300U, sent.size());
     for (size_t i = 1; i < sent.size(); ++i) {
-        const auto next = static_cast<uint8_t>(sent[i - 1].command_bytes[1] + 1);
-        ASSERT_EQ(next, sent[i].command_bytes[1]) << i;
+        const auto next = static_cast<uint8_t>(sent[i - 1].bytes[1] + 1);
+        ASSERT_EQ(next, sent[i].bytes[1]) << i;
     }
 }
 
@@ -183,7 +183,7 @@ TEST_F(CommandTest, CommandFailsWhenTheDspGoesAndWorksWhenItIsBack) {
     EXPECT_THAT(log_.Take(), ElementsAre()) << "callers log what they make of a failure";
 }
 
-// Three of the threads move models, whose pieces must not mix, between the others' commands.
+// Three of the threads move models, whose chunks must not mix, between the others' commands.
 TEST_F(CommandTest, CommandsOfManyThreadsStayWholeAndInStep) {
     std::vector<std::thread> threads;
     for (int thread = 1; thread <= 16; ++thread) {
@@ -207,7 +207,8 @@ TEST_F(CommandTest, CommandsOfManyThreadsStayWholeAndInStep) {
     }
     const auto sent = TakeCommands();
     EXPECT_EQ(3U * 20 * 4 + 13 * 20, sent.size());
-    for (const auto& command : sent) EXPECT_EQ(0, command.result) << command.text;
+    for (const auto& command : sent)
+        EXPECT_EQ(0, command.status) << ::virtual_dsp::ToText({0, command});
 }
 
 }  // namespace

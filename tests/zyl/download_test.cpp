@@ -12,15 +12,15 @@ class DownloadTest : public AdapterTest {
     Steps TakeSteps() {
         Steps steps;
         for (const auto& entry : board_->dsp().journal().Snapshot()) {
-            if (entry.source == "model-data") {
-                steps.push_back(std::to_string(std::stoi(entry.text)) + " bytes");
-            } else if (entry.source == "command") {
+            if (const auto* chunk = entry.As<::virtual_dsp::ChunkTaken>()) {
+                steps.push_back(std::to_string(chunk->taken) + " bytes");
+            } else if (const auto* command = entry.As<CommandAnswered>()) {
                 uint32_t offset = 0;
-                const bool has_offset = entry.command_bytes.size() == 12;
-                if (has_offset) memcpy(&offset, &entry.command_bytes[8], sizeof(offset));
-                steps.push_back(std::to_string(entry.command_id.value()) +
+                const bool has_offset = command->bytes.size() == 12;
+                if (has_offset) memcpy(&offset, &command->bytes[8], sizeof(offset));
+                steps.push_back(std::to_string(command->id.value()) +
                                 (has_offset ? " at " + std::to_string(offset) : "") +
-                                (entry.result == 0 ? "" : "!"));
+                                (command->status == 0 ? "" : "!"));
             }
         }
         board_->dsp().journal().Clear();
@@ -28,7 +28,7 @@ class DownloadTest : public AdapterTest {
     }
 };
 
-TEST_F(DownloadTest, EveryByteArrivesInItsPlaceInPiecesOf16384) {
+TEST_F(DownloadTest, EveryByteArrivesInItsPlaceInChunksOf16384) {
     const std::tuple<int, std::string, std::string> engines[] = {
             {kHotword, "260", "261"}, {kAmbient, "263", "264"}, {kAmbientBreak, "287", "288"}};
     for (const auto& row : engines) {
@@ -57,7 +57,7 @@ TEST_F(DownloadTest, EveryByteArrivesInItsPlaceInPiecesOf16384) {
     EXPECT_THAT(log_.Take(), ElementsAre());
 }
 
-TEST_F(DownloadTest, UnknownEngineIsSeenAfterTheFirstPiece) {
+TEST_F(DownloadTest, UnknownEngineIsSeenAfterTheFirstChunk) {
     EXPECT_EQ(-EINVAL, Load(4, Model(kHotword, 40000)));
     EXPECT_EQ((Steps{"16384 bytes"}), TakeSteps());
     EXPECT_EQ(-EINVAL, Load(4, {})) << "without data it is the load that is refused";
@@ -69,7 +69,7 @@ TEST_F(DownloadTest, UnknownEngineIsSeenAfterTheFirstPiece) {
                             Line('E', "DoModelAction: Invalid command with model type : 4")));
 }
 
-TEST_F(DownloadTest, PieceThatIsNotTakenWholeEndsTheDownload) {
+TEST_F(DownloadTest, ChunkThatIsNotTakenWholeEndsTheDownload) {
     const size_t descriptors = OpenDescriptors();
     const std::tuple<std::string, std::string, Steps> cases[] = {
             {"write after=1 short=100", "100", {"16384 bytes", "260 at 0", "100 bytes"}},
@@ -83,7 +83,7 @@ TEST_F(DownloadTest, PieceThatIsNotTakenWholeEndsTheDownload) {
 
         EXPECT_EQ(-EINVAL, Load(kHotword, Model(kHotword, 40000)));
 
-        EXPECT_EQ(steps, TakeSteps()) << "pieces before it stay, and nothing comes after it";
+        EXPECT_EQ(steps, TakeSteps()) << "chunks before it stay, and nothing comes after it";
         const std::string text = "WriteSoundModelData: write model data failure: " + written;
         EXPECT_THAT(log_.Take(), ElementsAre(Line('E', text)));
         EXPECT_EQ(descriptors, OpenDescriptors());
@@ -111,7 +111,7 @@ TEST_F(DownloadTest, OnlyTheLastWriteCommandCounts) {
     EXPECT_EQ(written, TakeSteps()) << "loaded all the same";
 
     SetFaults({"on command reply id=260 after=1 times=1 errno=EBUSY"});
-    EXPECT_EQ(-EINVAL, Load(kHotword, model)) << "the DSP refuses a piece after a gap";
+    EXPECT_EQ(-EINVAL, Load(kHotword, model)) << "the DSP refuses a chunk after a gap";
     EXPECT_EQ((Steps{"16384 bytes", "260 at 0", "16384 bytes", "7232 bytes", "260 at 32768!"}),
               TakeSteps());
 }

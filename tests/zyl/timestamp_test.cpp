@@ -29,8 +29,8 @@ class TimestampTest : public AdapterTest {
 
     int Read() { return adapter_->ReadDspBuffer(kHotword, buffer_.data(), 64, 2); }
 
-    // Has a second heard, a hotword at its end and the first read of its audio; returns the instant
-    // known by then.
+    // Has a second heard, a hotword at its end and the first read of its audio; returns the
+    // timestamp known by then.
     int64_t DateNext() {
         Play(16000);
         EXPECT_EQ(0, adapter_->StartDetectionInDsp(kHotword));
@@ -40,8 +40,8 @@ class TimestampTest : public AdapterTest {
         return adapter_->ReadDspTimestamp(kHotword);
     }
 
-    static void ExpectNear(int64_t truth_ns, int64_t instant_ns) {
-        EXPECT_NEAR(static_cast<double>(truth_ns), static_cast<double>(instant_ns), 1000);
+    static void ExpectNear(int64_t truth_ns, int64_t timestamp_ns) {
+        EXPECT_NEAR(static_cast<double>(truth_ns), static_cast<double>(timestamp_ns), 1000);
     }
 
     std::atomic<int64_t> now_ns_{kBeginningNs};
@@ -78,7 +78,7 @@ TEST_F(TimestampTest, DspIsAskedOncePerHotword) {
     EXPECT_EQ((std::vector<uint32_t>{227, 267, 354}), TakeIds());
 }
 
-TEST_F(TimestampTest, WithoutBothClocksTheOlderInstantStays) {
+TEST_F(TimestampTest, WithoutBothClocksTheOlderTimestampStays) {
     const int64_t known = DateNext();
     ASSERT_LT(0, known);
     const Lines open_failure = {Line('E',

@@ -10,10 +10,8 @@ namespace {
 using Frames = std::span<const uint32_t>;
 
 constexpr size_t kWindow = 32;
-constexpr size_t kRunFrames = 4;    // A window of which fewer than kMinRuns runs of this length
-constexpr size_t kMinRuns = 16;     // are different (silence, say) may lie anywhere.
 constexpr size_t kSure = 8;         // So many equal frames in a row are not chance.
-constexpr size_t kMaxChanged = 8;   // Pairs kept.
+constexpr size_t kMaxChanged = 8;   // Frames kept.
 constexpr size_t kMaxSearch = 256;  // Frames looked for at once in a plain search.
 
 size_t Distance(size_t a, size_t b) {
@@ -22,64 +20,50 @@ size_t Distance(size_t a, size_t b) {
 
 // How many frames are equal from the start on.
 size_t EqualRun(Frames a, Frames b) {
-    const size_t size = std::min(a.size(), b.size());
-    return static_cast<size_t>(
-            std::mismatch(a.begin(), a.begin() + static_cast<ptrdiff_t>(size), b.begin()).first -
-            a.begin());
+    return static_cast<size_t>(std::ranges::mismatch(a, b).in1 - a.begin());
 }
 
-// A polynomial of some frames, cheap to move a window of kWindow on by one.
-class RollingHash {
-  public:
-    explicit RollingHash(Frames frames) {
-        for (const uint32_t frame : frames) value_ = value_ * kBase + frame;
-    }
-    void Roll(uint32_t out, uint32_t in) { value_ = (value_ - out * kOutFactor) * kBase + in; }
-    uint64_t value() const { return value_; }
-
-  private:
-    static constexpr uint64_t kBase = 0x9E3779B97F4A7C15;
-    static constexpr uint64_t kOutFactor = [] {
-        uint64_t factor = 1;
-        for (size_t i = 1; i < kWindow; ++i) factor *= kBase;
-        return factor;
-    }();
-    uint64_t value_ = 0;
-};
-
-// Every kWindow-th window of a sequence, by its hash. Any 2 * kWindow - 1 frames of it contain one.
+// Every kWindow-th window of a sequence, sorted. Any 2 * kWindow - 1 frames of it contain one.
 class WindowIndex {
   public:
-    struct Entry {
-        uint64_t hash;
-        size_t at;
-    };
-
-    explicit WindowIndex(Frames frames) {
+    explicit WindowIndex(Frames frames) : frames_(frames) {
         for (size_t at = 0; at + kWindow <= frames.size(); at += kWindow) {
-            const Frames window = frames.subspan(at, kWindow);
-            if (IsDistinctive(window)) entries_.push_back({RollingHash(window).value(), at});
+            if (IsDistinctive(frames.subspan(at, kWindow))) starts_.push_back(at);
         }
-        std::ranges::stable_sort(entries_, {}, &Entry::hash);
+        std::ranges::stable_sort(starts_, IsLess, WindowAt{frames});
     }
 
-    std::span<const Entry> Find(uint64_t hash) const {
-        const auto begin = std::ranges::lower_bound(entries_, hash, {}, &Entry::hash);
-        return {begin, std::ranges::upper_bound(begin, entries_.end(), hash, {}, &Entry::hash)};
+    // Where the windows begin that are equal to this one.
+    std::span<const size_t> Find(Frames window) const {
+        const WindowAt window_at{frames_};
+        const auto first = std::ranges::lower_bound(starts_, window, IsLess, window_at);
+        auto last = first;
+        while (last != starts_.end() && std::ranges::equal(window_at(*last), window)) ++last;
+        return {first, last};
     }
 
   private:
+    struct WindowAt {
+        Frames frames;
+        Frames operator()(size_t at) const { return frames.subspan(at, kWindow); }
+    };
+
+    // A window of few different runs (silence, say) may lie anywhere.
     static bool IsDistinctive(Frames window) {
-        std::array<uint64_t, kWindow - kRunFrames + 1> runs{};
+        constexpr size_t kRun = 4;
+        constexpr ptrdiff_t kMinRuns = 16;
+        std::array<std::array<uint32_t, kRun>, kWindow - kRun + 1> runs{};
         for (size_t i = 0; i < runs.size(); ++i) {
-            runs[i] = RollingHash(window.subspan(i, kRunFrames)).value();
+            std::ranges::copy(window.subspan(i, kRun), runs[i].begin());
         }
         std::ranges::sort(runs);
-        const auto end = std::unique(runs.begin(), runs.end());
-        return static_cast<size_t>(end - runs.begin()) >= kMinRuns;
+        return std::unique(runs.begin(), runs.end()) - runs.begin() >= kMinRuns;
     }
 
-    std::vector<Entry> entries_;
+    static bool IsLess(Frames a, Frames b) { return std::ranges::lexicographical_compare(a, b); }
+
+    const Frames frames_;
+    std::vector<size_t> starts_;
 };
 
 // Goes along the capture once, from its start to its end, knowing where in the microphones' audio
@@ -110,27 +94,16 @@ class Follower {
     };
 
     bool FindStart() {
-        std::optional<Place> meeting = NextMeeting();
-        if (!meeting) {
-            const auto heard = Search(captured_.first(std::min(captured_.size(), kMaxSearch)), 0);
-            if (!heard) return false;
-            at_ = {0, *heard};
-            return true;
-        }
-        const size_t before = meeting->captured;
-        const bool fits = before <= meeting->heard;
-        const size_t unbroken = fits ? meeting->heard - before : 0;
-        if (before >= kSure) {
-            const auto heard = Search(captured_.first(std::min(before, kWindow)), unbroken);
-            if (heard) {
-                at_ = {0, *heard};
-                return true;
-            }
-        }
-        at_ = {0, unbroken};
-        if (!fits) {
+        const std::optional<Place> meeting = NextMeeting();
+        const size_t before = meeting ? meeting->captured : captured_.size();
+        const size_t expected = meeting && meeting->heard > before ? meeting->heard - before : 0;
+        const size_t most = !meeting ? kMaxSearch : before >= kSure ? kWindow : 0;
+        const auto heard = Search(captured_.first(std::min(before, most)), expected);
+        if (!meeting && !heard) return false;
+        at_.heard = heard.value_or(expected);
+        if (!heard && before > meeting->heard) {
             at_.heard = meeting->heard;
-            AddForeign(before);
+            AddInserted(before);
         }
         return true;
     }
@@ -143,7 +116,11 @@ class Follower {
         if (const auto frames = FramesUntilEqual(limit)) {
             AddChanged(*frames);
         } else if (meeting) {
-            JumpTo(*meeting);
+            const bool is_ahead = meeting->heard > at_.heard;
+            const size_t changed = is_ahead ? std::min(limit, meeting->heard - at_.heard) : 0;
+            AddInserted(limit - changed);
+            AddChanged(changed);
+            MoveHeardTo(meeting->heard);
         } else {
             FinishLast(left);
         }
@@ -153,7 +130,7 @@ class Follower {
     // as far as the frames before it are equal, too.
     std::optional<Place> NextMeeting() {
         if (!found_ || found_->captured < at_.captured) found_ = ScanForWindow();
-        if (!found_) return std::nullopt;
+        if (found_->captured == captured_.size()) return std::nullopt;
         Place place = *found_;
         while (place.captured > at_.captured && place.heard > 0 &&
                captured_[place.captured - 1] == heard_[place.heard - 1]) {
@@ -163,39 +140,26 @@ class Follower {
         return place;
     }
 
-    std::optional<Place> ScanForWindow() {
-        size_t at = at_.captured;
-        if (scanned_to_end_ || captured_.size() - at < kWindow) return std::nullopt;
-        for (RollingHash hash(captured_.subspan(at, kWindow));; ++at) {
-            if (const auto heard = BestCandidate(at, index_.Find(hash.value()))) {
-                return Place{at, *heard};
-            }
-            if (at + kWindow == captured_.size()) break;
-            hash.Roll(captured_[at], captured_[at + kWindow]);
+    // At the capture's end when there is none.
+    Place ScanForWindow() const {
+        for (size_t at = at_.captured; at + kWindow <= captured_.size(); ++at) {
+            const auto candidates = index_.Find(captured_.subspan(at, kWindow));
+            if (!candidates.empty()) return {at, BestCandidate(at, candidates)};
         }
-        scanned_to_end_ = true;
-        return std::nullopt;
+        return {captured_.size(), heard_.size()};
     }
 
     // The candidate from which on most frames are equal; of several the one least far from where
-    // the capture would be without any departure.
-    std::optional<size_t> BestCandidate(size_t captured,
-                                        std::span<const WindowIndex::Entry> candidates) const {
+    // the capture would be without any mismatch.
+    size_t BestCandidate(size_t captured, std::span<const size_t> candidates) const {
         constexpr size_t kMaxCandidates = 64;
         const size_t expected = at_.heard + (captured - at_.captured);
-        std::optional<size_t> best;
-        size_t best_run = 0;
-        for (const auto& [hash, heard] :
-             candidates.first(std::min(candidates.size(), kMaxCandidates))) {
-            const size_t run = EqualRun(captured_.subspan(captured), heard_.subspan(heard));
-            if (run < kWindow || run < best_run) continue;
-            if (best && run == best_run && Distance(heard, expected) >= Distance(*best, expected)) {
-                continue;
-            }
-            best = heard;
-            best_run = run;
-        }
-        return best;
+        const auto rank = [&](size_t heard) {
+            return std::pair(EqualRun(captured_.subspan(captured), heard_.subspan(heard)),
+                             SIZE_MAX - Distance(heard, expected));
+        };
+        candidates = candidates.first(std::min(candidates.size(), kMaxCandidates));
+        return *std::ranges::max_element(candidates, {}, rank);
     }
 
     // After how many frames, at most `limit`, the two go on alike without a jump.
@@ -224,77 +188,61 @@ class Follower {
         return best;
     }
 
-    void JumpTo(Place to) {
-        const size_t captured = to.captured - at_.captured;
-        const size_t left = heard_.size() - at_.heard;
-        if (to.heard < at_.heard || captured > left) {
-            AddForeign(captured);
-        } else if (const size_t heard = to.heard - at_.heard; heard < captured) {
-            AddForeign(captured - heard);
-            AddChanged(heard);
-        } else {
-            AddChanged(captured);
-        }
-        MoveHeardTo(to.heard);
-    }
-
     // What is left of the capture is too short, or too different, for a window.
     void FinishLast(size_t left) {
-        if (left >= kSure) {
-            if (const auto heard = Search(captured_.subspan(at_.captured), at_.heard)) {
-                MoveHeardTo(*heard);
-                return;
-            }
-        }
-        if (left < kSure && at_.heard + left <= heard_.size()) {
+        const Frames wanted = left >= kSure ? captured_.last(left) : Frames();
+        if (const auto heard = Search(wanted, at_.heard)) {
+            MoveHeardTo(*heard);
+        } else if (left < kSure && at_.heard + left <= heard_.size()) {
             AddChanged(left);
         } else {
-            AddForeign(left);
+            AddInserted(left);
         }
     }
 
     void MoveHeardTo(size_t heard) {
         if (heard > delivered_end_) {
-            Add(Departure::Kind::kMissing, delivered_end_, heard - delivered_end_);
+            Add(Mismatch::Kind::kMissing, delivered_end_, heard - delivered_end_);
             delivered_end_ = heard;
         } else if (heard < at_.heard) {
-            Add(Departure::Kind::kDoubled, heard, 0);  // Advance() counts.
+            duplicated_ = result_.mismatches.size();
+            Add(Mismatch::Kind::kDuplicated, heard, 0);  // Advance() counts.
         }
         at_.heard = heard;
     }
 
     void AddChanged(size_t frames) {
         if (frames == 0) return;
-        Add(Departure::Kind::kChanged, at_.heard, 0);
-        const size_t added = result_.departures.size() - 1;
-        for (size_t i = 0; i < frames; ++i) {
-            if (captured_[at_.captured] == heard_[at_.heard]) {
+        Add(Mismatch::Kind::kChanged, at_.heard, 0);
+        const size_t added = result_.mismatches.size() - 1;
+        for (size_t i = 0; i < frames; ++i, Advance(1)) {
+            const uint32_t expected = heard_[at_.heard];
+            const uint32_t got = captured_[at_.captured];
+            if (got == expected) {
                 ++result_.equal_frames;
-            } else {
-                ++result_.departures[added].frames;
-                if (result_.changed.size() < kMaxChanged) {
-                    result_.changed.push_back({at_.captured, at_.heard});
-                }
+                continue;
             }
-            Advance(1);
+            ++result_.mismatches[added].frames;
+            if (result_.changed.size() < kMaxChanged) {
+                result_.changed.push_back({at_.captured, at_.heard, expected, got});
+            }
         }
     }
 
-    void AddForeign(size_t frames) {
+    void AddInserted(size_t frames) {
         if (frames == 0) return;
-        Add(Departure::Kind::kForeign, at_.heard, frames);
+        Add(Mismatch::Kind::kInserted, at_.heard, frames);
         at_.captured += frames;
     }
 
-    void Add(Departure::Kind kind, size_t heard, size_t frames) {
-        if (kind == Departure::Kind::kDoubled) doubled_ = result_.departures.size();
-        result_.departures.push_back({kind, at_.captured, heard, frames});
+    void Add(Mismatch::Kind kind, size_t heard, size_t frames) {
+        result_.mismatches.push_back({kind, at_.captured, heard, frames});
     }
 
     // Moves along both sides. What lies before the end of what was delivered comes once more.
     void Advance(size_t frames) {
-        if (at_.heard < delivered_end_ && doubled_) {
-            result_.departures[*doubled_].frames += std::min(frames, delivered_end_ - at_.heard);
+        if (at_.heard < delivered_end_ && duplicated_) {
+            result_.mismatches[*duplicated_].frames += std::min(frames, delivered_end_ - at_.heard);
         }
         at_.captured += frames;
         at_.heard += frames;
@@ -306,11 +254,10 @@ class Follower {
     const WindowIndex index_;
 
     Alignment result_;
-    Place at_;                       // The next frames to be compared.
-    size_t delivered_end_ = 0;       // After the last of the microphones' frames delivered so far.
-    std::optional<size_t> doubled_;  // Index of the latest departure of that kind.
-    std::optional<Place> found_;     // The latest result of ScanForWindow().
-    bool scanned_to_end_ = false;
+    Place at_;                          // The next frames to be compared.
+    size_t delivered_end_ = 0;          // After the last of the microphones' frames delivered.
+    std::optional<size_t> duplicated_;  // Index of the latest mismatch of that kind.
+    std::optional<Place> found_;        // The latest result of ScanForWindow().
 };
 
 }  // namespace

@@ -1,82 +1,65 @@
 #include "tools/audio/find.h"
 
 #include <algorithm>
-#include <cmath>
+#include <functional>
+#include <set>
 #include <span>
-#include <vector>
+
+#include "host/virtual_dsp/correlator/correlator.h"
 
 namespace sthal::audio {
-
 namespace {
 
-// The coarse search runs at an eighth of the rate: speech and music are strongest far below 1 kHz,
-// and the work falls with the square.
-constexpr size_t kDecimation = 8;
+using virtual_dsp::Correlator;
 
-std::vector<float> FirstChannel(const Sound& sound) {
-    std::vector<float> samples(sound.frames());
-    for (size_t i = 0; i < samples.size(); ++i) {
-        samples[i] = sound.samples[i * static_cast<size_t>(sound.channels)];
+// For each frame of the recording: the correlation of the pattern with what ends there.
+std::vector<float> Scores(const Sound& recording, const Sound& pattern) {
+    std::vector<float> scores;
+    if (pattern.samples.empty() || pattern.frames() > recording.frames()) return scores;
+    std::vector<int16_t> audio = recording.Channel(0).samples;
+    const size_t frames = audio.size();
+    audio.resize((frames + Correlator::kBlock - 1) / Correlator::kBlock * Correlator::kBlock);
+    Correlator correlator(pattern.Channel(0).samples);
+    for (size_t at = 0; at < audio.size(); at += Correlator::kBlock) {
+        const auto block = correlator.Hear(std::span(audio).subspan(at, Correlator::kBlock));
+        scores.insert(scores.end(), block.begin(), block.end());
     }
-    return samples;
-}
-
-std::vector<float> Decimated(const std::vector<float>& samples) {
-    std::vector<float> out(samples.size() / kDecimation);
-    for (size_t i = 0; i < out.size(); ++i) {
-        for (size_t k = 0; k < kDecimation; ++k) out[i] += samples[i * kDecimation + k];
-    }
-    return out;
-}
-
-double Correlation(std::span<const float> audio, std::span<const float> pattern) {
-    double product = 0;
-    double audio_energy = 0;
-    double pattern_energy = 0;
-    for (size_t i = 0; i < pattern.size(); ++i) {
-        product += double{audio[i]} * pattern[i];
-        audio_energy += double{audio[i]} * audio[i];
-        pattern_energy += double{pattern[i]} * pattern[i];
-    }
-    const double norm = std::sqrt(audio_energy * pattern_energy);
-    return norm > 0 ? product / norm : 0;
-}
-
-struct Best {
-    size_t start = 0;
-    double correlation = 0;
-};
-
-Best Search(std::span<const float> audio, std::span<const float> pattern, size_t first,
-            size_t last) {
-    Best best{.start = first};
-    for (size_t start = first; start <= last; ++start) {
-        const double correlation = Correlation(audio.subspan(start, pattern.size()), pattern);
-        if (correlation > best.correlation) best = {start, correlation};
-    }
-    return best;
+    scores.resize(frames);
+    return scores;
 }
 
 }  // namespace
 
-Match FindTemplate(const Sound& recording, const Sound& pattern) {
-    const std::vector<float> audio = FirstChannel(recording);
-    const std::vector<float> wanted = FirstChannel(pattern);
-    Match match{.range = {0, wanted.size()}};
-    if (wanted.size() < kDecimation || audio.size() < wanted.size()) return match;
+std::vector<Match> FindMatches(const Sound& recording, const Sound& pattern, double least) {
+    const std::vector<float> scores = Scores(recording, pattern);
+    std::vector<size_t> peaks;
+    for (size_t i = 0; i < scores.size(); ++i) {
+        const bool is_above_last = i == 0 || scores[i] > scores[i - 1];
+        const bool is_above_next = i + 1 == scores.size() || scores[i] >= scores[i + 1];
+        if (is_above_last && is_above_next && scores[i] >= least) peaks.push_back(i);
+    }
+    std::ranges::stable_sort(peaks, std::greater(), [&](size_t peak) { return scores[peak]; });
 
-    const std::vector<float> coarse_audio = Decimated(audio);
-    const std::vector<float> coarse_wanted = Decimated(wanted);
-    const Best coarse =
-            Search(coarse_audio, coarse_wanted, 0, coarse_audio.size() - coarse_wanted.size());
-    const size_t centre = coarse.start * kDecimation;
-    const size_t last = audio.size() - wanted.size();
-    const size_t first = centre > kDecimation ? centre - kDecimation : 0;
-    const Best fine =
-            Search(audio, wanted, std::min(first, last), std::min(centre + 2 * kDecimation, last));
-    match.range = {fine.start, fine.start + wanted.size()};
-    match.correlation = fine.correlation;
-    return match;
+    const size_t frames = pattern.frames();
+    std::set<size_t> kept;
+    for (const size_t peak : peaks) {
+        const auto near = kept.lower_bound(peak + 1 - frames);
+        if (near == kept.end() || *near >= peak + frames) kept.insert(peak);
+    }
+    std::vector<Match> matches;
+    matches.reserve(kept.size());
+    for (const size_t peak : kept) {
+        matches.push_back({.range = {peak + 1 - frames, peak + 1}, .correlation = scores[peak]});
+    }
+    return matches;
+}
+
+Match FindTemplate(const Sound& recording, const Sound& pattern) {
+    const std::vector<float> scores = Scores(recording, pattern);
+    const auto best = std::ranges::max_element(scores);
+    if (best == scores.end() || *best <= 0) return {.range = {0, pattern.frames()}};
+    const auto end = static_cast<size_t>(best - scores.begin()) + 1;
+    return {.range = {end - pattern.frames(), end}, .correlation = *best};
 }
 
 }  // namespace sthal::audio

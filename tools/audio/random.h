@@ -5,8 +5,8 @@
 
 namespace sthal::audio {
 
-// The same numbers for the same seed everywhere; the standard library's distributions, and the
-// logarithms that better ones need, differ from one implementation to the next.
+// Gives the same numbers for the same seed with every compiler. The standard library's
+// distributions do not, nor do the logarithms that better ones need.
 class Random {
   public:
     explicit Random(uint64_t seed) : state_(seed) {}

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <tuple>
 
 #include "tools/audio/random.h"
 #include "tools/audio/speech.h"
@@ -29,8 +30,7 @@ size_t Frame(double seconds) {
 // one-pole low-passes of white noise, an octave or three apart, add up to such a slope.
 std::vector<double> RoomNoise(size_t frames, double rms, uint64_t seed) {
     struct Pole {
-        double decay;
-        double gain;
+        double decay, gain;
     };
     constexpr std::array kPoles = {Pole{0.99765, 0.0990460}, Pole{0.96300, 0.2965164},
                                    Pole{0.57000, 1.0526913}};
@@ -53,67 +53,63 @@ std::vector<double> RoomNoise(size_t frames, double rms, uint64_t seed) {
     return noise;
 }
 
-std::string Refusal(std::span<const Piece> pieces, const SceneOptions& options) {
+host::Result<void> Check(std::span<const SceneSound> sounds, const SceneOptions& options) {
     // Written so that what is no number is refused as well.
     const auto within = [](double value, double low, double high) {
         return value >= low && value <= high;
     };
-    if (!within(options.seconds, 0, kMaxSeconds)) {
-        return StringPrintf("a scene cannot last %g s; choose 0 to %g", options.seconds,
-                            kMaxSeconds);
+    const auto delay = static_cast<double>(options.second_microphone_delay);
+    const std::tuple<const char*, double, const char*, double, double> limits[] = {
+            {"a scene cannot last", options.seconds, "s", 0, kMaxSeconds},
+            {"noise cannot have", options.noise_dbfs, "dB of full scale", -200, 0},
+            {"the second microphone cannot be", options.second_microphone_db, "dB louder", -200,
+             40},
+            {"the second microphone cannot hear", delay, "frames later", 0, kMaxDelayFrames},
+    };
+    for (const auto& [what, value, unit, low, high] : limits) {
+        if (within(value, low, high)) continue;
+        return host::Error(StringPrintf("%s %g %s; choose %g to %g", what, value, unit, low, high));
     }
-    if (!within(options.noise_dbfs, -200, 0)) {
-        return StringPrintf("noise cannot have %g dB of full scale; choose -200 to 0",
-                            options.noise_dbfs);
-    }
-    if (!within(options.second_microphone_db, -200, 40)) {
-        return StringPrintf("the second microphone cannot be %g dB louder; choose -200 to 40",
-                            options.second_microphone_db);
-    }
-    if (!within(options.second_microphone_delay, 0, kMaxDelayFrames)) {
-        return StringPrintf("the second microphone cannot hear %d frames later; choose 0 to %d",
-                            options.second_microphone_delay, kMaxDelayFrames);
-    }
-    for (const Piece& piece : pieces) {
-        if (within(piece.start_s, 0, kMaxSeconds) && within(piece.gain_db, -200, 40)) continue;
-        return StringPrintf("\"%s\" cannot start at %g s with a gain of %g dB", piece.text.c_str(),
-                            piece.start_s, piece.gain_db);
+    for (const SceneSound& sound : sounds) {
+        if (within(sound.start_s, 0, kMaxSeconds) && within(sound.gain_db, -200, 40)) continue;
+        return host::Error(StringPrintf("\"%s\" cannot start at %g s with a gain of %g dB",
+                                        sound.text.c_str(), sound.start_s, sound.gain_db));
     }
     return {};
 }
 
-Result<Sound> Voice(const Piece& piece) {
-    if (!piece.audio) return Speak(piece.text);
-    return Result<Sound>::Of(piece.audio->Channel(0));
+host::Result<Sound> Voice(const SceneSound& sound) {
+    if (!sound.audio) return Speak(sound.text);
+    return sound.audio->Channel(0);
 }
 
 // What there is to hear at the first microphone, in steps of 16 bits, before any noise.
-Result<std::vector<double>> PlacePieces(std::span<const Piece> pieces, size_t frames,
-                                        Scene* scene) {
+host::Result<std::vector<double>> PlaceSounds(std::span<const SceneSound> sounds, size_t frames,
+                                              Scene* scene) {
     std::vector<double> heard(frames);
-    for (const Piece& piece : pieces) {
-        const Result<Sound> voice = Voice(piece);
-        if (!voice) return Result<std::vector<double>>::Error(voice.error);
-        const size_t begin = Frame(piece.start_s);
+    for (const SceneSound& sound : sounds) {
+        const host::Result<Sound> voice = Voice(sound);
+        if (!voice.ok()) return host::Error(voice.error());
+        const size_t begin = Frame(sound.start_s);
         const FrameRange range{begin, begin + voice->frames()};
         if (range.end > heard.size()) heard.resize(range.end);
-        const double gain = Amplitude(piece.gain_db);
+        const double gain = Amplitude(sound.gain_db);
         for (size_t i = 0; i < voice->frames(); ++i) heard[begin + i] += gain * voice->samples[i];
-        scene->parts.push_back({piece.text, range});
-        if (piece.is_hotword) scene->hotword = range;
+        scene->ranges.push_back(range);
+        if (sound.is_hotword) scene->hotword = range;
     }
-    return Result<std::vector<double>>::Of(std::move(heard));
+    return heard;
 }
 
 }  // namespace
 
-Result<Scene> MakeScene(std::span<const Piece> pieces, const SceneOptions& options) {
-    if (std::string refusal = Refusal(pieces, options); !refusal.empty()) {
-        return Result<Scene>::Error(std::move(refusal));
+host::Result<Scene> MakeScene(std::span<const SceneSound> sounds, const SceneOptions& options) {
+    if (const auto checked = Check(sounds, options); !checked.ok()) {
+        return host::Error(checked.error());
     }
     Scene scene;
-    const auto placed = PlacePieces(pieces, Frame(options.seconds), &scene);
-    if (!placed) return Result<Scene>::Error(placed.error);
+    const auto placed = PlaceSounds(sounds, Frame(options.seconds), &scene);
+    if (!placed.ok()) return host::Error(placed.error());
     const std::vector<double>& heard = *placed;
 
     const double rms = Amplitude(options.noise_dbfs) * 32768;
@@ -129,29 +125,30 @@ Result<Scene> MakeScene(std::span<const Piece> pieces, const SceneOptions& optio
         scene.recording.samples.push_back(ToSample(heard[i] + first_noise[i]));
         scene.recording.samples.push_back(ToSample(second_gain * later + second_noise[i]));
     }
-    return Result<Scene>::Of(std::move(scene));
+    return scene;
 }
 
-Result<Scene> MakeDemoScene(const std::optional<Sound>& hotword, const SceneOptions& options) {
+host::Result<Scene> MakeDemoScene(const std::optional<Sound>& hotword,
+                                  const SceneOptions& options) {
     constexpr double kFirstWordsAt = 0.5;
     constexpr double kPause = 0.7;
     constexpr double kEndPause = 1;
-    std::vector<Piece> pieces;
-    pieces.push_back({.text = "good morning, what time is it"});
-    if (hotword) pieces.push_back({.text = "hotword", .audio = hotword, .is_hotword = true});
-    pieces.push_back({.text = "what is the weather today"});
+    std::vector<SceneSound> sounds;
+    sounds.push_back({.text = "good morning, what time is it"});
+    if (hotword) sounds.push_back({.text = "hotword", .audio = hotword, .is_hotword = true});
+    sounds.push_back({.text = "what is the weather today"});
 
     double at = kFirstWordsAt;
-    for (Piece& piece : pieces) {
-        Result<Sound> voice = Voice(piece);
-        if (!voice) return Result<Scene>::Error(std::move(voice.error));
-        piece.audio = std::move(voice.value);
-        piece.start_s = at;
-        at += Seconds(piece.audio->frames()) + kPause;
+    for (SceneSound& sound : sounds) {
+        host::Result<Sound> voice = Voice(sound);
+        if (!voice.ok()) return host::Error(voice.error());
+        sound.audio = std::move(*voice);
+        sound.start_s = at;
+        at += Seconds(sound.audio->frames()) + kPause;
     }
     SceneOptions longer = options;
     longer.seconds = std::max(options.seconds, at - kPause + kEndPause);
-    return MakeScene(pieces, longer);
+    return MakeScene(sounds, longer);
 }
 
 }  // namespace sthal::audio

@@ -7,19 +7,16 @@ namespace sthal::audio {
 
 Sound Sound::Channel(int channel) const {
     const auto step = static_cast<size_t>(channels);
-    Sound mono;
-    mono.samples.resize(frames());
     const auto first = static_cast<size_t>(std::clamp(channel, 0, channels - 1));
+    Sound mono{.samples = std::vector<int16_t>(frames())};
     for (size_t i = 0; i < mono.samples.size(); ++i) mono.samples[i] = samples[i * step + first];
     return mono;
 }
 
 Sound Sound::Stereo() const {
     if (channels == 2) return *this;
-    Sound stereo{.channels = 2, .samples = std::vector<int16_t>(samples.size() * 2)};
-    for (size_t i = 0; i < samples.size(); ++i) {
-        stereo.samples[i * 2] = stereo.samples[i * 2 + 1] = samples[i];
-    }
+    Sound stereo{.channels = 2};
+    for (const int16_t sample : samples) stereo.samples.insert(stereo.samples.end(), 2, sample);
     return stereo;
 }
 

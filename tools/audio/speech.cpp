@@ -6,6 +6,8 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,8 +16,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
-#include <iterator>
-#include <system_error>
+#include <cstring>
 #include <vector>
 
 #include "tools/audio/wav.h"
@@ -28,82 +29,41 @@ using ::android::base::unique_fd;
 using Clock = std::chrono::steady_clock;
 
 constexpr size_t kMaxTextBytes = 4000;
-constexpr size_t kMaxOutputBytes = size_t{64} << 20;
+constexpr rlim_t kMaxOutputBytes = rlim_t{64} << 20;
 
-// A child process and what it writes. Killed, if it still runs, and reaped when this ends.
-class Child {
-  public:
-    Child() = default;
-    Child(const Child&) = delete;
-    Child& operator=(const Child&) = delete;
-    ~Child() { (void)Reap(/*kill_first=*/true); }
+// 0 or an errno. No shell: the arguments reach the program as they are.
+int Start(std::vector<std::string> arguments, int output, unique_fd* messages, pid_t* pid) {
+    unique_fd messages_end;
+    if (!android::base::Pipe(messages, &messages_end)) return errno;
+    std::vector<char*> argv;
+    argv.reserve(arguments.size() + 1);
+    for (std::string& argument : arguments) argv.push_back(argument.data());
+    argv.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    if (const int error = posix_spawn_file_actions_init(&actions); error != 0) return error;
+    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, messages_end.get(), STDERR_FILENO);
+    const int error = posix_spawnp(pid, argv[0], &actions, nullptr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    const rlimit limit{kMaxOutputBytes, kMaxOutputBytes};
+    if (error == 0) (void)prlimit(*pid, RLIMIT_FSIZE, &limit, nullptr);
+    return error;
+}
 
-    // 0 or an errno. No shell: the arguments reach the program as they are.
-    int Start(std::vector<std::string> arguments) {
-        unique_fd out_end, error_end;
-        if (!android::base::Pipe(&out_, &out_end) || !android::base::Pipe(&error_, &error_end)) {
-            return errno;
-        }
-        std::vector<char*> argv;
-        argv.reserve(arguments.size() + 1);
-        for (std::string& argument : arguments) argv.push_back(argument.data());
-        argv.push_back(nullptr);
-        posix_spawn_file_actions_t actions;
-        if (const int error = posix_spawn_file_actions_init(&actions); error != 0) return error;
-        posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-        posix_spawn_file_actions_adddup2(&actions, out_end, STDOUT_FILENO);
-        posix_spawn_file_actions_adddup2(&actions, error_end, STDERR_FILENO);
-        const int error = posix_spawnp(&pid_, argv[0], &actions, nullptr, argv.data(), environ);
-        posix_spawn_file_actions_destroy(&actions);
-        if (error != 0) pid_ = -1;
-        return error;
-    }
-
-    // Takes all output until both pipes end. 0, -ETIMEDOUT, -EFBIG or another negative errno.
-    int Collect(Clock::time_point deadline, std::vector<uint8_t>* out,
-                std::vector<uint8_t>* errors) {
-        std::array<pollfd, 2> pipes{pollfd{out_.get(), POLLIN, 0}, pollfd{error_.get(), POLLIN, 0}};
-        const std::array<std::vector<uint8_t>*, 2> sinks{out, errors};
-        while (pipes[0].fd >= 0 || pipes[1].fd >= 0) {
-            const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
-            if (left.count() <= 0) return -ETIMEDOUT;
-            const int ready = poll(pipes.data(), pipes.size(), static_cast<int>(left.count()));
-            if (ready < 0 && errno != EINTR) return -errno;
-            for (size_t i = 0; ready > 0 && i < pipes.size(); ++i) {
-                if (pipes[i].revents == 0) continue;
-                const int got = Take(pipes[i].fd, sinks[i]);
-                if (got < 0) return got;
-                if (got == 0) pipes[i].fd = -1;  // poll() passes over it.
-            }
-        }
-        return 0;
-    }
-
-    // The wait status; -1 when there is none.
-    int Reap(bool kill_first = false) {
-        if (pid_ < 0) return -1;
-        if (kill_first) kill(pid_, SIGKILL);
-        int status = -1;
-        if (TEMP_FAILURE_RETRY(waitpid(pid_, &status, 0)) != pid_) status = -1;
-        pid_ = -1;
-        return status;
-    }
-
-  private:
-    // Bytes taken, 0 at the end, or a negative errno.
-    static int Take(int fd, std::vector<uint8_t>* sink) {
-        std::array<uint8_t, 65536> piece;
+// Reads a program's messages until it ends. 0 or an errno, such as ETIMEDOUT.
+int Collect(int fd, Clock::time_point deadline, std::string* messages) {
+    while (true) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+        if (left.count() <= 0) return ETIMEDOUT;
+        pollfd pipe{.fd = fd, .events = POLLIN, .revents = 0};
+        if (TEMP_FAILURE_RETRY(poll(&pipe, 1, static_cast<int>(left.count()))) <= 0) continue;
+        std::array<char, 4096> piece;
         const ssize_t got = TEMP_FAILURE_RETRY(read(fd, piece.data(), piece.size()));
-        if (got < 0) return -errno;
-        if (sink->size() + static_cast<size_t>(got) > kMaxOutputBytes) return -EFBIG;
-        sink->insert(sink->end(), piece.begin(), piece.begin() + got);
-        return static_cast<int>(got);
+        if (got <= 0) return got < 0 ? errno : 0;
+        messages->append(piece.data(), static_cast<size_t>(got));
     }
-
-    pid_t pid_ = -1;
-    unique_fd out_;
-    unique_fd error_;
-};
+}
 
 // Without the silence around it, so that its first and last frames are those of the speech.
 Sound Trimmed(const Sound& sound) {
@@ -117,58 +77,57 @@ Sound Trimmed(const Sound& sound) {
 }
 
 // The WAV file that the program writes to its standard output.
-Result<std::vector<uint8_t>> SpokenWav(const std::string& text, const SpeechOptions& options) {
-    using Wav = Result<std::vector<uint8_t>>;
-    Child child;
+host::Result<unique_fd> SpokenWav(const std::string& text, const SpeechOptions& options) {
+    unique_fd wav(memfd_create("speech", MFD_CLOEXEC));
+    unique_fd pipe;
+    pid_t pid = -1;
     // "--" because a text may begin with a dash.
     const int start_error =
-            child.Start({options.program, "-v", options.voice, "-s",
-                         std::to_string(options.words_per_minute), "-z", "--stdout", "--", text});
+            Start({options.program, "-v", options.voice, "-s", "160", "-z", "--stdout", "--", text},
+                  wav.get(), &pipe, &pid);
     if (start_error == ENOENT) {
-        return Wav::Error(StringPrintf(
+        return host::Error(StringPrintf(
                 "the program %s, which speaks texts, is not installed; install the Debian package "
                 "espeak-ng (apt-get install espeak-ng) or give a WAV file instead",
                 options.program.c_str()));
     }
     if (start_error != 0) {
-        return Wav::Error(StringPrintf("cannot start %s: %s", options.program.c_str(),
-                                       std::generic_category().message(start_error).c_str()));
+        return host::Error(StringPrintf("cannot start %s: %s", options.program.c_str(),
+                                        strerror(start_error)));
     }
-    std::vector<uint8_t> wav;
-    std::vector<uint8_t> messages;
-    const int error = child.Collect(Clock::now() + options.timeout, &wav, &messages);
-    if (error < 0) {
-        return Wav::Error(StringPrintf("%s did not speak \"%s\": %s", options.program.c_str(),
-                                       text.c_str(),
-                                       std::generic_category().message(-error).c_str()));
+    std::string messages;
+    const int error = Collect(pipe.get(), Clock::now() + options.timeout, &messages);
+    if (error != 0) kill(pid, SIGKILL);
+    int status = -1;
+    if (TEMP_FAILURE_RETRY(waitpid(pid, &status, 0)) != pid) status = -1;
+    if (error != 0) {
+        return host::Error(StringPrintf("%s did not speak \"%s\": %s", options.program.c_str(),
+                                        text.c_str(), strerror(error)));
     }
-    const int status = child.Reap();
-    if ((status == 0 || status == -1) && !wav.empty()) return Wav::Of(std::move(wav));
-    const std::string reason(messages.begin(),
-                             messages.begin() + std::min<ptrdiff_t>(std::ssize(messages), 400));
-    return Wav::Error(StringPrintf("%s did not speak \"%s\" with the voice %s: %s",
-                                   options.program.c_str(), text.c_str(), options.voice.c_str(),
-                                   android::base::Trim(reason).c_str()));
+    if ((status == 0 || status == -1) && lseek(wav.get(), 0, SEEK_END) > 0) return wav;
+    return host::Error(StringPrintf("%s did not speak \"%s\" with the voice %s: %s",
+                                    options.program.c_str(), text.c_str(), options.voice.c_str(),
+                                    android::base::Trim(messages.substr(0, 400)).c_str()));
 }
 
 }  // namespace
 
-Result<Sound> Speak(const std::string& text, const SpeechOptions& options) {
+host::Result<Sound> Speak(const std::string& text, const SpeechOptions& options) {
     if (text.empty() || text.size() > kMaxTextBytes || text.find('\0') != std::string::npos) {
-        return Result<Sound>::Error(StringPrintf(
+        return host::Error(StringPrintf(
                 "cannot speak a text of %zu bytes; give it 1 to %zu bytes of plain text",
                 text.size(), kMaxTextBytes));
     }
-    Result<std::vector<uint8_t>> wav = SpokenWav(text, options);
-    if (!wav) return Result<Sound>::Error(std::move(wav.error));
-    Result<DecodedAudio> decoded = DecodeWav(*wav, options.program + "'s output", Channels::kMono);
-    if (!decoded) return Result<Sound>::Error(std::move(decoded.error));
+    const auto wav = SpokenWav(text, options);
+    if (!wav.ok()) return host::Error(wav.error());
+    const auto decoded = ReadWav(*wav, options.program + "'s output", Channels::kMono);
+    if (!decoded.ok()) return host::Error(decoded.error());
     Sound sound = Trimmed(decoded->sound);
     if (sound.samples.empty()) {
-        return Result<Sound>::Error(
+        return host::Error(
                 StringPrintf("there is nothing to say in \"%s\"; use words", text.c_str()));
     }
-    return Result<Sound>::Of(std::move(sound));
+    return sound;
 }
 
 }  // namespace sthal::audio

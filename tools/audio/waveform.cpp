@@ -47,12 +47,8 @@ std::string MarkerLine(const Marker& marker, const Sound& sound, size_t width) {
     const size_t left = Column(begin, sound, width);
     const size_t right = end > begin ? Column(end - 1, sound, width) : left;
     std::string line(left, ' ');
-    if (right == left) {
-        line += "│";
-    } else {
-        line += "├";
-        for (size_t column = left + 1; column < right; ++column) line += "─";
-        line += "┤";
+    for (size_t column = left; column <= right; ++column) {
+        line += left == right ? "│" : column == left ? "├" : column == right ? "┤" : "─";
     }
     line += std::string(width - right, ' ') + marker.label;
     line += end > begin ? StringPrintf(" %.3f to %.3f s\n", Seconds(begin), Seconds(end))

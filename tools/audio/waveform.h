@@ -7,15 +7,15 @@
 
 namespace sthal::audio {
 
-// Something to point out below a waveform: a range of frames, or one frame when it is empty.
+// A mark below a waveform: a range of frames, or one frame if the range is empty.
 struct Marker {
     std::string label;
     FrameRange range;
 };
 
 /**
- * Draws the first channel for a terminal (UTF-8): one line of blocks as high as the loudest sample
- * of their share of time, on a scale of decibels, and below it one line for each marker.
+ * Draws the first channel for a terminal (UTF-8): one line of blocks, each as high as its loudest
+ * sample in decibels, and below it one line for each marker.
  *
  *     ▁▁▁▅▇█▆▃▁▁▁▆█▇▅▂▁▁▁▃▆▇▅▁▁▁
  *                ├────┤           hotword 3.120 to 4.280 s

@@ -23,9 +23,11 @@ Board::Board(const BoardOptions& options)
     microphone_.emplace(dsp_, WithClockOf(options.dsp, options.microphone));
 }
 
-std::unique_ptr<Board> Board::Create(const BoardOptions& options, std::string* error) {
+host::Result<std::unique_ptr<Board>> Board::Create(const BoardOptions& options) {
     std::unique_ptr<Board> board(new Board(options));
-    if (!board->server_.Start(error)) return nullptr;
+    if (const auto started = board->server_.Start(); !started.ok()) {
+        return host::Error(started.error());
+    }
     return board;
 }
 

@@ -105,26 +105,29 @@ std::vector<std::string> BoardRootCommand() {
     return command;
 }
 
-std::optional<std::string> MissingForBoard() {
+host::Result<void> CheckBoardNeeds() {
     if (!IsInPath("bwrap")) {
-        return "bubblewrap is not installed.\n"
-               "  Debian: apt-get install bubblewrap";
+        return host::Error(
+                "bubblewrap is not installed.\n"
+                "  Debian: apt-get install bubblewrap");
     }
     if (access("/dev/fuse", F_OK) != 0) {
-        return "there is no /dev/fuse.\n"
-               "  On a machine of its own: modprobe fuse\n"
-               "  In a container: start it with --device /dev/fuse";
+        return host::Error(
+                "there is no /dev/fuse.\n"
+                "  On a machine of its own: modprobe fuse\n"
+                "  In a container: start it with --device /dev/fuse");
     }
     const int fd = open("/dev/fuse", O_RDWR | O_CLOEXEC);
     if (fd < 0) {
-        return std::string("/dev/fuse cannot be opened: ") + strerror(errno) +
-               ".\n"
-               "  Not permitted to this user: chmod 666 /dev/fuse, as distributions have it\n"
-               "  In a container: start it with --device /dev/fuse\n"
-               "  No such device: modprobe fuse";
+        return host::Error(
+                std::string("/dev/fuse cannot be opened: ") + strerror(errno) +
+                ".\n"
+                "  Not permitted to this user: chmod 666 /dev/fuse, as distributions have it\n"
+                "  In a container: start it with --device /dev/fuse\n"
+                "  No such device: modprobe fuse");
     }
     close(fd);
-    return std::nullopt;
+    return {};
 }
 
 std::string RootFailureAdvice() {

@@ -1,22 +1,23 @@
 #pragma once
 
-#include <optional>
 #include <string>
 #include <vector>
+
+#include "host/common/result.h"
 
 namespace virtual_dsp {
 
 // Whether this process sees the board's root.
 bool IsOnBoard();
 
-// The command that makes the board's root and runs what is appended to it there.
+// The command that makes the board's root. A program that is appended to the command runs there.
 std::vector<std::string> BoardRootCommand();
 
-// What of the board's needs is missing, with advice; empty when nothing is that can be told without
-// trying.
-std::optional<std::string> MissingForBoard();
+// Whether this machine has all that the board needs, as far as can be told without making a board.
+// The error says what is missing and how to get it.
+[[nodiscard]] host::Result<void> CheckBoardNeeds();
 
-// What may be the matter when the root could not be made although nothing seemed to be missing.
+// The likely cause when the root could not be made although nothing seemed to be missing.
 std::string RootFailureAdvice();
 
 }  // namespace virtual_dsp

@@ -169,21 +169,21 @@ void Report() {
     sigprocmask(SIG_UNBLOCK, &signals, nullptr);
 }
 
-std::optional<std::string> MountProblem() {
-    std::string error;
-    const int fd = MountFuse(kBoardDirectory, &error);
-    if (fd < 0) return error + "\n  In a container: start it with --device /dev/fuse";
+host::Result<void> TryMount() {
+    const auto fd = MountFuse(kBoardDirectory);
+    if (!fd.ok()) {
+        return host::Error(fd.error() + "\n  In a container: start it with --device /dev/fuse");
+    }
     UnmountFuse(kBoardDirectory);
-    close(fd);
-    return std::nullopt;
+    return {};
 }
 
 }  // namespace
 
 std::optional<int> EnterBoard(int argc, char** argv) {
     if (!IsOnBoard()) {
-        if (const auto missing = MissingForBoard()) {
-            Complain(*missing);
+        if (const auto needs = CheckBoardNeeds(); !needs.ok()) {
+            Complain(needs.error());
             return kBoardUnavailable;
         }
         return RunOnBoard(argc, argv);
@@ -191,27 +191,29 @@ std::optional<int> EnterBoard(int argc, char** argv) {
     const bool first = getenv(kReportVariable) != nullptr;
     Report();
     if (first) {
-        if (const auto problem = MountProblem()) {
-            Complain(*problem);
+        if (const auto mounted = TryMount(); !mounted.ok()) {
+            Complain(mounted.error());
             return kBoardUnavailable;
         }
     }
     return std::nullopt;
 }
 
-std::optional<std::string> BoardUnavailableReason() {
-    if (IsOnBoard()) return std::nullopt;
-    if (auto missing = MissingForBoard()) return missing;
+host::Result<void> CheckBoardAvailable() {
+    if (IsOnBoard()) return {};
+    if (auto needs = CheckBoardNeeds(); !needs.ok()) return needs;
     std::vector<std::string> command = BoardRootCommand();
     command.insert(command.end(), {"--", "true"});
     const Started started = Spawn(std::move(command), /*quiet=*/true);
-    if (started.error != 0) return std::string("bwrap cannot be run: ") + strerror(started.error);
+    if (started.error != 0) {
+        return host::Error(std::string("bwrap cannot be run: ") + strerror(started.error));
+    }
     close(started.report_fd);
     int status = 0;
     while (waitpid(started.bwrap, &status, 0) < 0 && errno == EINTR) {
     }
-    if (WIFEXITED(status) && WEXITSTATUS(status) == 0) return std::nullopt;
-    return RootFailureAdvice();
+    if (WIFEXITED(status) && WEXITSTATUS(status) == 0) return {};
+    return host::Error(RootFailureAdvice());
 }
 
 }  // namespace virtual_dsp

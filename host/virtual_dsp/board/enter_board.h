@@ -1,35 +1,36 @@
 #pragma once
 
 #include <optional>
-#include <string>
+
+#include "host/common/result.h"
 
 namespace virtual_dsp {
 
-// The exit status of a program that needs the virtual board where none can be had. Test runners
-// take it for "skipped".
+// The exit status of a program that needs the virtual board on a machine where no board is
+// possible. Test runners treat it as "skipped".
 inline constexpr int kBoardUnavailable = 77;
 
 // Puts the running program on the virtual board: a view of the file system, private to it and its
-// children, in which the device paths lead into kBoardDirectory. A Board is made there afterwards;
-// until then, and without one, the devices are missing. Everything else is where it was.
+// children, in which the device paths lead into kBoardDirectory. The devices are missing until the
+// program makes a Board there. Everything else is the same as outside.
 //
-// To be called first in main(), before any thread is started and any file is opened:
+// Call it first in main(), before any thread is started and any file is opened:
 //
 //     int main(int argc, char** argv) {
 //         if (const auto status = virtual_dsp::EnterBoard(argc, argv)) return *status;
 //         ...  // On the board.
 //     }
 //
-// Off the board it runs the program anew, with the same arguments, on one, passes on to it what
-// signals it gets, and returns the exit status that main() is to end with; where the program on the
-// board was ended by a signal, this one ends by the same. On the board it returns nothing.
+// Outside a board it runs the program again on a board, with the same arguments, and passes on the
+// signals that it gets. It returns the exit status with which main() has to end. If a signal ended
+// the program on the board, the same signal ends this one. On the board it returns nothing.
 //
-// Returns kBoardUnavailable, after it has said on standard error what is missing and how to get
-// it, where there can be no board.
+// Where no board is possible, it says on standard error what is missing and how to get it, and
+// returns kBoardUnavailable.
 [[nodiscard]] std::optional<int> EnterBoard(int argc, char** argv);
 
-// Why EnterBoard() could not, in one or more lines for a person; empty when it could. Tries it out,
-// which takes some 10 ms.
-[[nodiscard]] std::optional<std::string> BoardUnavailableReason();
+// Whether EnterBoard() would succeed; the error is one or more lines for a person. Makes the
+// board's root to find out, which takes some 10 ms.
+[[nodiscard]] host::Result<void> CheckBoardAvailable();
 
 }  // namespace virtual_dsp

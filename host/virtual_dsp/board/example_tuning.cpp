@@ -18,9 +18,9 @@ constexpr char kText[] =
 }  // namespace
 
 std::vector<uint8_t> ExampleTuningFile() {
-    const tamberlo::TuningTextResult text = tamberlo::TuningFileFromText(kText);
-    CHECK(text.file.has_value()) << "example_tuning.txt:" << text.line << ": " << text.what;
-    return *tamberlo::WriteTuningFile(*text.file);
+    const auto file = tamberlo::TuningFileFromText(kText);
+    CHECK(file.ok()) << "example_tuning.txt:" << file.error().line << ": " << file.error().what;
+    return tamberlo::WriteTuningFile(*file).value();
 }
 
 }  // namespace virtual_dsp

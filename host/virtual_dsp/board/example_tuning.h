@@ -5,8 +5,8 @@
 
 namespace virtual_dsp {
 
-// The tuning file that the board ships, for Board::SetTuningFile: values for both modes, made of
-// example_tuning.txt.
+// The tuning file that comes with the board, for Board::SetTuningFile: values for both modes, made
+// from example_tuning.txt.
 std::vector<uint8_t> ExampleTuningFile();
 
 }  // namespace virtual_dsp

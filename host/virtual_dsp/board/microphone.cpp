@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "host/common/condition.h"
 #include "host/virtual_dsp/dsp/journal.h"
 #include "host/virtual_dsp/nodes/signals_blocked.h"
 
@@ -56,11 +57,11 @@ std::shared_future<bool> Microphone::Play(std::vector<int16_t> samples, Progress
 }
 
 void Microphone::Stop() {
-    std::unique_lock lock(lock_);
+    std::lock_guard lock(lock_);
     for (const auto& playback : queue_) playback->finished.set_value(false);
     queue_.clear();
     if (std::this_thread::get_id() == thread_.get_id()) return;
-    changed_.wait(lock, [this] { return !hearing_; });
+    while (hearing_) host::Wait(changed_, lock_);
 }
 
 uint64_t Microphone::Position() const {
@@ -84,34 +85,50 @@ bool Microphone::HasAudio() const {
 
 void Microphone::Run() {
     pthread_setname_np(pthread_self(), "microphone");
-    std::unique_lock lock(lock_);
-    while (WaitForBlock(lock)) HearBlock(lock);
-}
-
-// Returns false when the microphone is to stop.
-bool Microphone::WaitForBlock(std::unique_lock<std::mutex>& lock) {
     while (true) {
-        if (!HasAudio()) {
-            paced_ = false;
-            changed_.wait(lock, [this] { return stopping_ || HasAudio(); });
+        Block block;
+        {
+            std::lock_guard lock(lock_);
+            if (!WaitForBlock()) return;
+            block = TakeBlock();
         }
-        if (stopping_) return false;
-        if (options_.speed == MicrophoneOptions::kAsFastAsPossible) return true;
-        if (!paced_) {
-            paced_ = true;
-            pace_start_ = std::chrono::steady_clock::now();
-            paced_frames_ = 0;
+        // Without the lock: the DSP's listeners and the progress may use the microphone.
+        dsp_.Hear(block.samples, options_.boottime_ns());
+        if (block.playback && block.playback->progress) block.playback->progress(block.played);
+        {
+            std::lock_guard lock(lock_);
+            EndBlock(block);
         }
-        const double frames = static_cast<double>(paced_frames_ + kBlockFrames);
-        const auto due =
-                pace_start_ + std::chrono::nanoseconds(static_cast<int64_t>(
-                                      frames * 1e9 / wire::kSampleRateHz / options_.speed));
-        if (changed_.wait_until(lock, due, [this] { return stopping_; })) return false;
-        if (HasAudio()) return true;  // Else it was broken off meanwhile.
+        changed_.notify_all();
     }
 }
 
-std::vector<int16_t> Microphone::NextBlock() {
+bool Microphone::WaitForBlock() {
+    while (!stopping_) {
+        if (!HasAudio()) {
+            pace_start_.reset();
+            host::Wait(changed_, lock_);
+        } else if (options_.speed == MicrophoneOptions::kAsFastAsPossible) {
+            return true;
+        } else if (!host::WaitUntil(changed_, lock_, NextDue()) && HasAudio()) {
+            return !stopping_;  // Without audio it was broken off meanwhile.
+        }
+    }
+    return false;
+}
+
+// When the last frame of the next block is due.
+std::chrono::steady_clock::time_point Microphone::NextDue() {
+    if (!pace_start_) {
+        pace_start_ = std::chrono::steady_clock::now();
+        paced_frames_ = 0;
+    }
+    const double frames = static_cast<double>(paced_frames_ + kBlockFrames);
+    return *pace_start_ + std::chrono::nanoseconds(static_cast<int64_t>(
+                                  frames * 1e9 / wire::kSampleRateHz / options_.speed));
+}
+
+std::vector<int16_t> Microphone::NextSamples() {
     if (!queue_.empty()) {
         Playback& playback = *queue_.front();
         const size_t frames = std::min(kBlockFrames, playback.frames() - playback.next_frame);
@@ -132,36 +149,34 @@ std::vector<int16_t> Microphone::NextBlock() {
     return block;
 }
 
-void Microphone::Record(std::span<const int16_t> block) {
-    heard_.insert(heard_.end(), block.begin(), block.end());
+void Microphone::Record(std::span<const int16_t> samples) {
+    heard_.insert(heard_.end(), samples.begin(), samples.end());
     if (heard_.size() <= kKeptFrames * kChannels) return;
     const size_t surplus = heard_.size() - kKeptFrames * kChannels;
     heard_.erase(heard_.begin(), heard_.begin() + static_cast<ptrdiff_t>(surplus));
     heard_first_ += surplus / kChannels;
 }
 
-void Microphone::HearBlock(std::unique_lock<std::mutex>& lock) {
-    const std::shared_ptr<Playback> playback = queue_.empty() ? nullptr : queue_.front();
-    const std::vector<int16_t> block = NextBlock();
-    const size_t frames = block.size() / kChannels;
-    const size_t played = playback ? playback->next_frame : 0;
-    paced_frames_ += frames;
-    Record(block);
+Microphone::Block Microphone::TakeBlock() {
+    Block block;
+    if (!queue_.empty()) block.playback = queue_.front();
+    block.samples = NextSamples();
+    if (block.playback) block.played = block.playback->next_frame;
+    paced_frames_ += block.samples.size() / kChannels;
+    Record(block.samples);
     hearing_ = true;
-    lock.unlock();
+    return block;
+}
 
-    dsp_.Hear(block, options_.boottime_ns());
-    if (playback && playback->progress) playback->progress(played);
-
-    lock.lock();
+void Microphone::EndBlock(const Block& block) {
     hearing_ = false;
-    position_ += frames;
+    position_ += block.samples.size() / kChannels;
     // Not so when Stop() has taken it away in the meantime.
-    if (playback && !queue_.empty() && queue_.front() == playback && played == playback->frames()) {
-        playback->finished.set_value(true);
+    const bool is_queued = !queue_.empty() && queue_.front() == block.playback;
+    if (is_queued && block.played == block.playback->frames()) {
+        block.playback->finished.set_value(true);
         queue_.pop_front();
     }
-    changed_.notify_all();
 }
 
 }  // namespace virtual_dsp

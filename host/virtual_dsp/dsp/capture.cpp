@@ -4,7 +4,7 @@
 #include <cstring>
 #include <vector>
 
-#include "host/virtual_dsp/dsp/mulaw_encoder.h"
+#include "host/common/mulaw_encoder.h"
 
 namespace virtual_dsp {
 

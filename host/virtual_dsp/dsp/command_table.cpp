@@ -1,10 +1,8 @@
 #include "host/virtual_dsp/dsp/command_table.h"
 
 #include <algorithm>
-#include <string>
 
 #include "audio/hal/aidl/soundtrigger/zyl/zyl_wire.h"
-#include "host/virtual_dsp/dsp/journal.h"
 
 namespace virtual_dsp {
 namespace {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "host/virtual_dsp/dsp/engine.h"
 
@@ -39,5 +40,9 @@ struct CommandInfo {
 
 // Null for an id that the DSP does not know.
 const CommandInfo* FindCommand(uint32_t id);
+
+// The command's name in words, e.g. "hotword start"; "unknown" for an id that the DSP does not
+// know.
+std::string CommandName(uint32_t id);
 
 }  // namespace virtual_dsp

@@ -1,46 +1,44 @@
 #include "host/virtual_dsp/dsp/detection_engine.h"
 
-#include <string>
 #include <utility>
 
 namespace virtual_dsp {
 
-Outcome DetectionEngine::Write(std::span<const uint8_t> piece, uint32_t offset) {
-    if (piece.empty()) return Refused("no piece was written to the model-data node");
+Outcome DetectionEngine::Write(std::span<const uint8_t> chunk, uint32_t offset) {
+    if (chunk.empty()) return Refused(AnswerCause::kNoChunk);
     if (offset == 0) staged_.clear();
     if (offset != staged_.size()) {
-        return Refused("offset " + std::to_string(offset) + " does not follow the " +
-                       std::to_string(staged_.size()) + " bytes staged");
+        return Refused(AnswerCause::kChunkOffset, offset, static_cast<int64_t>(staged_.size()));
     }
-    if (piece.size() > kMaxSoundModelBytes - staged_.size()) return Refused("model too large");
-    staged_.insert(staged_.end(), piece.begin(), piece.end());
-    return Done("offset " + std::to_string(offset) + ", " + std::to_string(piece.size()) +
-                " bytes");
+    if (chunk.size() > kMaxSoundModelBytes - staged_.size()) {
+        return Refused(AnswerCause::kModelTooLarge);
+    }
+    staged_.insert(staged_.end(), chunk.begin(), chunk.end());
+    return Done(AnswerCause::kChunkPlaced, offset, static_cast<int64_t>(chunk.size()));
 }
 
 Outcome DetectionEngine::Load(uint64_t next_frame) {
-    if (staged_.empty()) return Refused("nothing staged");
-    ParsedSoundModel parsed = ParseSoundModel(staged_);
-    if (!parsed.model) return Refused("bad model: " + parsed.reason);
-    if (parsed.model->engine != engine_) {
-        return Refused("bad model: made for engine " +
-                       std::to_string(static_cast<int>(parsed.model->engine)));
+    if (staged_.empty()) return Refused(AnswerCause::kNothingStaged);
+    auto parsed = ParseSoundModel(staged_);
+    if (!parsed.ok()) return Refused(parsed.error());
+    if (parsed->engine != engine_) {
+        return Refused(AnswerCause::kModelOfOtherEngine, static_cast<int64_t>(parsed->engine));
     }
-    model_ = std::move(parsed.model);
+    model_ = std::move(*parsed);
     loaded_ = std::exchange(staged_, {});
     if (state_ == State::kArmedWithoutModel || state_ == State::kDetecting) Listen(next_frame);
-    return Done(std::to_string(loaded_.size()) + " bytes");
+    return Done(AnswerCause::kModelLoaded, static_cast<int64_t>(loaded_.size()));
 }
 
 Outcome DetectionEngine::Start(uint64_t next_frame) {
-    if (state_ == State::kDetecting) return Done("already detecting");
+    if (state_ == State::kDetecting) return Done(AnswerCause::kAlreadyDetecting);
     if (model_) {
         Listen(next_frame);
         return Done();
     }
-    if (engine_ != Engine::kHotword) return Refused("no model loaded");
+    if (engine_ != Engine::kHotword) return Refused(AnswerCause::kNoModel);
     state_ = State::kArmedWithoutModel;
-    return Done("without a model, for an internal recognition only");
+    return Done(AnswerCause::kArmedWithoutModel);
 }
 
 void DetectionEngine::Listen(uint64_t next_frame) {

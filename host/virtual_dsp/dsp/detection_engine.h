@@ -32,9 +32,9 @@ class DetectionEngine {
 
     explicit DetectionEngine(Engine engine) : engine_(engine) {}
 
-    // Adds a piece to the staged model. Pieces come in order and without gaps; offset 0 begins
+    // Adds a chunk to the staged model. Chunks come in order and without gaps; offset 0 begins
     // anew.
-    Outcome Write(std::span<const uint8_t> piece, uint32_t offset);
+    Outcome Write(std::span<const uint8_t> chunk, uint32_t offset);
     // Makes the staged bytes the engine's model. Refused bytes stay staged, for a look at them.
     // `next_frame` is the number of the frame that the engine will hear next.
     Outcome Load(uint64_t next_frame);
@@ -53,6 +53,8 @@ class DetectionEngine {
     uint32_t template_frames() const {
         return model_ ? static_cast<uint32_t>(model_->pcm_template.size()) : 0;
     }
+    // The score that a detection needs; 0 without a model.
+    float threshold() const { return model_ ? model_->threshold : 0; }
     // The loaded model's bytes; without one, what is staged.
     const std::vector<uint8_t>& bytes() const { return model_ ? loaded_ : staged_; }
 

@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cinttypes>
-#include <cstdio>
 #include <utility>
 
 #include "host/virtual_dsp/dsp/dsp_clock.h"
@@ -12,7 +10,7 @@
 namespace virtual_dsp {
 namespace {
 
-// Hear() works through long input in pieces, so that a detection finds its audio still in history.
+// Hear() works through long input in slices, so that a detection finds its audio still in history.
 constexpr size_t kSliceFrames = 1600;
 
 uint16_t RecordId(Engine engine) {
@@ -27,14 +25,23 @@ uint16_t RecordId(Engine engine) {
     return 0;
 }
 
-std::string ScoreText(const Detection& detection) {
-    char text[sizeof(wire::NotificationRecord::payload)];
-    std::snprintf(text, sizeof(text), "score=%.2f frame=%" PRIu64, double{detection.score},
-                  detection.last_frame);
-    return text;
+}  // namespace
+
+DetectionEngine& Dsp::Impl::engine(Engine of) {
+    return engines_[static_cast<size_t>(of) - 1];
 }
 
-}  // namespace
+Capture& Dsp::Impl::capture(PcmPort port) {
+    return captures_[static_cast<size_t>(port)];
+}
+
+bool Dsp::Impl::Captures(Engine of) {
+    return capture(PortOf(of)).owner() == of;
+}
+
+uint64_t Dsp::Impl::PresentFrame() const {
+    return history_.end() == 0 ? 0 : history_.end() - 1;
+}
 
 // --- detections -------------------------------------------------------------------------------
 
@@ -42,9 +49,7 @@ bool Dsp::Impl::Hear(std::span<const int16_t> frames, int64_t last_frame_ns) {
     const size_t count = frames.size() / kMicrophones;
     if (count == 0) return false;
     if (const int64_t pause_ns = frame_times_.AddBlock(count, last_frame_ns); pause_ns != 0) {
-        Note("microphone", "nothing heard for " + std::to_string(pause_ns / 1'000'000) +
-                                   " ms before frame " + std::to_string(history_.end()) +
-                                   " (its source paused, or this machine was busy)");
+        journal_.Append(MicrophonePaused{.pause_ns = pause_ns, .frame = history_.end()});
     }
     if (!up_) {
         history_.Skip(count);
@@ -72,12 +77,12 @@ void Dsp::Impl::HearSlice(std::span<const int16_t> frames) {
     for (size_t i = 0; i < mono_.size(); ++i) mono_[i] = frames[i * kMicrophones];
     for (Engine listening : kEngines) {
         if (const auto detection = engine(listening).Hear(mono_)) {
-            Raise(listening, *detection, ScoreText(*detection));
+            Raise(listening, DetectionRaised::Origin::kHeard, *detection);
         }
     }
 }
 
-void Dsp::Impl::Raise(Engine of, const Detection& detection, const std::string& text) {
+void Dsp::Impl::Raise(Engine of, DetectionRaised::Origin origin, const Detection& detection) {
     engine(of).MarkDetected();
     if (of == Engine::kHotword) {
         hotword_ns_ = history_.end() == 0 ? Now() : frame_times_.At(detection.last_frame);
@@ -90,31 +95,37 @@ void Dsp::Impl::Raise(Engine of, const Detection& detection, const std::string& 
     const uint64_t first = std::max(end - before, history_.oldest());
     Capture& audio = capture(PortOf(of));
     if (audio.owner() && audio.owner() != of) {
-        Note("pcm", Name(*audio.owner()) + " capture replaced by one of " + Name(of));
+        journal_.Append(CaptureReplaced{.engine = *audio.owner(), .by = of});
     }
     audio.Begin(of, first);
 
+    const DetectionRaised raised{.engine = of,
+                                 .origin = origin,
+                                 .frame = detection.last_frame,
+                                 .score = double{detection.score},
+                                 .threshold = double{engine(of).threshold()},
+                                 .captured_from = first};
+    const std::string text = RecordPayload(raised);
     wire::NotificationRecord record{};
     record.id = RecordId(of);
     std::copy_n(text.begin(), std::min(text.size(), record.payload.size() - 1),
                 record.payload.begin());
     unread_.emplace_back(of, record);
 
-    Note("detector",
-         Name(of) + " detected, " + text + ", captured from frame " + std::to_string(first));
+    journal_.Append(raised);
     woken_.insert(Readiness::kNotification);
     WakeReaderOf(PortOf(of));
 }
 
 // What an engine has detected is void once it is told something else.
-void Dsp::Impl::DropDetections(Engine of, const char* why) {
+void Dsp::Impl::DropDetections(Engine of, VoidedBy cause) {
     if (std::erase_if(unread_, [of](const auto& record) { return record.first == of; }) != 0) {
-        Note("notification", "unread " + Name(of) + " record dropped by " + why);
+        journal_.Append(RecordDropped{.engine = of, .cause = cause});
     }
     if (Captures(of)) {
         Capture& audio = capture(PortOf(of));
-        Note("pcm", Name(of) + " capture ended by " + why + " after " +
-                            std::to_string(audio.bytes_delivered()) + " bytes");
+        journal_.Append(
+                CaptureEnded{.engine = of, .cause = cause, .bytes = audio.bytes_delivered()});
         audio.End();
         WakeReaderOf(PortOf(of));
     }
@@ -128,7 +139,7 @@ std::optional<wire::NotificationRecord> Dsp::Impl::TakeNotification() {
     if (unread_.empty()) return std::nullopt;
     const auto [of, record] = unread_.front();
     unread_.pop_front();
-    Note("notification", Name(of) + " record taken");
+    journal_.Append(RecordTaken{.engine = of});
     return record;
 }
 
@@ -138,11 +149,10 @@ int Dsp::Impl::ReadPcm(PcmPort port, std::span<uint8_t> out) {
     const bool is_first = audio.bytes_delivered() == 0;
     const Capture::ReadResult read = audio.Read(history_, out);
     if (read.lost != 0) {
-        Note("pcm", Name(port) + " overrun: " + std::to_string(read.lost) +
-                            " frames lost before frame " + std::to_string(read.first));
+        journal_.Append(CaptureOverrun{.port = port, .lost = read.lost, .frame = read.first});
     }
     if (is_first && read.bytes != 0) {
-        Note("pcm", Name(port) + " read begins with frame " + std::to_string(read.first));
+        journal_.Append(CaptureReadBegun{.port = port, .frame = read.first});
     }
     return static_cast<int>(read.bytes);
 }
@@ -160,13 +170,13 @@ std::string Dsp::Impl::Clock() const {
 bool Dsp::Impl::SetUp(bool up) {
     if (up_ == up) return false;
     up_ = up;
-    Note("life", up ? "boot" : "crash");
+    journal_.Append(PowerChanged{.is_up = up});
     if (!up) {
         for (DetectionEngine& lost : engines_) lost.Unload();
         for (Capture& lost : captures_) lost.End();
         history_.Skip(0);
         unread_.clear();
-        piece_.clear();
+        chunk_.clear();
         hotword_ns_.reset();
         settings_ = {};
         tuning_.clear();
@@ -175,17 +185,23 @@ bool Dsp::Impl::SetUp(bool up) {
     return true;
 }
 
+Dsp::EngineView Dsp::Impl::View(Engine of) {
+    const DetectionEngine& seen = engine(of);
+    EngineView view;
+    view.model_loaded = seen.has_model();
+    view.detecting = seen.state() == DetectionEngine::State::kDetecting;
+    view.armed_without_model = seen.state() == DetectionEngine::State::kArmedWithoutModel;
+    view.detected = seen.state() == DetectionEngine::State::kDetected;
+    view.capturing = Captures(of);
+    view.model_bytes = static_cast<uint32_t>(seen.bytes().size());
+    view.model_crc32 = Crc32(seen.bytes());
+    return view;
+}
+
 Dsp::Settings Dsp::Impl::CurrentSettings() const {
     Settings current = settings_;
     current.tuning.assign(tuning_.begin(), tuning_.end());
     return current;
-}
-
-void Dsp::Impl::Note(std::string source, std::string text) {
-    JournalEntry entry;
-    entry.source = std::move(source);
-    entry.text = std::move(text);
-    journal_.Append(std::move(entry));
 }
 
 // --- the class that everybody sees ------------------------------------------------------------
@@ -195,51 +211,56 @@ Dsp::Dsp(DspOptions options) : impl_(std::make_unique<Impl>(std::move(options)))
 Dsp::~Dsp() = default;
 
 int Dsp::Execute(std::span<const uint8_t> command, std::vector<uint8_t>* reply) {
-    return impl_->Do([&] { return impl_->Execute(command, reply); });
+    return impl_->ChangeAndNotify(&Impl::Execute, command, reply);
 }
 
-int Dsp::WriteModelPiece(std::span<const uint8_t> piece) {
-    return impl_->Do([&] { return impl_->WritePiece(piece); });
+int Dsp::WriteModelChunk(std::span<const uint8_t> chunk) {
+    return impl_->ChangeAndNotify(&Impl::WriteChunk, chunk);
 }
 
 size_t Dsp::PcmBytesReady(PcmPort port) const {
-    return impl_->See([&] { return impl_->capture(port).BytesReady(impl_->history_); });
+    std::lock_guard lock(impl_->lock_);
+    return impl_->capture(port).BytesReady(impl_->history_);
 }
 
 uint64_t Dsp::PcmCapturesEnded(PcmPort port) const {
-    return impl_->See([&] { return impl_->capture(port).ended(); });
+    std::lock_guard lock(impl_->lock_);
+    return impl_->capture(port).ended();
 }
 
 int Dsp::ReadPcm(PcmPort port, std::span<uint8_t> out) {
-    return impl_->Do([&] { return impl_->ReadPcm(port, out); });
+    return impl_->ChangeAndNotify(&Impl::ReadPcm, port, out);
 }
 
 bool Dsp::HasNotification() const {
-    return impl_->See([&] { return !impl_->unread_.empty(); });
+    std::lock_guard lock(impl_->lock_);
+    return !impl_->unread_.empty();
 }
 
 std::optional<wire::NotificationRecord> Dsp::TakeNotification() {
-    return impl_->Do([&] { return impl_->TakeNotification(); });
+    return impl_->ChangeAndNotify(&Impl::TakeNotification);
 }
 
 std::string Dsp::ReadClock() const {
-    return impl_->See([&] { return impl_->Clock(); });
+    std::lock_guard lock(impl_->lock_);
+    return impl_->Clock();
 }
 
 void Dsp::Hear(std::span<const int16_t> frames, int64_t last_frame_ns) {
-    impl_->Do([&] { return impl_->Hear(frames, last_frame_ns); });
+    impl_->ChangeAndNotify(&Impl::Hear, frames, last_frame_ns);
 }
 
 void Dsp::Crash() {
-    impl_->Do([&] { return impl_->SetUp(false); });
+    impl_->ChangeAndNotify(&Impl::SetUp, false);
 }
 
 void Dsp::Boot() {
-    impl_->Do([&] { return impl_->SetUp(true); });
+    impl_->ChangeAndNotify(&Impl::SetUp, true);
 }
 
 bool Dsp::IsUp() const {
-    return impl_->See([&] { return impl_->up_; });
+    std::lock_guard lock(impl_->lock_);
+    return impl_->up_;
 }
 
 void Dsp::SetReadinessListener(std::function<void(Readiness)> listener) {
@@ -251,26 +272,18 @@ Journal& Dsp::journal() {
 }
 
 Dsp::EngineView Dsp::engine(Engine engine) const {
-    return impl_->See([&] {
-        const DetectionEngine& seen = impl_->engine(engine);
-        EngineView view;
-        view.model_loaded = seen.has_model();
-        view.detecting = seen.state() == DetectionEngine::State::kDetecting;
-        view.armed_without_model = seen.state() == DetectionEngine::State::kArmedWithoutModel;
-        view.detected = seen.state() == DetectionEngine::State::kDetected;
-        view.capturing = impl_->Captures(engine);
-        view.model_bytes = static_cast<uint32_t>(seen.bytes().size());
-        view.model_crc32 = Crc32(seen.bytes());
-        return view;
-    });
+    std::lock_guard lock(impl_->lock_);
+    return impl_->View(engine);
 }
 
 std::vector<uint8_t> Dsp::model_bytes(Engine engine) const {
-    return impl_->See([&] { return impl_->engine(engine).bytes(); });
+    std::lock_guard lock(impl_->lock_);
+    return impl_->engine(engine).bytes();
 }
 
 Dsp::Settings Dsp::settings() const {
-    return impl_->See([&] { return impl_->CurrentSettings(); });
+    std::lock_guard lock(impl_->lock_);
+    return impl_->CurrentSettings();
 }
 
 }  // namespace virtual_dsp

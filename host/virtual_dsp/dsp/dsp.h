@@ -53,9 +53,9 @@ class Dsp {
     int Execute(std::span<const uint8_t> command, std::vector<uint8_t>* reply);
 
     // --- the model-data node ----------------------------------------------------------------
-    // Takes one piece of a model; the write-model command that follows says where it belongs.
+    // Takes one chunk of a model; the write-model command that follows says where it belongs.
     // Returns the bytes taken, at most wire::kModelChunkBytes, or -ENODEV.
-    int WriteModelPiece(std::span<const uint8_t> piece);
+    int WriteModelChunk(std::span<const uint8_t> chunk);
 
     // --- the audio nodes --------------------------------------------------------------------
     // Bytes that ReadPcm would deliver at once; 0 when nothing is being captured.
@@ -71,7 +71,7 @@ class Dsp {
     std::optional<wire::NotificationRecord> TakeNotification();
 
     // --- the clock node ---------------------------------------------------------------------
-    // "<ticks> <boottime_ns>\n", both of one instant; empty while down.
+    // "<ticks> <boottime_ns>\n", both of one moment; empty while down.
     std::string ReadClock() const;
 
     // --- the microphones --------------------------------------------------------------------

@@ -5,7 +5,7 @@
 #include "host/virtual_dsp/dsp/dsp_clock.h"
 #include "host/virtual_dsp/dsp/dsp_impl.h"
 
-// How the DSP takes commands and model pieces.
+// How the DSP takes commands and chunks of models.
 namespace virtual_dsp {
 namespace {
 
@@ -28,45 +28,41 @@ void Put(const T& payload, std::vector<uint8_t>* reply) {
 
 int Dsp::Impl::Execute(Bytes command, std::vector<uint8_t>* reply) {
     reply->assign(command.begin(), command.end());
-    JournalEntry entry;
-    entry.source = "command";
-    entry.command_bytes = *reply;
+    CommandAnswered answer{.bytes = *reply};
     const CommandInfo* info = nullptr;
     if (command.size() >= sizeof(wire::CommandHeader)) {
-        entry.command_id = As<wire::CommandHeader>(command).id;
-        info = FindCommand(*entry.command_id);
+        answer.id = As<wire::CommandHeader>(command).id;
+        info = FindCommand(*answer.id);
     }
 
     Outcome outcome = Check(command, info);
-    if (outcome.result == 0 && info != nullptr) outcome = CarryOut(*info, command, reply);
-    if (outcome.result != 0) reply->clear();
+    if (outcome.status == 0 && info != nullptr) outcome = CarryOut(*info, command, reply);
+    if (outcome.status != 0) reply->clear();
 
-    entry.result = outcome.result;
-    entry.text = "command ";
-    if (entry.command_id) {
-        entry.text += std::to_string(*entry.command_id) + " " + CommandName(*entry.command_id);
-    } else {
-        entry.text += "without an id";
-    }
-    entry.text += " -> " + std::to_string(outcome.result);
-    if (!outcome.detail.empty()) entry.text += ": " + outcome.detail;
-    journal_.Append(std::move(entry));
-    return outcome.result;
+    answer.status = outcome.status;
+    answer.cause = outcome.cause;
+    answer.value = outcome.value;
+    answer.other = outcome.other;
+    answer.model_fault = outcome.model_fault;
+    journal_.Append(std::move(answer));
+    return outcome.status;
 }
 
 Outcome Dsp::Impl::Check(Bytes command, const CommandInfo* info) const {
-    if (!up_) return {-ENODEV, "the DSP is down"};
-    const std::string bytes = std::to_string(command.size()) + " bytes";
-    if (command.size() < sizeof(wire::CommandHeader)) return Refused(bytes + " are no command");
-    if (info == nullptr) return Refused("unknown id");
+    if (!up_) return {-ENODEV, AnswerCause::kDspDown};
+    const auto bytes = static_cast<int64_t>(command.size());
+    if (command.size() < sizeof(wire::CommandHeader)) {
+        return Refused(AnswerCause::kNoCommand, bytes);
+    }
+    if (info == nullptr) return Refused(AnswerCause::kUnknownId);
     const auto header = As<wire::CommandHeader>(command);
     if (header.size != command.size()) {
-        return Refused(bytes + ", but the header says " + std::to_string(header.size));
+        return Refused(AnswerCause::kSizeOfHeader, bytes, header.size);
     }
-    if (info->bytes != command.size()) {
-        return Refused(bytes + " instead of " + std::to_string(info->bytes));
+    if (info->bytes != command.size()) return Refused(AnswerCause::kSize, bytes, info->bytes);
+    if (header.reserved0 != 0 || header.reserved6 != 0) {
+        return Refused(AnswerCause::kReservedBytes);
     }
-    if (header.reserved0 != 0 || header.reserved6 != 0) return Refused("reserved bytes are set");
     return Done();
 }
 
@@ -74,22 +70,22 @@ Outcome Dsp::Impl::CarryOut(const CommandInfo& info, Bytes command, std::vector<
     DetectionEngine& concerned = engine(info.engine);
     switch (info.action) {
         case Action::kWriteModel:
-            // A piece serves one command, whatever becomes of it.
-            return concerned.Write(std::exchange(piece_, {}),
+            // A chunk serves one command, whatever becomes of it.
+            return concerned.Write(std::exchange(chunk_, {}),
                                    As<wire::WriteModelPayload>(command).offset);
         case Action::kLoadModel:
             return concerned.Load(history_.end());
         case Action::kUnloadModel:
-            DropDetections(info.engine, "unload");
+            DropDetections(info.engine, VoidedBy::kUnload);
             concerned.Unload();
             return Done();
         case Action::kStart:
             if (concerned.state() == DetectionEngine::State::kDetected) {
-                DropDetections(info.engine, "start");
+                DropDetections(info.engine, VoidedBy::kStart);
             }
             return concerned.Start(history_.end());
         case Action::kStop:
-            DropDetections(info.engine, "stop");
+            DropDetections(info.engine, VoidedBy::kStop);
             concerned.Stop();
             return Done();
         case Action::kForceRecognition:
@@ -101,25 +97,12 @@ Outcome Dsp::Impl::CarryOut(const CommandInfo& info, Bytes command, std::vector<
             return Done();
         case Action::kQueryHotwordTimestamp:
             return QueryHotwordTimestamp(command, reply);
-        case Action::kSetTuning: {
-            const auto value = static_cast<int32_t>(As<wire::ValuePayload>(command).value);
-            tuning_[info.id] = value;
-            return Done(std::to_string(value));
-        }
-        case Action::kSetReferenceSource: {
-            const uint32_t value = As<wire::ValuePayload>(command).value;
-            if (value != wire::kReferenceSourceOff && value != wire::kReferenceSourceDock) {
-                return Refused("no reference source " + std::to_string(value));
-            }
-            settings_.reference_source = value;
-            return Done(std::to_string(value));
-        }
-        case Action::kSetApProcessWithDock: {
-            const auto payload = As<wire::ApProcessPayload>(command);
-            if (payload.enabled > 1 || payload.reserved9 != 0) return Refused("neither on nor off");
-            settings_.ap_process_with_dock = payload.enabled == 1;
-            return Done(payload.enabled == 1 ? "on" : "off");
-        }
+        case Action::kSetTuning:
+            return SetTuning(info.id, As<wire::ValuePayload>(command).value);
+        case Action::kSetReferenceSource:
+            return SetReferenceSource(As<wire::ValuePayload>(command).value);
+        case Action::kSetApProcessWithDock:
+            return SetApProcessWithDock(command);
         case Action::kEraserOn:
         case Action::kEraserOff:
         case Action::kNeuralAecOn:
@@ -128,7 +111,30 @@ Outcome Dsp::Impl::CarryOut(const CommandInfo& info, Bytes command, std::vector<
         case Action::kMicSwapOff:
             return SetSwitch(info.action);
     }
-    return Refused("unknown action");
+    return Refused(AnswerCause::kUnknownId);
+}
+
+Outcome Dsp::Impl::SetTuning(uint16_t id, uint32_t bits) {
+    const auto value = static_cast<int32_t>(bits);
+    tuning_[id] = value;
+    return Done(AnswerCause::kValue, value);
+}
+
+Outcome Dsp::Impl::SetReferenceSource(uint32_t value) {
+    if (value != wire::kReferenceSourceOff && value != wire::kReferenceSourceDock) {
+        return Refused(AnswerCause::kNoReferenceSource, value);
+    }
+    settings_.reference_source = value;
+    return Done(AnswerCause::kValue, value);
+}
+
+Outcome Dsp::Impl::SetApProcessWithDock(Bytes command) {
+    const auto payload = As<wire::ApProcessPayload>(command);
+    if (payload.enabled > 1 || payload.reserved9 != 0) {
+        return Refused(AnswerCause::kNeitherOnNorOff);
+    }
+    settings_.ap_process_with_dock = payload.enabled == 1;
+    return Done(payload.enabled == 1 ? AnswerCause::kOn : AnswerCause::kOff);
 }
 
 Outcome Dsp::Impl::SetSwitch(Action action) {
@@ -144,32 +150,32 @@ Outcome Dsp::Impl::SetSwitch(Action action) {
 
 Outcome Dsp::Impl::ForceRecognition(Engine of) {
     DetectionEngine& forced = engine(of);
-    if (!forced.has_model()) return Refused("no model loaded");
-    if (forced.state() == DetectionEngine::State::kDetected) return Done("detected already");
-    if (forced.state() != DetectionEngine::State::kDetecting) return Refused("not started");
+    if (!forced.has_model()) return Refused(AnswerCause::kNoModel);
+    if (forced.state() == DetectionEngine::State::kDetected)
+        return Done(AnswerCause::kAlreadyDetected);
+    if (forced.state() != DetectionEngine::State::kDetecting)
+        return Refused(AnswerCause::kNotStarted);
     // As if the template ended with the audio heard so far.
-    Raise(of, {PresentFrame(), forced.template_frames(), 1},
-          "forced frame=" + std::to_string(PresentFrame()));
+    Raise(of, DetectionRaised::Origin::kForced, {PresentFrame(), forced.template_frames(), 1});
     return Done();
 }
 
 Outcome Dsp::Impl::InternalRecognition() {
     if (engine(Engine::kHotword).state() == DetectionEngine::State::kIdle) {
-        return Refused("not started");
+        return Refused(AnswerCause::kNotStarted);
     }
-    DropDetections(Engine::kHotword, "internal recognition");
-    Raise(Engine::kHotword, {PresentFrame(), 0, 1},
-          "internal frame=" + std::to_string(PresentFrame()));
+    DropDetections(Engine::kHotword, VoidedBy::kInternalRecognition);
+    Raise(Engine::kHotword, DetectionRaised::Origin::kInternal, {PresentFrame(), 0, 1});
     return Done();
 }
 
 Outcome Dsp::Impl::QueryHotwordTimestamp(Bytes command, std::vector<uint8_t>* reply) const {
-    if (!hotword_ns_) return Refused("no hotword yet");
+    if (!hotword_ns_) return Refused(AnswerCause::kNoHotwordYet);
     auto payload = As<wire::HotwordTimestampPayload>(command);
     payload.ticks = NanosecondsToTicks(static_cast<uint64_t>(*hotword_ns_) +
                                        static_cast<uint64_t>(options_.clock_ahead_ns));
     Put(payload, reply);
-    return Done(std::to_string(payload.ticks));
+    return Done(AnswerCause::kValue, static_cast<int64_t>(payload.ticks));
 }
 
 void Dsp::Impl::QueryLibraryArchitecture(Bytes command, std::vector<uint8_t>* reply) const {
@@ -182,17 +188,15 @@ void Dsp::Impl::QueryLibraryArchitecture(Bytes command, std::vector<uint8_t>* re
     Put(payload, reply);
 }
 
-int Dsp::Impl::WritePiece(Bytes piece) {
+int Dsp::Impl::WriteChunk(Bytes chunk) {
     if (!up_) {
-        Note("model-data",
-             "a piece of " + std::to_string(piece.size()) + " bytes: the DSP is down");
+        journal_.Append(ChunkTaken{.offered = chunk.size(), .status = -ENODEV});
         return -ENODEV;
     }
-    const Bytes taken = piece.first(std::min(piece.size(), size_t{wire::kModelChunkBytes}));
-    Note("model-data", std::to_string(taken.size()) + " of " + std::to_string(piece.size()) +
-                               " bytes taken" +
-                               (piece_.empty() ? "" : "; the piece before was never placed"));
-    piece_.assign(taken.begin(), taken.end());
+    const Bytes taken = chunk.first(std::min(chunk.size(), size_t{wire::kModelChunkBytes}));
+    journal_.Append(ChunkTaken{
+            .offered = chunk.size(), .taken = taken.size(), .replaces_unplaced = !chunk_.empty()});
+    chunk_.assign(taken.begin(), taken.end());
     return static_cast<int>(taken.size());
 }
 

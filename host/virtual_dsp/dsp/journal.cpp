@@ -14,20 +14,13 @@ int64_t BoottimeNow() {
 Journal::Journal(std::function<int64_t()> boottime_ns, size_t capacity)
     : boottime_ns_(boottime_ns ? std::move(boottime_ns) : BoottimeNow), capacity_(capacity) {}
 
-void Journal::Add(std::string source, std::string text) {
-    JournalEntry entry;
-    entry.source = std::move(source);
-    entry.text = std::move(text);
-    Add(std::move(entry));
-}
-
-void Journal::Add(JournalEntry entry) {
-    Append(std::move(entry));
+void Journal::Add(JournalEntry::What what) {
+    Append(std::move(what));
     Deliver();
 }
 
-void Journal::Append(JournalEntry entry) {
-    if (entry.boottime_ns == 0) entry.boottime_ns = boottime_ns_();
+void Journal::Append(JournalEntry::What what) {
+    JournalEntry entry{boottime_ns_(), std::move(what)};
     std::lock_guard lock(lock_);
     if (listener_) undelivered_.push_back(entry);
     entries_.push_back(std::move(entry));
@@ -38,20 +31,28 @@ void Journal::Append(JournalEntry entry) {
 }
 
 void Journal::Deliver() {
-    std::unique_lock lock(lock_);
-    // One thread delivers at a time, so that the order is the journal's; it takes along what
-    // others append meanwhile, which is why those need not wait.
-    if (delivering_) return;
-    delivering_ = true;
-    while (!undelivered_.empty()) {
-        const JournalEntry entry = std::move(undelivered_.front());
-        undelivered_.pop_front();
-        const Listener listener = listener_;
-        lock.unlock();
-        if (listener) listener(entry);
-        lock.lock();
+    // One thread delivers at a time, so that the order is the journal's. It also delivers what
+    // others append meanwhile, so those need not wait.
+    if (!BeginDelivery()) return;
+    while (const auto next = NextDelivery()) {
+        if (next->listener) next->listener(next->entry);
     }
-    delivering_ = false;
+}
+
+bool Journal::BeginDelivery() {
+    std::lock_guard lock(lock_);
+    return !std::exchange(delivering_, true);
+}
+
+std::optional<Journal::Delivery> Journal::NextDelivery() {
+    std::lock_guard lock(lock_);
+    if (undelivered_.empty()) {
+        delivering_ = false;
+        return std::nullopt;
+    }
+    Delivery next{std::move(undelivered_.front()), listener_};
+    undelivered_.pop_front();
+    return next;
 }
 
 std::vector<JournalEntry> Journal::Snapshot() const {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "host/virtual_dsp/dsp/engine.h"
+#include "host/virtual_dsp/dsp/sound_model.h"
 
 // What the DSP writes down: facts with their values. ToText() makes the sentence of each.
 namespace virtual_dsp {
@@ -27,7 +28,7 @@ enum class AnswerCause {
     kChunkOffset,         // `value`: the command's offset; `other`: the bytes staged so far.
     kModelTooLarge,       //
     kNothingStaged,       //
-    kBadModel,            // `model_fault` says why.
+    kBadModel,            // `model_fault` says why, and what `value` and `other` are.
     kModelOfOtherEngine,  // `value`: the engine that the model was made for.
     kNoModel,             //
     kNotStarted,          //
@@ -46,24 +47,10 @@ enum class AnswerCause {
     kOff,
 };
 
-// Why bytes are no sound model.
-enum class ModelFault {
-    kNone,
-    kTooShort,
-    kMagic,
-    kVersion,
-    kEngine,
-    kThreshold,
-    kTemplateLength,
-    kTotalBytes,
-    kChecksum,
-    kSilentTemplate,
-};
-
 struct CommandAnswered {
-    std::optional<uint32_t> id;  // None: the command was too short to have one.
-    std::vector<uint8_t> bytes;  // As received.
-    int status = 0;              // 0 or a negative errno.
+    std::optional<uint32_t> id = {};  // None: the command was too short to have one.
+    std::vector<uint8_t> bytes = {};  // As received.
+    int status = 0;                   // 0 or a negative errno.
     AnswerCause cause = AnswerCause::kNone;
     int64_t value = 0;  // What they are, AnswerCause says.
     int64_t other = 0;
@@ -136,7 +123,7 @@ struct PowerChanged {
 
 // A fault that was set on purpose hit a call on a node.
 struct FaultHit {
-    std::string rule;               // As fault scripts have it.
+    std::string rule = {};          // As fault scripts have it.
     uint64_t count = 0;             // Of its hits so far.
     bool is_last_reported = false;  // The rule's next hits are not written down.
 };
@@ -146,8 +133,8 @@ struct JournalEntry {
                               RecordDropped, CaptureEnded, CaptureReplaced, CaptureReadBegun,
                               CaptureOverrun, MicrophonePaused, PowerChanged, FaultHit>;
 
-    int64_t boottime_ns = 0;  // Filled in by the journal when 0.
-    What what;
+    int64_t boottime_ns = 0;  // When the journal took it.
+    What what = {};
 
     // The entry's fields if it is of this kind, else null.
     template <typename Kind>
@@ -162,6 +149,10 @@ bool IsRefusal(const JournalEntry& entry);
 // The part of the DSP that speaks: "command", "model-data", "detector", "notification", "pcm",
 // "microphone", "life" or "fault".
 const char* SourceName(const JournalEntry& entry);
+
+// What a detection's record says on the wire: "score=1.00 frame=67652" of one that was heard,
+// "forced frame=67652" or "internal frame=67652" of the others.
+std::string RecordPayload(const DetectionRaised& raised);
 
 // The sentence for a person, without its source: "command 227 hotword start -> 0".
 std::string ToText(const JournalEntry& entry);

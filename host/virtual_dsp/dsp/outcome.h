@@ -1,23 +1,31 @@
 #pragma once
 
 #include <cerrno>
-#include <string>
-#include <utility>
+#include <cstdint>
+
+#include "host/virtual_dsp/dsp/journal_entry.h"
 
 namespace virtual_dsp {
 
-// How a command ended: 0 or a negative errno, and what a person reading the journal should know.
+// How a command ended. The fields are those of CommandAnswered.
 struct [[nodiscard]] Outcome {
-    int result = 0;
-    std::string detail;
+    int status = 0;
+    AnswerCause cause = AnswerCause::kNone;
+    int64_t value = 0;
+    int64_t other = 0;
+    ModelFault model_fault = ModelFault::kNone;
 };
 
-inline Outcome Done(std::string detail = {}) {
-    return {0, std::move(detail)};
+inline Outcome Done(AnswerCause remark = AnswerCause::kNone, int64_t value = 0, int64_t other = 0) {
+    return {0, remark, value, other};
 }
 
-inline Outcome Refused(std::string reason) {
-    return {-EINVAL, std::move(reason)};
+inline Outcome Refused(AnswerCause cause, int64_t value = 0, int64_t other = 0) {
+    return {-EINVAL, cause, value, other};
+}
+
+inline Outcome Refused(const ModelError& error) {
+    return {-EINVAL, AnswerCause::kBadModel, error.value, error.other, error.fault};
 }
 
 }  // namespace virtual_dsp

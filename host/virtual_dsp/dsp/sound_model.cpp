@@ -19,25 +19,24 @@ bool IsSilent(const std::vector<int16_t>& pcm) {
     return std::ranges::adjacent_find(pcm, std::ranges::not_equal_to()) == pcm.end();
 }
 
-// Empty when the header, the first bytes of `bytes`, describes them.
-std::string WhyInvalid(const SoundModelHeader& header, std::span<const uint8_t> bytes) {
-    const auto number = [](auto value) { return std::to_string(value); };
-    if (header.magic != kSoundModelMagic) return "not a sound model (wrong magic)";
-    if (header.version != kSoundModelVersion) return "unknown version " + number(header.version);
+// Whether the header, the first bytes of `bytes`, describes them.
+ModelError CheckHeader(const SoundModelHeader& header, std::span<const uint8_t> bytes) {
+    if (header.magic != kSoundModelMagic) return {ModelFault::kMagic};
+    if (header.version != kSoundModelVersion) return {ModelFault::kVersion, header.version};
     if (header.total_bytes != bytes.size()) {
-        return number(bytes.size()) + " of " + number(header.total_bytes) + " bytes";
+        return {ModelFault::kTotalBytes, static_cast<int64_t>(bytes.size()), header.total_bytes};
     }
-    if (header.crc32 != ModelCrc(bytes)) return "wrong checksum";
+    if (header.crc32 != ModelCrc(bytes)) return {ModelFault::kChecksum};
     if (header.engine < 1 || header.engine > kEngines.size()) {
-        return "unknown engine " + number(header.engine);
+        return {ModelFault::kEngine, header.engine};
     }
-    if (header.threshold_millionths > 1'000'000) return "threshold above 1";
+    if (header.threshold_millionths > 1'000'000) return {ModelFault::kThreshold};
     if (header.template_frames < kMinTemplateFrames ||
         header.template_frames > kMaxTemplateFrames) {
-        return "a template of " + number(header.template_frames) + " frames";
+        return {ModelFault::kTemplateLength, header.template_frames};
     }
     if (header.template_frames > (bytes.size() - sizeof(header)) / sizeof(int16_t)) {
-        return "the template runs past the model's end";
+        return {ModelFault::kTemplatePastEnd};
     }
     return {};
 }
@@ -71,23 +70,23 @@ std::vector<uint8_t> BuildSoundModel(const SoundModel& model, size_t total_bytes
     return bytes;
 }
 
-ParsedSoundModel ParseSoundModel(std::span<const uint8_t> bytes) {
+host::Result<SoundModel, ModelError> ParseSoundModel(std::span<const uint8_t> bytes) {
+    using Refused = ::android::base::unexpected<ModelError>;
     SoundModelHeader header;
     if (bytes.size() < sizeof(header)) {
-        return {{}, std::to_string(bytes.size()) + " bytes are too few for a header"};
+        return Refused({ModelFault::kTooShort, static_cast<int64_t>(bytes.size())});
     }
     std::memcpy(&header, bytes.data(), sizeof(header));
-    if (std::string reason = WhyInvalid(header, bytes); !reason.empty()) {
-        return {{}, std::move(reason)};
-    }
+    const ModelError error = CheckHeader(header, bytes);
+    if (error.fault != ModelFault::kNone) return Refused(error);
     SoundModel model;
     model.engine = static_cast<Engine>(header.engine);
     model.threshold = static_cast<float>(header.threshold_millionths) / 1e6F;
     model.pcm_template.resize(header.template_frames);
     std::memcpy(model.pcm_template.data(), bytes.data() + sizeof(header),
                 model.pcm_template.size() * sizeof(int16_t));
-    if (IsSilent(model.pcm_template)) return {{}, "the template is silent"};
-    return {std::move(model), {}};
+    if (IsSilent(model.pcm_template)) return Refused({ModelFault::kSilentTemplate});
+    return model;
 }
 
 }  // namespace virtual_dsp

@@ -3,12 +3,11 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <optional>
 #include <span>
-#include <string>
 #include <type_traits>
 #include <vector>
 
+#include "host/common/result.h"
 #include "host/virtual_dsp/dsp/engine.h"
 
 namespace virtual_dsp {
@@ -43,17 +42,34 @@ struct SoundModel {
 };
 
 // The bytes of `model`, padded up to `total_bytes` if they would be fewer; the padding differs from
-// place to place, so that its pieces cannot be exchanged unnoticed either. Does not check the
-// model: what ParseSoundModel() refuses can be built, too.
+// place to place, so that two exchanged chunks of it are noticed, too. Does not check the model:
+// what ParseSoundModel() refuses can be built, too.
 std::vector<uint8_t> BuildSoundModel(const SoundModel& model, size_t total_bytes = 0);
 
-struct ParsedSoundModel {
-    std::optional<SoundModel> model;
-    std::string reason;  // Why there is no model.
+// Why bytes are no sound model.
+enum class ModelFault {
+    kNone,
+    kTooShort,         // For a header. `value`: the bytes.
+    kMagic,            //
+    kVersion,          // `value`: the unknown one.
+    kEngine,           // `value`: the unknown one.
+    kThreshold,        // Above 1.
+    kTemplateLength,   // `value`: the frames, too few or too many.
+    kTemplatePastEnd,  // The template is longer than the model has room for.
+    kTotalBytes,       // `value`: the bytes; `other`: what the header says.
+    kChecksum,         //
+    kSilentTemplate,   //
 };
+
+struct ModelError {
+    ModelFault fault = ModelFault::kNone;
+    int64_t value = 0;  // What they are, ModelFault says.
+    int64_t other = 0;
+};
+
 // Accepts a complete model whose checksum is right, whose values are in range and whose template is
 // not silent (a constant has no correlation with anything).
-ParsedSoundModel ParseSoundModel(std::span<const uint8_t> bytes);
+host::Result<SoundModel, ModelError> ParseSoundModel(std::span<const uint8_t> bytes);
 
 // CRC-32 as zlib computes it.
 uint32_t Crc32(std::span<const uint8_t> bytes, uint32_t seed = 0);

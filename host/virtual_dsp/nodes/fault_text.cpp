@@ -48,16 +48,11 @@ std::optional<Number> ToNumber(std::string_view text) {
     return number;
 }
 
-std::optional<int> ErrnoOf(std::string_view name) {
-    constexpr int kHighestErrno = 133;
-    for (int number = 1; number <= kHighestErrno; ++number) {
-        const char* known = strerrorname_np(number);
-        if (known != nullptr && name == known) return number;
-    }
-    return std::nullopt;
+host::Error Expected(const std::string& what, std::string_view found) {
+    return host::Error("expected " + what + ", found " + std::string(found));
 }
 
-// Reads one line. Every step returns false after it has put into `expected` what it looked for.
+// Reads one line.
 class LineParser {
   public:
     explicit LineParser(std::string_view line) {
@@ -66,40 +61,35 @@ class LineParser {
     }
 
     bool IsEmpty() const { return words_.empty(); }
-    const std::string& expected() const { return expected_; }
+    bool IsSeed() const { return !IsEmpty() && words_[0] == "seed"; }
 
-    bool ParseInto(FaultScript& script) {
-        if (words_[0] == "seed") return Seed(script.seed);
-        if (words_[0] != "on") return Expect("'on' or 'seed'", words_[0]);
+    host::Result<uint64_t> Seed() {
+        const auto number = words_.size() == 2 ? ToNumber<uint64_t>(words_[1]) : std::nullopt;
+        if (!number) return Expected("one number after 'seed'", words_.back());
+        return *number;
+    }
+
+    host::Result<FaultRule> Rule() {
+        if (IsEmpty()) return Expected("'on'", "the end of the line");
+        if (words_[0] != "on") return Expected("'on' or 'seed'", words_[0]);
         FaultRule rule;
-        if (!Target(rule)) return false;
+        if (auto target = Target(rule); !target.ok()) return host::Error(target.error());
         for (size_t i = 3; i < words_.size(); ++i) {
-            if (!Setting(words_[i], rule)) return false;
+            if (auto set = Setting(words_[i], rule); !set.ok()) return host::Error(set.error());
         }
-        if (!has_effect_) return Expect("an effect: " + EffectList(), "the end of the line");
-        if (!FitsTogether(rule)) return false;
-        script.rules.push_back(rule);
-        return true;
+        if (!has_effect_) return Expected("an effect: " + EffectList(), "the end of the line");
+        if (auto fits = FitsTogether(rule); !fits.ok()) return host::Error(fits.error());
+        return rule;
     }
 
   private:
-    bool Expect(const std::string& what, std::string_view found) {
-        expected_ = "expected " + what + ", found " + std::string(found);
-        return false;
-    }
+    using Step = host::Result<void>;
 
     static std::string EffectList() {
         return "errno=NAME, short=BYTES, torn=BYTES, delay=MS, hang or ready";
     }
 
-    bool Seed(uint64_t& seed) {
-        const auto number = words_.size() == 2 ? ToNumber<uint64_t>(words_[1]) : std::nullopt;
-        if (!number) return Expect("one number after 'seed'", words_.back());
-        seed = *number;
-        return true;
-    }
-
-    bool Target(FaultRule& rule) {
+    Step Target(FaultRule& rule) {
         const std::string node = words_.size() > 1 ? words_[1] : "the end of the line";
         const std::string operation = words_.size() > 2 ? words_[2] : "the end of the line";
         std::string choices;
@@ -110,16 +100,16 @@ class LineParser {
             rule.node = info.id;
             found = true;
         }
-        if (!found) return Expect("a node (" + choices + ")", node);
+        if (!found) return Expected("a node (" + choices + ")", node);
         for (const auto& [entry, name] : kOperations) {
             if (operation != name) continue;
             rule.operation = entry;
-            return true;
+            return {};
         }
-        return Expect("open, read, write, poll or reply", operation);
+        return Expected("open, read, write, poll or reply", operation);
     }
 
-    bool Setting(const std::string& word, FaultRule& rule) {
+    Step Setting(const std::string& word, FaultRule& rule) {
         const size_t equals = word.find('=');
         const std::string key = word.substr(0, equals);
         const std::string value = equals == std::string::npos ? "" : word.substr(equals + 1);
@@ -131,42 +121,42 @@ class LineParser {
         for (const auto& [kind, name] : kEffects) {
             if (key == name) return Effect(kind, word, value, rule.effect);
         }
-        return Expect("id=, after=, times=, chance=, at= or an effect (" + EffectList() + ")",
-                      word);
+        return Expected("id=, after=, times=, chance=, at= or an effect (" + EffectList() + ")",
+                        word);
     }
 
     template <typename T>
-    bool Number(const std::string& word, const std::string& value, T& out,
+    Step Number(const std::string& word, const std::string& value, T& out,
                 int64_t least = std::numeric_limits<T>::min()) {
         const auto number = ToNumber<T>(value);
         if (!number || static_cast<int64_t>(*number) < least) {
-            return Expect("a number in range after '='", word);
+            return Expected("a number in range after '='", word);
         }
         out = *number;
-        return true;
+        return {};
     }
 
-    bool Chance(const std::string& word, const std::string& value, double& out) {
+    Step Chance(const std::string& word, const std::string& value, double& out) {
         const auto number = ToNumber<double>(value);
         if (!number || !(*number >= 0.0 && *number <= 1.0)) {
-            return Expect("a probability from 0 to 1", word);
+            return Expected("a probability from 0 to 1", word);
         }
         out = *number;
-        return true;
+        return {};
     }
 
-    bool Effect(Kind kind, const std::string& word, const std::string& value, FaultEffect& effect) {
-        if (has_effect_) return Expect("one effect only", word);
+    Step Effect(Kind kind, const std::string& word, const std::string& value, FaultEffect& effect) {
+        if (has_effect_) return Expected("one effect only", word);
         has_effect_ = true;
         effect.kind = kind;
         switch (kind) {
             case Kind::kErrno: {
                 const auto number = ErrnoOf(value);
-                if (!number) return Expect("the name of an error, such as EIO", word);
+                if (!number) return Expected("the name of an error, such as EIO", word);
                 // To the kernel this one means "never ask for this operation again".
-                if (*number == ENOSYS) return Expect("an error other than ENOSYS", word);
+                if (*number == ENOSYS) return Expected("an error other than ENOSYS", word);
                 effect.value = *number;
-                return true;
+                return {};
             }
             case Kind::kShort:
                 return Number(word, value, effect.value);
@@ -175,39 +165,41 @@ class LineParser {
                 return Number(word, value, effect.value, 0);
             case Kind::kHang:
             case Kind::kReady:
-                return value.empty() || Expect("no value after '" + std::string(word) + "'", word);
+                if (!value.empty()) {
+                    return Expected("no value after '" + std::string(word) + "'", word);
+                }
+                return {};
         }
-        return false;
+        return {};
     }
 
     // What can be written down but cannot happen.
-    bool FitsTogether(const FaultRule& rule) {
+    Step FitsTogether(const FaultRule& rule) {
         const Kind kind = rule.effect.kind;
         const bool is_poll = rule.operation == FaultOperation::kPoll;
         const bool changes_bytes = kind == Kind::kShort || kind == Kind::kTorn;
         const bool is_command = rule.node == NodeId::kCommand;
         if (rule.operation == FaultOperation::kReply && !is_command) {
-            return Expect("'reply' with the node 'command' only", InfoOf(rule.node).name);
+            return Expected("'reply' with the node 'command' only", InfoOf(rule.node).name);
         }
         if (rule.command_id && (!is_command || rule.operation == FaultOperation::kOpen)) {
-            return Expect("'id=' with the node 'command', after its open, only",
-                          InfoOf(rule.node).name);
+            return Expected("'id=' with the node 'command', after its open, only",
+                            InfoOf(rule.node).name);
         }
         if (kind == Kind::kReady && !is_poll) {
-            return Expect("'ready' with 'poll' only", NameOf(kOperations, rule.operation));
+            return Expected("'ready' with 'poll' only", NameOf(kOperations, rule.operation));
         }
         if (changes_bytes && (is_poll || rule.operation == FaultOperation::kOpen)) {
-            return Expect("'short' and 'torn' with read, write and reply only",
-                          NameOf(kOperations, rule.operation));
+            return Expected("'short' and 'torn' with read, write and reply only",
+                            NameOf(kOperations, rule.operation));
         }
         if (rule.effect.at && kind != Kind::kTorn) {
-            return Expect("'at=' with 'torn' only", NameOf(kEffects, kind));
+            return Expected("'at=' with 'torn' only", NameOf(kEffects, kind));
         }
-        return true;
+        return {};
     }
 
     std::vector<std::string> words_;
-    std::string expected_;
     bool has_effect_ = false;
 };
 
@@ -222,17 +214,29 @@ std::string PrintEffect(const FaultEffect& effect) {
 
 }  // namespace
 
-std::optional<FaultScript> ParseFaults(std::string_view text, std::string* error) {
+host::Result<FaultRule> ParseFault(std::string_view line) {
+    return LineParser(line).Rule();
+}
+
+host::Result<FaultScript> ParseFaults(std::string_view text) {
     FaultScript script;
     int number = 1;
+    const auto at_line = [&number](const std::string& error) {
+        return host::Error("line " + std::to_string(number) + ": " + error);
+    };
     for (size_t begin = 0; begin <= text.size(); ++number) {
         const size_t end = std::min(text.find('\n', begin), text.size());
         LineParser line(text.substr(begin, end - begin));
-        if (!line.IsEmpty() && !line.ParseInto(script)) {
-            *error = "line " + std::to_string(number) + ": " + line.expected();
-            return std::nullopt;
-        }
         begin = end + 1;
+        if (line.IsSeed()) {
+            const auto seed = line.Seed();
+            if (!seed.ok()) return at_line(seed.error());
+            script.seed = *seed;
+        } else if (!line.IsEmpty()) {
+            const auto rule = line.Rule();
+            if (!rule.ok()) return at_line(rule.error());
+            script.rules.push_back(*rule);
+        }
     }
     return script;
 }
@@ -257,6 +261,33 @@ std::string PrintFaults(const FaultScript& script) {
     if (script.seed != 0) text += "seed " + std::to_string(script.seed) + "\n";
     for (const FaultRule& rule : script.rules) text += PrintFault(rule) + "\n";
     return text;
+}
+
+std::vector<std::string> NextFaultWords(size_t words) {
+    std::vector<std::string> next;
+    if (words == 0) {
+        for (const NodeInfo& info : kNodes) next.emplace_back(info.name);
+        return next;
+    }
+    if (words == 1) {
+        for (const auto& [operation, name] : kOperations) next.emplace_back(name);
+        return next;
+    }
+    next = {"id=", "after=", "times=", "chance=", "at="};
+    for (const auto& [kind, name] : kEffects) {
+        const bool has_value = kind != Kind::kHang && kind != Kind::kReady;
+        next.push_back(name + std::string(has_value ? "=" : ""));
+    }
+    return next;
+}
+
+std::optional<int> ErrnoOf(std::string_view name) {
+    constexpr int kHighestErrno = 133;
+    for (int number = 1; number <= kHighestErrno; ++number) {
+        const char* known = strerrorname_np(number);
+        if (known != nullptr && name == known) return number;
+    }
+    return std::nullopt;
 }
 
 }  // namespace virtual_dsp

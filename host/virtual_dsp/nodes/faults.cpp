@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "host/common/condition.h"
+
 namespace virtual_dsp {
 namespace {
 
@@ -53,14 +55,29 @@ uint64_t FaultPlan::Fired(size_t rule) const {
 
 bool FaultPlan::WaitUntilFired(size_t rule, uint64_t count,
                                std::chrono::milliseconds timeout) const {
-    std::unique_lock lock(lock_);
-    return fired_.wait_for(lock, timeout,
-                           [&] { return rule < rules_.size() && rules_[rule].fired >= count; });
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    std::lock_guard lock(lock_);
+    for (bool is_late = false;;) {
+        if (rule < rules_.size() && rules_[rule].fired >= count) return true;
+        if (is_late) return false;
+        is_late = !host::WaitUntil(fired_, lock_, deadline);
+    }
 }
 
 std::optional<Fault> FaultPlan::Next(NodeId node, FaultOperation operation,
                                      std::optional<uint16_t> command_id) {
-    std::unique_lock lock(lock_);
+    std::optional<Hit> hit;
+    {
+        std::lock_guard lock(lock_);
+        hit = NextHit(node, operation, command_id);
+    }
+    if (!hit) return std::nullopt;
+    if (hit_listener_) hit_listener_(hit->rule, hit->fired);
+    return hit->fault;
+}
+
+std::optional<FaultPlan::Hit> FaultPlan::NextHit(NodeId node, FaultOperation operation,
+                                                 std::optional<uint16_t> command_id) {
     for (RuleState& state : rules_) {
         const FaultRule& rule = state.rule;
         if (!Matches(rule, node, operation, command_id)) continue;
@@ -69,13 +86,7 @@ std::optional<Fault> FaultPlan::Next(NodeId node, FaultOperation operation,
         if (rule.chance < 1.0 && UnitInterval(state.random) >= rule.chance) continue;
         ++state.fired;
         fired_.notify_all();
-        const Fault fault{rule.effect, generation_};
-        if (!hit_listener_) return fault;
-        const FaultRule hit = rule;
-        const uint64_t fired = state.fired;
-        lock.unlock();
-        hit_listener_(hit, fired);
-        return fault;
+        return Hit{{rule.effect, generation_}, rule, state.fired};
     }
     return std::nullopt;
 }

@@ -10,6 +10,8 @@
 #include <span>
 #include <vector>
 
+#include <android-base/thread_annotations.h>
+
 #include "host/virtual_dsp/nodes/node_table.h"
 
 namespace virtual_dsp {
@@ -17,7 +19,7 @@ namespace virtual_dsp {
 // What a rule watches. `kReply` is the DSP's answer to a command, whichever call fetches it.
 enum class FaultOperation { kOpen, kRead, kWrite, kPoll, kReply };
 
-// What happens to the call instead of, or besides, what it is for.
+// What a fault does to a call.
 struct FaultEffect {
     enum class Kind {
         kErrno,  // Fails with errno `value`; nothing is read, written or carried out.
@@ -38,8 +40,8 @@ struct FaultRule {
     NodeId node = NodeId::kCommand;
     FaultOperation operation = FaultOperation::kOpen;
     std::optional<uint16_t> command_id;  // Only calls that concern this command.
-    uint32_t after = 0;                  // Lets so many matching calls pass first.
-    std::optional<uint32_t> times;       // Fires so often; always when empty.
+    uint32_t after = 0;                  // Lets this many matching calls pass first.
+    std::optional<uint32_t> times;       // Fires this many times; always when empty.
     double chance = 1.0;                 // Probability that a matching call is hit.
     FaultEffect effect;
 
@@ -53,7 +55,7 @@ struct FaultScript {
     bool operator==(const FaultScript&) const = default;
 };
 
-// A fault that a call has been given. It holds for as long as the plan's generation is this one.
+// A fault that a call has met. It is in force for as long as the plan has this generation.
 struct Fault {
     FaultEffect effect;
     uint64_t generation = 0;
@@ -61,38 +63,39 @@ struct Fault {
 
 // Which calls on the board's nodes go wrong, and how.
 //
-// Rules are asked in order and the first that fires decides; the rules after it do not see the
-// call. Each rule draws from random numbers of its own, made from the seed and the rule's place, so
-// that the same seed and the same calls on its node give the same faults whatever other nodes do.
+// The rules are checked in order. The first that fires decides, and the rules after it do not see
+// the call. Each rule has its own random numbers, made from the seed and the rule's place. So the
+// same seed and the same calls on its node give the same faults, whatever happens on other nodes.
 //
 // Thread-safe. The listeners are called without the lock.
 class FaultPlan {
   public:
-    // Told of a rule that has just hit a call, and how often it has by now.
+    // Gets the rule that has just hit a call, and how many calls the rule has hit by now.
     using HitListener = std::function<void(const FaultRule& rule, uint64_t fired)>;
 
     // Adds a rule and returns its number, counted from 0 since the last Clear() or Load().
-    size_t Add(const FaultRule& rule);
+    size_t Add(const FaultRule& rule) EXCLUDES(lock_);
     // Replaces the whole plan.
-    void Load(const FaultScript& script);
-    // Drops the rules and lets every call that hangs or is delayed by them go on.
-    void Clear();
+    void Load(const FaultScript& script) EXCLUDES(lock_);
+    // Drops the rules. Every call that they hang or delay goes on.
+    void Clear() EXCLUDES(lock_);
 
     // How often a rule has fired; 0 for a number that is not in use.
-    uint64_t Fired(size_t rule) const;
+    uint64_t Fired(size_t rule) const EXCLUDES(lock_);
     // Waits until the rule has fired `count` times; false when that takes longer than `timeout`.
-    bool WaitUntilFired(size_t rule, uint64_t count, std::chrono::milliseconds timeout) const;
+    bool WaitUntilFired(size_t rule, uint64_t count, std::chrono::milliseconds timeout) const
+            EXCLUDES(lock_);
 
     // --- for the nodes ------------------------------------------------------------------------
     // Counts one call and returns the fault that it meets, if any.
     std::optional<Fault> Next(NodeId node, FaultOperation operation,
-                              std::optional<uint16_t> command_id = std::nullopt);
+                              std::optional<uint16_t> command_id = std::nullopt) EXCLUDES(lock_);
     // Grows with every Clear() and Load().
-    uint64_t generation() const;
+    uint64_t generation() const EXCLUDES(lock_);
     // Set once, before other threads use the plan.
     void SetReleaseListener(std::function<void()> listener);
 
-    // On the thread that serves the nodes. Set once, before there are rules.
+    // The listener runs on the thread that serves the nodes. Set once, before there are rules.
     void SetHitListener(HitListener listener);
 
   private:
@@ -103,22 +106,31 @@ class FaultPlan {
         uint64_t fired = 0;
     };
 
-    size_t AddLocked(const FaultRule& rule);
+    // A fault that a call meets, and what the listener hears of it.
+    struct Hit {
+        Fault fault;
+        FaultRule rule;
+        uint64_t fired;
+    };
 
+    size_t AddLocked(const FaultRule& rule) REQUIRES(lock_);
+    std::optional<Hit> NextHit(NodeId node, FaultOperation operation,
+                               std::optional<uint16_t> command_id) REQUIRES(lock_);
+
+    // Set before a second thread uses the plan.
     std::function<void()> release_listener_;
     HitListener hit_listener_;
 
     mutable std::mutex lock_;
     mutable std::condition_variable fired_;
-    // All below: under lock_.
-    std::vector<RuleState> rules_;
-    uint64_t seed_ = 0;
-    uint64_t generation_ = 0;
+    std::vector<RuleState> rules_ GUARDED_BY(lock_);
+    uint64_t seed_ GUARDED_BY(lock_) = 0;
+    uint64_t generation_ GUARDED_BY(lock_) = 0;
 };
 
-// Bytes of a transfer of `asked` bytes that a kShort effect lets through.
+// How many bytes of a transfer of `asked` bytes a kShort effect lets through.
 size_t ShortenedSize(const FaultEffect& effect, size_t asked);
-// Inverts the bytes that a kTorn effect names, as far as there are that many.
+// Inverts the bytes that a kTorn effect names, as far as they exist.
 void Tear(const FaultEffect& effect, std::span<uint8_t> bytes);
 
 }  // namespace virtual_dsp

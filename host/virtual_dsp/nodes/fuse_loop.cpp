@@ -15,45 +15,6 @@
 namespace virtual_dsp {
 namespace {
 
-constexpr uint64_t kFirstInode = FUSE_ROOT_ID + 1;
-constexpr double kForEver = 1e9;  // Seconds that the kernel may remember something.
-
-const NodeInfo* NodeOf(uint64_t inode) {
-    const uint64_t index = inode - kFirstInode;
-    return inode >= kFirstInode && index < kNodes.size() ? &kNodes[index] : nullptr;
-}
-
-uint64_t InodeOf(const NodeInfo& node) {
-    return kFirstInode + static_cast<uint64_t>(node.id);
-}
-
-// Empty for a node that does not exist now.
-std::optional<struct stat> AttributesOf(uint64_t inode, const NodeContext& context) {
-    struct stat attributes {};
-    attributes.st_ino = inode;
-    attributes.st_uid = getuid();
-    attributes.st_gid = getgid();
-    if (inode == FUSE_ROOT_ID) {
-        attributes.st_mode = S_IFDIR | 0755;
-        attributes.st_nlink = 2;
-        return attributes;
-    }
-    const NodeInfo* node = NodeOf(inode);
-    const auto size = node != nullptr ? NodeSize(node->id, context) : std::nullopt;
-    if (!size) return std::nullopt;
-    // A regular file for stat(): the kernel would look for the driver of a character device itself.
-    attributes.st_mode = S_IFREG | node->permissions;
-    attributes.st_nlink = 1;
-    attributes.st_size = *size;
-    return attributes;
-}
-
-// Only the tuning file comes, goes and changes its size.
-double TimeoutOf(uint64_t inode) {
-    const NodeInfo* node = NodeOf(inode);
-    return node != nullptr && node->id == NodeId::kTuning ? 0.0 : kForEver;
-}
-
 std::optional<uint16_t> CommandIdIn(std::span<const uint8_t> data) {
     wire::CommandHeader header;
     if (data.size() < sizeof(header)) return std::nullopt;
@@ -73,17 +34,17 @@ void OnInterrupt(fuse_req_t req, void* loop) {
 fuse_lowlevel_ops Operations() {
     fuse_lowlevel_ops ops{};
     ops.lookup = [](fuse_req_t req, fuse_ino_t parent, const char* name) {
-        LoopOf(req).Lookup(req, parent, name);
+        LoopOf(req).directory().Lookup(req, parent, name);
     };
     ops.getattr = [](fuse_req_t req, fuse_ino_t inode, fuse_file_info*) {
-        LoopOf(req).GetAttributes(req, inode);
+        LoopOf(req).directory().GetAttributes(req, inode);
     };
     // Shells and streams that open with O_TRUNC expect to be obeyed; there is nothing to truncate.
     ops.setattr = [](fuse_req_t req, fuse_ino_t inode, struct stat*, int, fuse_file_info*) {
-        LoopOf(req).GetAttributes(req, inode);
+        LoopOf(req).directory().GetAttributes(req, inode);
     };
     ops.readdir = [](fuse_req_t req, fuse_ino_t inode, size_t size, off_t offset, fuse_file_info*) {
-        LoopOf(req).ReadDirectory(req, inode, size, offset);
+        LoopOf(req).directory().ReadDirectory(req, inode, size, offset);
     };
     ops.open = [](fuse_req_t req, fuse_ino_t inode, fuse_file_info* info) {
         LoopOf(req).Open(req, inode, *info);
@@ -124,6 +85,7 @@ fuse_session* NewSession(int fuse_fd, FuseLoop* loop) {
 FuseLoop::FuseLoop(const NodeContext& context, int fuse_fd, int event_fd,
                    std::atomic<bool>& dsp_went_down)
     : context_(context),
+      directory_(context),
       event_fd_(event_fd),
       dsp_went_down_(dsp_went_down),
       session_(NewSession(fuse_fd, this)),
@@ -211,56 +173,10 @@ void FuseLoop::Settle() {
     }
 }
 
-// --- names and attributes -----------------------------------------------------------------------
-
-void FuseLoop::Lookup(fuse_req* req, uint64_t parent, const char* name) {
-    for (const NodeInfo& node : kNodes) {
-        if (parent != FUSE_ROOT_ID || node.FileName() != name) continue;
-        const uint64_t inode = InodeOf(node);
-        const auto attributes = AttributesOf(inode, context_);
-        if (!attributes) break;
-        fuse_entry_param entry{};
-        entry.ino = inode;
-        entry.attr = *attributes;
-        entry.attr_timeout = entry.entry_timeout = TimeoutOf(inode);
-        fuse_reply_entry(req, &entry);
-        return;
-    }
-    fuse_reply_err(req, ENOENT);
-}
-
-void FuseLoop::GetAttributes(fuse_req* req, uint64_t inode) {
-    const auto attributes = AttributesOf(inode, context_);
-    if (attributes) {
-        fuse_reply_attr(req, &*attributes, TimeoutOf(inode));
-    } else {
-        fuse_reply_err(req, ENOENT);
-    }
-}
-
-void FuseLoop::ReadDirectory(fuse_req* req, uint64_t inode, size_t size, off_t offset) {
-    if (inode != FUSE_ROOT_ID) {
-        fuse_reply_err(req, ENOTDIR);
-        return;
-    }
-    std::vector<char> entries(size);
-    size_t used = 0;
-    for (size_t i = static_cast<size_t>(offset); i < kNodes.size(); ++i) {
-        const auto attributes = AttributesOf(InodeOf(kNodes[i]), context_);
-        if (!attributes) continue;
-        const size_t added = fuse_add_direntry(req, entries.data() + used, size - used,
-                                               std::string(kNodes[i].FileName()).c_str(),
-                                               &*attributes, static_cast<off_t>(i + 1));
-        if (added > size - used) break;
-        used += added;
-    }
-    fuse_reply_buf(req, entries.data(), used);
-}
-
 // --- calls on open files ------------------------------------------------------------------------
 
 void FuseLoop::Open(fuse_req* req, uint64_t inode, const fuse_file_info& info) {
-    const NodeInfo* node = NodeOf(inode);
+    const NodeInfo* node = FuseDirectory::NodeOf(inode);
     if (node == nullptr) {
         fuse_reply_err(req, ENOENT);
         return;

@@ -9,9 +9,10 @@
 #include <optional>
 #include <vector>
 
+#include "host/virtual_dsp/nodes/fuse_directory.h"
 #include "host/virtual_dsp/nodes/nodes.h"
 
-// FUSE's own, named here so that its header stays out of this one.
+// FUSE's types, declared here so that this header does not need FUSE's.
 struct fuse_req;
 struct fuse_session;
 struct fuse_pollhandle;
@@ -19,15 +20,15 @@ struct fuse_file_info;
 
 namespace virtual_dsp {
 
-// The serving thread's work: takes requests from the kernel, lets faults and nodes decide what
-// becomes of them, and answers. Used by one thread only, the one that made it.
+// The serving thread's work: takes requests from the kernel, lets faults and nodes decide on the
+// results, and answers. Only the thread that made it uses it.
 class FuseLoop {
   public:
-    // Owns `fuse_fd`. Whoever sets `dsp_went_down`, or changes what a node would answer, writes to
-    // `event_fd` afterwards.
+    // Owns `fuse_fd`. A thread that sets `dsp_went_down`, or changes what a node would answer, must
+    // write to `event_fd` afterwards.
     FuseLoop(const NodeContext& context, int fuse_fd, int event_fd,
              std::atomic<bool>& dsp_went_down);
-    // Ends what is still waiting with ENODEV and closes the connection.
+    // Answers all waiting requests with ENODEV, and closes the connection.
     ~FuseLoop();
     FuseLoop(const FuseLoop&) = delete;
     FuseLoop& operator=(const FuseLoop&) = delete;
@@ -37,9 +38,7 @@ class FuseLoop {
     void Run(const std::atomic<bool>& stop);
 
     // --- requests, by way of FUSE's table of functions --------------------------------------
-    void Lookup(fuse_req* req, uint64_t parent, const char* name);
-    void GetAttributes(fuse_req* req, uint64_t inode);
-    void ReadDirectory(fuse_req* req, uint64_t inode, size_t size, off_t offset);
+    const FuseDirectory& directory() const { return directory_; }
     void Open(fuse_req* req, uint64_t inode, const fuse_file_info& info);
     void Release(fuse_req* req, uint64_t handle);
     void Read(fuse_req* req, size_t size, off_t offset, const fuse_file_info& info);
@@ -50,8 +49,8 @@ class FuseLoop {
   private:
     using TimePoint = OpenFile::TimePoint;
 
-    // How long something is held back by a fault: for ever or until a time, but never longer than
-    // the plan that the fault comes from.
+    // How long a fault holds something back: for ever or until a time, but never longer than the
+    // fault's plan is in force.
     struct Delay {
         std::optional<TimePoint> until;
         uint64_t generation = 0;
@@ -60,15 +59,15 @@ class FuseLoop {
     struct Handle {
         const NodeInfo* node = nullptr;
         std::unique_ptr<OpenFile> file = {};
-        fuse_pollhandle* waiter = nullptr;  // To be told when the file becomes ready.
-        std::optional<Delay> unready = {};  // By fault, polls find nothing.
+        fuse_pollhandle* waiter = nullptr;  // Notified when the file becomes ready.
+        std::optional<Delay> unready = {};  // A fault: polls find nothing.
     };
 
     struct Request {
         fuse_req* req = nullptr;
         FaultOperation operation = FaultOperation::kRead;
         const NodeInfo* node = nullptr;
-        uint64_t handle = 0;  // Not of an open.
+        uint64_t handle = 0;  // Not used by an open.
         int flags = 0;        // Of the open file, at the time of the call.
         size_t size = 0;
         off_t offset = 0;
@@ -88,16 +87,18 @@ class FuseLoop {
     bool IsOver(const Delay& delay) const;
     short EventsOf(const Handle& handle) const;
     void TakeDspDown();
-    // Answers and tells whoever can be answered or told by now.
+    // Answers the requests that can be answered by now, and notifies the polls whose files are
+    // ready.
     void Settle();
-    // False when it was woken by something else than a request.
+    // False when something other than a request woke it.
     bool WaitForRequest();
     std::optional<TimePoint> NextChange() const;
 
     const NodeContext context_;
+    const FuseDirectory directory_;
     const int event_fd_;
     std::atomic<bool>& dsp_went_down_;
-    fuse_session* const session_;  // Null when the library refused.
+    fuse_session* const session_;  // Null when FUSE's library refused.
     const int fuse_fd_;
     std::map<uint64_t, Handle> handles_;
     uint64_t next_handle_ = 1;

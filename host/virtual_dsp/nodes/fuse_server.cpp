@@ -37,27 +37,22 @@ FuseServer::FuseServer(NodeContext context, std::string directory)
       directory_(std::move(directory)),
       event_fd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
 
-bool FuseServer::Start(std::string* error) {
+host::Result<void> FuseServer::Start() {
     struct statfs status {};
     if (statfs(directory_.c_str(), &status) == 0 && status.f_type == kFuseMagic) {
-        *error = "another virtual board is being served on " + directory_;
-        return false;
+        return host::Error("another virtual board is being served on " + directory_);
     }
-    if (event_fd_ < 0) {
-        *error = "no descriptor left for the server of the nodes";
-        return false;
-    }
+    if (event_fd_ < 0) return host::Error("no descriptor left for the server of the nodes");
     was_dumpable_ = prctl(PR_GET_DUMPABLE);
     prctl(PR_SET_DUMPABLE, 0);
 
-    std::promise<std::string> started;
-    std::future<std::string> outcome = started.get_future();
+    std::promise<host::Result<void>> started;
+    std::future<host::Result<void>> outcome = started.get_future();
     {
         const SignalsBlocked blocked;
         thread_ = std::thread(&FuseServer::Serve, this, std::move(started));
     }
-    *error = outcome.get();
-    return error->empty();
+    return outcome.get();
 }
 
 FuseServer::~FuseServer() {
@@ -81,22 +76,26 @@ void FuseServer::OnDspDown() {
     Wake();
 }
 
-void FuseServer::Serve(std::promise<std::string> started) {
+void FuseServer::Serve(std::promise<host::Result<void>> started) {
     pthread_setname_np(pthread_self(), "virtual_board");
     if (!TakeOwnDescriptorTable(event_fd_)) {
-        started.set_value(std::string("cannot have a descriptor table apart: ") + strerror(errno));
+        started.set_value(host::Error(std::string("cannot have a descriptor table apart: ") +
+                                      strerror(errno)));
         return;
     }
-    std::string error;
-    const int fuse_fd = MountFuse(directory_, &error);
-    if (fuse_fd < 0) {
-        started.set_value(error);
+    auto fuse_fd = MountFuse(directory_);
+    if (!fuse_fd.ok()) {
+        started.set_value(host::Error(fuse_fd.error()));
         return;
     }
     {
-        FuseLoop loop(context_, fuse_fd, event_fd_, dsp_went_down_);
-        started.set_value(loop.IsReady() ? "" : "the FUSE library refused to start");
-        if (loop.IsReady()) loop.Run(stop_);
+        FuseLoop loop(context_, fuse_fd->release(), event_fd_, dsp_went_down_);
+        if (loop.IsReady()) {
+            started.set_value({});
+            loop.Run(stop_);
+        } else {
+            started.set_value(host::Error("the FUSE library refused to start"));
+        }
         UnmountFuse(directory_);
     }
 }

@@ -6,19 +6,21 @@
 #include <string>
 #include <thread>
 
+#include "host/common/result.h"
 #include "host/virtual_dsp/nodes/nodes.h"
 
 namespace virtual_dsp {
 
-// Serves the board's nodes as a FUSE file system, on one thread of its own that never waits for a
-// node: a read that has nothing to deliver is parked and tried again when something has changed.
+// Serves the board's nodes as a FUSE file system, on one thread of its own. The thread never waits
+// for a node: it parks a read that has nothing to deliver, and tries it again when something has
+// changed.
 //
 // The program that runs the server may use the nodes itself. Two things make that safe:
-// - The serving thread has its own descriptor table, so that /dev/fuse is closed, and every call in
-//   progress ended, as soon as that thread dies, even if another thread of the process is stuck in
-//   such a call and cannot let go of the table that it shares with the rest.
+// - The serving thread has its own descriptor table. As soon as that thread dies, /dev/fuse is
+//   closed and every call in progress ends. In a shared table, /dev/fuse would stay open: another
+//   thread of the process may be stuck in such a call and keep the table.
 // - The process leaves no core dump. A dump waits for all threads before any of them closes its
-//   files, so a thread that is inside a call on these nodes would never get there.
+//   files, but a thread inside a call on these nodes would wait for ever.
 class FuseServer {
   public:
     FuseServer(NodeContext context, std::string directory);
@@ -27,20 +29,21 @@ class FuseServer {
     FuseServer(const FuseServer&) = delete;
     FuseServer& operator=(const FuseServer&) = delete;
 
-    // Mounts and begins to serve. Returns false, with `error` set, when that cannot be done.
-    [[nodiscard]] bool Start(std::string* error);
+    // Mounts and begins to serve.
+    [[nodiscard]] host::Result<void> Start();
 
-    // Something may have become readable, or a fault was lifted. From any thread.
+    // Call it when something may have become readable, or a fault has ended. From any thread.
     void Wake();
-    // The DSP has gone down: calls that hang because of a fault go on and fail. From any thread.
+    // Call it when the DSP has gone down: calls that hang because of a fault then go on and fail.
+    // From any thread.
     void OnDspDown();
 
   private:
-    void Serve(std::promise<std::string> started);
+    void Serve(std::promise<host::Result<void>> started);
 
     const NodeContext context_;
     const std::string directory_;
-    const int event_fd_;  // Wakes the serving thread; known by this number in both tables.
+    const int event_fd_;  // Wakes the serving thread. It has this number in both tables.
     int was_dumpable_ = 1;
     std::atomic<bool> stop_ = false;
     std::atomic<bool> dsp_went_down_ = false;

@@ -150,12 +150,12 @@ void CommandFile::OnDspDown() {
     if (answer_) answer_ = Answer{.error = -ENODEV};
 }
 
-// The model-data node: each write is one piece of a model.
+// The model-data node: each write is one chunk of a model.
 class ModelDataFile final : public OpenFile {
   public:
     explicit ModelDataFile(Dsp& dsp) : dsp_(dsp) {}
 
-    int Write(std::span<const uint8_t> data) override { return dsp_.WriteModelPiece(data); }
+    int Write(std::span<const uint8_t> data) override { return dsp_.WriteModelChunk(data); }
     short Events() const override { return dsp_.IsUp() ? kWritable : kGone; }
 
   private:
@@ -215,8 +215,8 @@ class NotificationFile final : public OpenFile {
     Dsp& dsp_;
 };
 
-// The clock node: one instant per open, so that a reader in small pieces gets two numbers that
-// belong together.
+// The clock node: each open reads the clock once, so that a reader of a few bytes at a time gets
+// two numbers that belong together.
 class ClockFile final : public OpenFile {
   public:
     explicit ClockFile(const Dsp& dsp) : is_up_(dsp.IsUp()), text_(is_up_ ? dsp.ReadClock() : "") {}

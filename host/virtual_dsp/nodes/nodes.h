@@ -16,8 +16,9 @@
 
 namespace virtual_dsp {
 
-// One open of a node: what its reads, writes and polls mean. Never blocks; whoever calls it makes
-// the caller wait and asks again. Used by one thread, the file system's.
+// One open file of a node: what its reads, writes and polls do. Never blocks: when it has nothing
+// yet, the file system makes the program wait, and asks again. Used by one thread, the file
+// system's.
 class OpenFile {
   public:
     using TimePoint = std::chrono::steady_clock::time_point;
@@ -25,7 +26,7 @@ class OpenFile {
     virtual ~OpenFile() = default;
 
     // Returns the bytes delivered (0 is the end of the file) or a negative errno; -EAGAIN when
-    // there is nothing yet. `offset` counts for files with contents only.
+    // there is nothing yet. Only files with contents use `offset`.
     virtual int Read(std::span<uint8_t> out, off_t offset);
     // Returns the bytes taken or a negative errno.
     virtual int Write(std::span<const uint8_t> data);
@@ -35,13 +36,13 @@ class OpenFile {
 
     // The command that a read or poll of this file concerns.
     virtual std::optional<uint16_t> CommandId() const { return std::nullopt; }
-    // When something changes by itself; empty when nothing will.
+    // When the file will change without a call; empty when it will not.
     virtual std::optional<TimePoint> NextChange() const { return std::nullopt; }
     // The DSP has gone down; it may be up again by now.
     virtual void OnDspDown() {}
 };
 
-// What the nodes are a front of.
+// What the nodes give access to.
 struct NodeContext {
     Dsp& dsp;
     FaultPlan& faults;

@@ -4,7 +4,8 @@
 
 namespace virtual_dsp {
 
-// Threads started within the scope of this object take no signals: those are the program's.
+// Threads that are started while this object lives take no signals: signals are for the program's
+// own threads.
 class SignalsBlocked {
   public:
     SignalsBlocked() {

@@ -1,52 +1,53 @@
 #pragma once
 
-#include <optional>
 #include <string>
+#include <vector>
 
 #include "tools/sthal/output/run_files.h"
+#include "tools/sthal/script/grammar.h"
+
+namespace CLI {
+class App;
+class Option;
+}  // namespace CLI
 
 namespace sthal {
 
-// What a run of the demo ends with, as an exit status.
-enum class DemoStatus {
-    kDelivered = 0,  // The event came at the right place, and the capture is the microphone's.
-    kFailed = 1,     // Something went wrong; the last line says what.
-    kUsage = 2,      // The arguments or files make no run.
-    kNoHotword = 3,  // There was none in the recording, and no event came.
-    kInterrupted = 130,
-};
-
-struct DemoOptions {
-    // What is done with the phone.
-    enum class Story {
-        kHotword,      // A keyphrase is spoken, detected, delivered and captured.
-        kZeroLatency,  // A capture through internal recognition, without any model.
-        kAmbient,      // Music is detected by the ambient engine and captured as mu-law.
-        kRestart,      // The DSP crashes in the middle of recognition and comes back.
-        kDock,         // Dock, music on the loudspeaker, a charger with a fan.
-    };
-    Story story = Story::kHotword;
-    std::string phrase = "hello brindle cove";
-    std::optional<std::string> microphone_file;  // Instead of a recording made of speech.
-    std::optional<std::string> hotword_file;     // What the model is made of then.
-    bool without_hotword = false;                // Nobody says it.
-    double speed = 1.0;
-    std::optional<double> threshold;  // 0.7 for a hotword; 0.9 for music, which resembles itself.
-    std::optional<double> capture_seconds;  // To the end of the recording when absent.
-    int channels = 2;
-    std::string output_folder = "demo-output";
-    RunFiles files;
-    bool dump = false;
-    bool verbose = false;
-};
-
-// The threshold that counts.
-double Threshold(const DemoOptions& options);
+struct DemoStory;
 
 /**
- * Shows one detection from the microphone to the framework and its audio back, and judges it. Must
- * run on the board. Prints to standard output; writes microphone.wav, hotword.wav and capture.wav.
+ * `sthal demo`: carries out one of the stories in scenarios/demo/, which are part of the program.
+ * Its options set the story's values.
  */
-DemoStatus RunDemo(const DemoOptions& options);
+class DemoCommand {
+  public:
+    explicit DemoCommand(CLI::App& app);
+
+    bool IsChosen() const { return is_chosen_; }
+    // To be called on the board. The exit status: 0 the event came at the right place and the
+    // capture is what the microphone heard, 1 it did not, 2 the files make no run, 3 there was no
+    // hotword and no event came, 130 interrupted.
+    int Run() const;
+
+  private:
+    // An option that sets a value of the story: to `text`, or else to what was given.
+    struct ValueOption {
+        const CLI::Option* option;
+        const char* value;
+        const char* text = nullptr;
+    };
+
+    void AddValues(CLI::App& demo);
+    void AddStories(CLI::App& demo);
+    // Those that were given.
+    NamedTexts Values() const;
+
+    bool is_chosen_ = false;
+    const DemoStory* story_;
+    std::vector<ValueOption> values_;
+    double speed_ = 1.0;
+    std::string output_folder_ = "demo-output";
+    RunFiles files_;
+};
 
 }  // namespace sthal

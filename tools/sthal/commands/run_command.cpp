@@ -3,25 +3,24 @@
 #include <CLI/CLI.hpp>
 
 #include <iostream>
-#include <limits>
 #include <sstream>
 
 #include "tools/sthal/commands/interrupt.h"
+#include "tools/sthal/commands/run_options.h"
+#include "tools/sthal/output/finding_texts.h"
 #include "tools/sthal/script/scenario.h"
 
 namespace sthal {
 
 namespace {
 
-constexpr int kHeld = 0;
 constexpr int kNotHeld = 1;
 constexpr int kWrongFile = 2;
-constexpr int kInterrupted = 130;
 
 constexpr char kFooter[] =
         "Exit status: 0 all expectations held; 1 one did not, the last line says which and what "
-        "was\nseen; 2 a wrong scenario or file; 77 no virtual board can be had here; 130 "
-        "interrupted.\n\n"
+        "was\nseen; 2 a wrong scenario or file; 3 there was nothing to detect, and no event came; "
+        "77 no\nvirtual board can be had here; 130 interrupted.\n\n"
         "'sthal shell --help-verbs' lists the verbs; docs/scenarios.md explains them.";
 
 }  // namespace
@@ -34,52 +33,49 @@ RunCommand::RunCommand(CLI::App& app) {
     run->add_option("--speed", speed_, "times faster than real time, instead of the scenario's")
             ->check(CLI::Range(0.1, 16.0));
     run->add_option("--seed", seed_, "of noise and faults, instead of the scenario's");
+    run->add_option("--set", values_, "a value of the scenario's, instead of its own: NAME=TEXT")
+            ->allow_extra_args(false)
+            ->check([](const std::string& text) {
+                return text.find('=') == std::string::npos ? "expected NAME=TEXT" : std::string();
+            });
     AddOutputOption(*run, output_folder_);
     AddRunFileOptions(*run, files_);
     run->callback([this] { is_chosen_ = true; });
 }
 
 int RunCommand::Run() const {
-    const auto scenario = ReadScenario(file_);
-    if (!scenario) {
-        std::cerr << "sthal run: " << scenario.error << '\n';
+    NamedTexts values;
+    for (const std::string& value : values_) {
+        const size_t end = value.find('=');
+        values[value.substr(0, end)] = value.substr(end + 1);
+    }
+    const auto scenario = ReadScenario(file_, {.values = values});
+    if (!scenario.ok()) {
+        std::cerr << "sthal run: " << scenario.error() << '\n';
         return kWrongFile;
     }
-    SessionOptions options;
-    options.speed = speed_.value_or(scenario->speed.value_or(1.0));
-    options.seed = seed_.value_or(scenario->seed.value_or(1));
-    options.output_folder = output_folder_;
-    options.is_interrupted = Interrupted;
-    if (files_.AreWanted()) options.title = "sthal run " + file_;
+    const double speed = speed_.value_or(scenario->speed.value_or(1.0));
+    const uint32_t seed = seed_.value_or(scenario->seed.value_or(1));
     Terminal terminal;
-    const auto session = Session::Begin(options, terminal);
-    if (!session) {
-        std::cerr << "sthal run: " << session.error << '\n';
-        return kNotHeld;
+    Session session({.speed = speed,
+                     .seed = seed,
+                     .output_folder = output_folder_,
+                     .title = files_.AreWanted() ? "sthal run " + file_ : "",
+                     .is_interrupted = Interrupted},
+                    terminal);
+    if (!scenario->StartsPhone()) {
+        if (const auto started = session.StartPhone(); !started.ok()) {
+            std::cerr << "sthal run: " << started.error() << '\n';
+            return kNotHeld;
+        }
     }
-    Outcome outcome = RunScenario(*scenario, **session.value);
-    const auto broken = (*session.value)->phone().BrokenRules();
-    if (outcome.ok() && !broken.empty()) outcome = Outcome::Failed(broken.front());
-    const std::string verdict = VerdictOf(outcome);
-    const std::string problem = (*session.value)->End(verdict, files_);
+    const Verdict verdict = session.VerdictOn(RunScenario(*scenario, session), file_);
+    const auto ended = session.End(verdict, files_);
     std::ostringstream last_lines;
-    if (!problem.empty()) last_lines << "sthal run: " << problem << '\n';
-    last_lines << verdict << " (seed " << options.seed << ", speed " << options.speed << ")\n";
+    if (!ended.ok()) last_lines << "sthal run: " << ended.error() << '\n';
+    last_lines << VerdictText(verdict) << " (seed " << seed << ", speed " << speed << ")\n";
     terminal.Print(last_lines.str());
-    if (outcome.kind == Outcome::Kind::kInterrupted) return kInterrupted;
-    return outcome.ok() && problem.empty() ? kHeld : kNotHeld;
-}
-
-std::string RunCommand::VerdictOf(const Outcome& outcome) const {
-    switch (outcome.kind) {
-        case Outcome::Kind::kDone:
-            return "OK: " + file_ + " held";
-        case Outcome::Kind::kFailed:
-            return "FAILED: " + outcome.text;
-        case Outcome::Kind::kInterrupted:
-            break;
-    }
-    return "interrupted: everything was stopped and taken down";
+    return ExitStatus(verdict, ended.ok());
 }
 
 }  // namespace sthal

@@ -3,8 +3,6 @@
 #include <poll.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -18,7 +16,8 @@
 
 #include "tools/audio/file_bytes.h"
 #include "tools/sthal/commands/interrupt.h"
-#include "tools/sthal/script/completion.h"
+#include "tools/sthal/output/finding_texts.h"
+#include "tools/sthal/script/line_reader.h"
 #include "tools/sthal/script/scenario.h"
 
 namespace sthal {
@@ -32,19 +31,6 @@ constexpr double kShortestPause = 0.3;  // In seconds: below it nobody has waite
 // A signal that comes just before the wait for a key would otherwise go unseen until the next one.
 constexpr int kLookAgainMs = 200;
 
-// Set by signal handlers. The first one is asked by other threads, too.
-std::atomic<int> interrupt_count{0};
-std::atomic<int> terminal_changed{0};
-static_assert(std::atomic<int>::is_always_lock_free);
-
-extern "C" void OnShellSignal(int number) {
-    if (number == SIGINT) {
-        interrupt_count = 1;
-    } else {
-        terminal_changed = number;
-    }
-}
-
 // readline's callbacks carry no context.
 Shell* the_shell = nullptr;
 const Session* the_session = nullptr;
@@ -54,23 +40,31 @@ std::string HistoryFile() {
     return home == nullptr ? "" : std::string(home) + "/.sthal_history";
 }
 
-// readline takes the list and its words over, and frees them.
-char** MatchesOf(const std::vector<std::string>& words, const std::string& begin) {
-    static std::vector<std::string> candidates;
-    candidates = words;
-    static size_t next = 0;
-    next = 0;
-    return rl_completion_matches(begin.c_str(), [](const char*, int) -> char* {
-        return next < candidates.size() ? strdup(candidates[next++].c_str()) : nullptr;
-    });
-}
-
+// What the word being typed may be completed to: what begins like it of all that may come next.
 char** CompleteWord(const char* text, int start, int /*end*/) {
-    const std::string before(rl_line_buffer, static_cast<size_t>(start));
-    const Completion completion = Complete(before, text, *the_session);
-    rl_attempted_completion_over = completion.wants_file ? 0 : 1;
-    if (completion.words.empty()) return nullptr;
-    return MatchesOf(completion.words, text);
+    rl_attempted_completion_over = 1;
+    const auto words = SplitWords({rl_line_buffer, static_cast<size_t>(start)});
+    if (!words.ok()) return nullptr;
+    const NextWords next = CompleteCommand(*words);
+    static std::vector<std::string> candidates;  // readline takes them one by one, and sorts them.
+    const auto add = [](const std::vector<std::string>& more) {
+        candidates.insert(candidates.end(), more.begin(), more.end());
+    };
+    candidates = next.literals;
+    for (const ValueKind* const kind : next.kinds) {
+        const std::string_view name = kind->name;
+        add(kind->choices);
+        if (kind->next_words) add(kind->next_words({}));
+        if (name == "MODEL") add(the_session->ModelNames());
+        if (name == "FILE") rl_attempted_completion_over = 0;  // readline knows the files.
+    }
+    std::erase_if(candidates, [&](const std::string& word) { return !word.starts_with(text); });
+    return rl_completion_matches(text, [](const char*, int) -> char* {
+        if (candidates.empty()) return nullptr;
+        char* const word = strdup(candidates.back().c_str());
+        candidates.pop_back();
+        return word;
+    });
 }
 
 void SetUpReadline() {
@@ -87,51 +81,19 @@ void SetUpReadline() {
 
 }  // namespace
 
-void Shell::CatchInterrupts() {
-    struct sigaction action {};
-    action.sa_handler = OnShellSignal;
-    action.sa_flags = SA_RESTART;
-    for (const int number : {SIGINT, SIGWINCH, SIGCONT}) {
-        (void)sigaction(number, &action, nullptr);
-    }
-}
-
-bool Shell::WasInterrupted() {
-    return interrupt_count != 0 || Interrupted();
-}
-
 bool Shell::Run() {
-    if (isatty(STDIN_FILENO) == 0) return RunLines();
-    EditLines();
-    return true;
-}
-
-bool Shell::RunLines() {
-    bool is_good = true;
-    std::string line;
-    while (!is_over_ && !WasInterrupted() && NextLine(line)) is_good = Carry(line) && is_good;
-    return is_good;
-}
-
-// The next line of standard input, which is no terminal; false at its end and on an interrupt. Not
-// by std::getline(), which a signal does not end.
-bool Shell::NextLine(std::string& line) {
-    size_t end = 0;
-    while ((end = unread_.find('\n')) == std::string::npos) {
-        pollfd input{STDIN_FILENO, POLLIN, 0};
-        const int ready = poll(&input, 1, kLookAgainMs);
-        if (WasInterrupted()) return false;
-        if (ready <= 0) continue;
-        char bytes[4096];
-        const ssize_t count = read(STDIN_FILENO, bytes, sizeof(bytes));
-        if (count < 0 && (errno == EINTR || errno == EAGAIN)) continue;
-        if (count <= 0) break;
-        unread_.append(bytes, static_cast<size_t>(count));
+    if (isatty(STDIN_FILENO) != 0) {
+        EditLines();
+        return true;
     }
-    if (unread_.empty()) return false;
-    line = unread_.substr(0, end);
-    unread_.erase(0, end == std::string::npos ? end : end + 1);
-    return true;
+    LineReader lines(STDIN_FILENO, LineInterrupted);
+    bool is_good = true;
+    while (!is_over_) {
+        const auto line = lines.Next();
+        if (!line) break;
+        is_good = RunLine(*line) && is_good;
+    }
+    return is_good;
 }
 
 void Shell::EditLines() {
@@ -155,7 +117,7 @@ void Shell::EditLines() {
 }
 
 void Shell::TakeSignals() {
-    if (const int number = terminal_changed.exchange(0); number == SIGWINCH) {
+    if (const int number = TakeTerminalChange(); number == SIGWINCH) {
         rl_resize_terminal();
     } else if (number == SIGCONT) {
         // Whoever ran in between has left the terminal in a mode of its own, which readline does
@@ -164,7 +126,7 @@ void Shell::TakeSignals() {
         rl_prep_terminal(1);
         rl_forced_update_display();
     }
-    if (interrupt_count.exchange(0) == 0) return;
+    if (!TakeLineInterrupt()) return;
     rl_point = rl_end;  // Else what stands right of it would stay on the screen.
     rl_redisplay();
     (void)std::fputs("^C\n", stdout);
@@ -202,100 +164,104 @@ void Shell::OnLine(char* line) {
         if (last == nullptr || text != last->line) add_history(text.c_str());
     }
     the_shell->session_.terminal().EndEditing();
-    (void)the_shell->Carry(text);
-    interrupt_count = 0;
+    (void)the_shell->RunLine(text);
+    (void)TakeLineInterrupt();
     if (the_shell->is_over_) return;
     the_shell->session_.terminal().BeginEditing();
     rl_callback_handler_install(kPrompt, OnLine);
 }
 
-bool Shell::Carry(const std::string& line) {
-    const auto command = ParseCommand(line);
-    if (!command) {
-        session_.terminal().Print(command.error + "\n");
+bool Shell::RunLine(const std::string& line) {
+    const auto command = ParseLine(line);
+    if (!command.ok()) {
+        session_.terminal().Print(command.error() + "\n");
         return false;
     }
     if (command->verb == nullptr) return true;
-    Outcome outcome;
-    if (command->verb->where == Verb::Where::kBeginning) {
-        outcome = Outcome::Failed(std::string("'") + command->verb->name +
-                                  "' is chosen when the shell is started: sthal shell --" +
-                                  command->verb->name + " " + command->values[0]);
-    } else if (command->verb->where == Verb::Where::kShell) {
-        outcome = CarryShellVerb(command->verb->name, command->values);
-    } else {
-        const std::string pause = PauseSinceLastVerb();
-        outcome = command->verb->run(session_, command->values);
-        if (outcome.kind != Outcome::Kind::kInterrupted) {
-            if (!pause.empty()) carried_out_.push_back(pause);
-            carried_out_.push_back(line);
-        }
-        // A failed call is there to be seen; in a scenario it has to be expected.
-        if (const auto result = session_.TakeFailedResult()) {
-            carried_out_.push_back("expect result " + std::to_string(*result));
-        }
-        last_verb_frame_ = session_.phone().board().microphone().Position();
+    const VerbResult result = RunCommand(*command, line);
+    if (result.kind == VerbResult::Kind::kInterrupted) {
+        session_.terminal().Print("interrupted\n");
+    } else if (result.failure) {
+        session_.terminal().Print(ToText(*result.failure) + "\n");
+    } else if (!result.ok() && session_.delivery()) {
+        session_.terminal().Print(ToText(*session_.delivery()) + "\n");
     }
-    if (outcome.kind == Outcome::Kind::kInterrupted) outcome.text = "interrupted";
-    if (!outcome.ok()) session_.terminal().Print(outcome.text + "\n");
-    return outcome.ok();
+    return result.ok();
 }
 
-Outcome Shell::CarryShellVerb(const std::string& name, const Values& values) {
-    if (name == "help") {
-        const std::string text = VerbHelp(values.Get("VERB"));
-        if (text.empty()) return Outcome::Failed(UnknownVerb(values.Get("VERB")));
-        session_.terminal().Print(text);
+VerbResult Shell::RunCommand(const Command& command, const std::string& line) {
+    using Where = Verb::Where;
+    const Verb& verb = *command.verb;
+    const std::string name = verb.name;
+    if (verb.where == Where::kScenario || name == "value") {
+        return VerbResult::Failed("'" + name + "' is for scenarios only");
     }
-    if (name == "models") return ShowModels();
-    if (name == "save") return Save(values[0]);
-    if (name == "quit") is_over_ = true;
-    if (name != "run") return {};
-    std::vector<std::string> models;
-    for (const auto& [model, ignored] : session_.models()) models.push_back(model);
-    const auto scenario = ReadScenario(values[0], models);
-    if (!scenario) return Outcome::Failed(scenario.error);
-    Outcome outcome = RunScenario(*scenario, session_);
-    if (outcome.ok()) {
+    if (verb.where == Where::kBeginning) {
+        return VerbResult::Failed("'" + name +
+                                  "' is chosen when the shell is started: sthal shell --" + name +
+                                  " " + command.values.Get(verb.form));
+    }
+    if (verb.where == Where::kShell) return RunShellVerb(command);
+    if (const auto checked = session_.CheckParts(verb.needs); !checked.ok()) {
+        return VerbResult::Of(checked);
+    }
+    const std::string pause = PauseSinceLastVerb();
+    VerbResult result = verb.run(session_, command.values);
+    if (result.kind != VerbResult::Kind::kInterrupted) {
+        if (!pause.empty()) carried_out_.push_back(pause);
+        carried_out_.push_back(line);
+    }
+    // A failed call is there to be seen; in a scenario it has to be expected.
+    if (const auto failed = session_.TakeFailedResult()) {
+        carried_out_.push_back("expect result " + std::to_string(*failed));
+    }
+    last_verb_frame_ = session_.phone().HeardFrames();
+    return result;
+}
+
+VerbResult Shell::RunShellVerb(const Command& command) {
+    if (command.verb->run != nullptr) return command.verb->run(session_, command.values);
+    const std::string_view name = command.verb->name;
+    if (name == "run") return RunFile(command.values.Get("FILE"));
+    if (name == "save") return Save(command.values.Get("FILE"));
+    is_over_ = true;
+    return {};
+}
+
+VerbResult Shell::RunFile(const std::string& path) {
+    const auto scenario = ReadScenario(path, {.models = session_.ModelNames()});
+    if (!scenario.ok()) return VerbResult::Failed(scenario.error());
+    if (scenario->StartsPhone()) {
+        return VerbResult::Failed(path + " starts a phone of its own: sthal run " + path);
+    }
+    VerbResult result = RunScenario(*scenario, session_);
+    if (result.ok()) {
         for (const Scenario::Step& step : scenario->steps) carried_out_.push_back(step.text);
     } else {
-        carried_out_.push_back("# 'run " + values[0] + "' did not come to its end");
+        carried_out_.push_back("# 'run " + path + "' did not come to its end");
     }
-    last_verb_frame_ = session_.phone().board().microphone().Position();
-    return outcome;
+    last_verb_frame_ = session_.phone().HeardFrames();
+    return result;
 }
 
 // What a scenario has to wait for where a person took their time.
 std::string Shell::PauseSinceLastVerb() const {
-    const uint64_t now = session_.phone().board().microphone().Position();
-    const double seconds =
-            static_cast<double>(now - last_verb_frame_) / static_cast<double>(audio::kSampleRateHz);
+    const double seconds = audio::Seconds(session_.phone().HeardFrames() - last_verb_frame_);
     if (seconds < kShortestPause || carried_out_.empty()) return {};
     char text[32];
     (void)std::snprintf(text, sizeof(text), "wait %.1f s", seconds);
     return text;
 }
 
-Outcome Shell::ShowModels() {
-    std::ostringstream text;
-    for (const auto& [name, model] : session_.models()) {
-        text << name << ": model " << model.handle << ", "
-             << (model.is_generic ? "generic" : "keyphrase") << ", "
-             << audio::Seconds(model.pattern.frames()) << " s of audio\n";
-    }
-    session_.Show(session_.models().empty() ? "none is loaded" : text.str());
-    return {};
-}
-
-Outcome Shell::Save(const std::string& path) {
+VerbResult Shell::Save(const std::string& path) {
     std::ostringstream text;
     text << "# What went wrong:\n\n";
     text << "seed " << session_.options().seed << "\nspeed " << session_.options().speed << "\n\n";
     for (const std::string& line : carried_out_) text << line << "\n";
     const std::string bytes = text.str();
-    const std::string problem = audio::WriteFileBytes(
+    const auto written = audio::WriteFileBytes(
             path, {reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()});
-    if (!problem.empty()) return Outcome::Failed(problem);
+    if (!written.ok()) return VerbResult::Of(written);
     session_.Say("wrote " + path + "; 'sthal run " + path + "' does it all again");
     return {};
 }

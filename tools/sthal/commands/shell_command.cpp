@@ -4,6 +4,8 @@
 
 #include <iostream>
 
+#include "tools/sthal/commands/interrupt.h"
+#include "tools/sthal/commands/run_options.h"
 #include "tools/sthal/commands/shell.h"
 #include "tools/sthal/script/verbs.h"
 
@@ -40,30 +42,31 @@ ShellCommand::ShellCommand(CLI::App& app) {
 
 int ShellCommand::Run() const {
     if (wants_verbs_) {
-        std::cout << VerbHelp();
+        std::cout << *VerbHelp();
         return 0;
     }
-    SessionOptions options;
-    options.speed = speed_;
-    options.seed = seed_;
-    options.output_folder = output_folder_;
-    options.is_interrupted = Shell::WasInterrupted;
-    if (files_.AreWanted()) options.title = "sthal shell";
-    Shell::CatchInterrupts();
+    CatchSignalsOfTerminal();
     Terminal terminal;
-    const auto session = Session::Begin(options, terminal);
-    if (!session) {
-        std::cerr << "sthal shell: " << session.error << '\n';
+    Session session({.speed = speed_,
+                     .seed = seed_,
+                     .output_folder = output_folder_,
+                     .title = files_.AreWanted() ? "sthal shell" : "",
+                     .is_interrupted = LineInterrupted},
+                    terminal);
+    if (const auto started = session.StartPhone(); !started.ok()) {
+        std::cerr << "sthal shell: " << started.error() << '\n';
         return kFailed;
     }
-    const bool is_good = Shell(**session.value).Run();
-    const auto broken = (*session.value)->phone().BrokenRules();
-    std::string verdict = is_good ? "The session was ended." : "FAILED: a line was not carried out";
-    if (!broken.empty()) verdict = "FAILED: " + broken.front();
-    const std::string problem = (*session.value)->End(verdict, files_);
-    if (!problem.empty()) std::cerr << "sthal shell: " << problem << '\n';
-    if (Shell::WasInterrupted()) return kInterrupted;
-    return is_good && broken.empty() && problem.empty() ? 0 : kFailed;
+    const bool is_good = Shell(session).Run();
+    Verdict verdict = session.VerdictOn({}, "sthal shell");
+    if (verdict.kind == Verdict::Kind::kHeld) {
+        verdict.kind = is_good ? Verdict::Kind::kEnded : Verdict::Kind::kFailed;
+        if (!is_good) verdict.failure = Failure{.expected = "a line was not carried out"};
+    }
+    const auto ended = session.End(verdict, files_);
+    if (!ended.ok()) std::cerr << "sthal shell: " << ended.error() << '\n';
+    if (LineInterrupted()) return kInterrupted;
+    return verdict.kind == Verdict::Kind::kEnded && ended.ok() ? 0 : kFailed;
 }
 
 }  // namespace sthal

@@ -5,6 +5,10 @@
 
 #include "tools/sthal/output/run_files.h"
 
+namespace CLI {
+class App;
+}
+
 namespace sthal {
 
 /** `sthal shell`: an interactive session on the virtual board. */

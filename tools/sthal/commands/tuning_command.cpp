@@ -46,18 +46,19 @@ int TuningCommand::Run() const {
 
 int TuningCommand::Show() const {
     const auto bytes = audio::ReadFileBytes(input_);
-    if (!bytes) return Complain(bytes.error);
-    const tamberlo::TuningFileResult result = tamberlo::ReadTuningFile(*bytes);
-    if (result.version) {
-        std::cout << "# " << input_ << ": version " << *result.version << ", " << bytes->size()
+    if (!bytes.ok()) return Complain(bytes.error());
+    const auto file = tamberlo::ReadTuningFile(*bytes);
+    const auto version = file.ok() ? tamberlo::kTuningFileVersion : file.error().version;
+    if (version) {
+        std::cout << "# " << input_ << ": version " << *version << ", " << bytes->size()
                   << " bytes\n";
     }
-    if (!result.file) {
-        return Complain(input_ + ": byte " + std::to_string(result.error.offset) + ": " +
-                        result.error.what);
+    if (!file.ok()) {
+        return Complain(input_ + ": byte " + std::to_string(file.error().offset) + ": " +
+                        file.error().what);
     }
-    std::cout << tamberlo::TuningFileToText(*result.file) << std::flush;
-    const std::vector<std::string> problems = tamberlo::SoundTriggerProblems(*result.file);
+    std::cout << tamberlo::TuningFileToText(*file) << std::flush;
+    const std::vector<std::string> problems = tamberlo::SoundTriggerProblems(*file);
     for (const std::string& problem : problems) {
         (void)Complain(input_ + ": the DSP gets nothing from here on: " + problem);
     }
@@ -66,20 +67,17 @@ int TuningCommand::Show() const {
 
 int TuningCommand::Build() const {
     const auto bytes = audio::ReadFileBytes(input_);
-    if (!bytes) return Complain(bytes.error);
+    if (!bytes.ok()) return Complain(bytes.error());
     const std::string_view text(reinterpret_cast<const char*>(bytes->data()), bytes->size());
-    const tamberlo::TuningTextResult result = tamberlo::TuningFileFromText(text);
-    if (!result.file) {
-        return Complain(input_ + ":" + std::to_string(result.line) + ": " + result.what);
+    const auto file = tamberlo::TuningFileFromText(text);
+    if (!file.ok()) {
+        return Complain(input_ + ":" + std::to_string(file.error().line) + ": " +
+                        file.error().what);
     }
-    const auto image = tamberlo::WriteTuningFile(*result.file);
-    if (!image) {
-        return Complain(input_ + ": makes a file of more than " +
-                        std::to_string(tamberlo::kMaxTuningFileBytes) + " bytes");
-    }
-    const std::string problem = audio::WriteFileBytes(output_, *image);
-    if (!problem.empty()) return Complain(problem);
-    return 0;
+    const auto image = tamberlo::WriteTuningFile(*file);
+    if (!image.ok()) return Complain(input_ + ": " + image.error());
+    const auto written = audio::WriteFileBytes(output_, *image);
+    return written.ok() ? 0 : Complain(written.error());
 }
 
 }  // namespace sthal

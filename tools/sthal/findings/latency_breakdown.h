@@ -1,49 +1,48 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
-#include <string>
+#include <variant>
 #include <vector>
 
-#include "host/virtual_dsp/dsp/engine.h"
-#include "tools/sthal/facts/record.h"
+#include "tools/sthal/facts/run_facts.h"
 
 namespace sthal {
 
 // The steps of a detection, in their order.
-enum class Step { kInstant, kReadable, kRead, kCallback, kOpened, kFirstAudio, kLive };
-inline constexpr std::array kSteps = {Step::kInstant,  Step::kReadable, Step::kRead,
-                                      Step::kCallback, Step::kOpened,   Step::kFirstAudio,
-                                      Step::kLive};
-// "first audio", for a heading.
-const char* StepName(Step step);
+enum class LatencyStep { kHotwordEnd, kReadable, kRead, kCallback, kOpened, kFirstAudio, kLive };
+inline constexpr std::array kLatencySteps = {LatencyStep::kHotwordEnd, LatencyStep::kReadable,
+                                             LatencyStep::kRead,       LatencyStep::kCallback,
+                                             LatencyStep::kOpened,     LatencyStep::kFirstAudio,
+                                             LatencyStep::kLive};
+
+struct DspCrash {};
+
+// What a record that nobody had read was dropped by.
+using DropCause = std::variant<DspCrash, virtual_dsp::VoidedBy>;
 
 // One record that the DSP raised, followed to the audio of its capture.
-struct Detection {
-    virtual_dsp::Engine engine = virtual_dsp::Engine::kHotword;
-    enum class Kind { kHeard, kForced, kInternal };
-    Kind kind = Kind::kHeard;
-    std::optional<uint64_t> frame;  // The microphone's at which the hotword ended.
-    double score = 0;
-    uint64_t captured_from = 0;      // The microphone's frame.
-    std::array<int64_t, 7> times{};  // Of kSteps; 0: did not happen, or is not known.
-    int handle = 0;                  // Of the model whose event came; 0: none did.
-    std::optional<size_t> stream;    // Of RunFacts::streams.
-    std::string dropped_by;          // What the unread record was dropped by, if it was.
+struct DetectionTrail {
+    virtual_dsp::DetectionRaised raised{};
+    std::array<int64_t, kLatencySteps.size()> times{};  // 0: did not happen, or is not known.
+    int handle = 0;                                     // Of the event's model; 0: no event came.
+    std::optional<size_t> stream{};                     // Of RunFacts::streams.
+    std::optional<DropCause> dropped_by{};
 
-    int64_t At(Step step) const { return times[static_cast<size_t>(step)]; }
-    int64_t& At(Step step) { return times[static_cast<size_t>(step)]; }
+    int64_t At(LatencyStep step) const { return times[static_cast<size_t>(step)]; }
+    int64_t& At(LatencyStep step) { return times[static_cast<size_t>(step)]; }
     // From the latest earlier step that is known; none when this one or those are not.
-    std::optional<int64_t> Took(Step step) const;
+    std::optional<int64_t> Took(LatencyStep step) const;
 };
 
 // All records of the run, in the order of time.
-std::vector<Detection> Detections(const RunFacts& facts);
+std::vector<DetectionTrail> DetectionTrails(const RunFacts& facts);
 
-struct StepStatistics {
-    Step step = Step::kInstant;
+struct LatencyStatistics {
+    LatencyStep step = LatencyStep::kHotwordEnd;
     size_t count = 0;
     int64_t p50_ns = 0;
     int64_t p90_ns = 0;
@@ -52,10 +51,10 @@ struct StepStatistics {
 };
 
 // Of each step that was taken at least once (nearest-rank percentiles).
-std::vector<StepStatistics> Statistics(std::span<const Detection> detections);
+std::vector<LatencyStatistics> Statistics(std::span<const DetectionTrail> trails);
 
 // Of the way from one step to another, over the detections of which both are known.
-std::optional<StepStatistics> StatisticsBetween(std::span<const Detection> detections, Step from,
-                                                Step to);
+std::optional<LatencyStatistics> StatisticsBetween(std::span<const DetectionTrail> trails,
+                                                   LatencyStep from, LatencyStep to);
 
 }  // namespace sthal

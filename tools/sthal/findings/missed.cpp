@@ -1,14 +1,8 @@
 #include "tools/sthal/findings/missed.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <map>
-#include <optional>
 #include <set>
-
-#include "tools/audio/find.h"
-#include "tools/sthal/findings/latency_breakdown.h"
-#include "tools/sthal/findings/states.h"
+#include <utility>
 
 namespace sthal {
 
@@ -16,411 +10,225 @@ namespace {
 
 using virtual_dsp::Engine;
 using virtual_dsp::JournalEntry;
+using Why = MissReason::Kind;
 
-// A recording is searched in pieces, so that one with many hotwords is not searched as a whole for
-// each of them.
-constexpr size_t kPieceFrames = size_t{20} * audio::kSampleRateHz;
+// One spoken hotword with the facts around it.
+struct Case {
+    const RunFacts& facts;
+    std::span<const StateSpan> states;
+    const Model& model;
+    double correlation = 0;
+    int64_t begin_ns = 0;
+    int64_t end_ns = 0;
+    std::set<int> handles{};  // Of all models with this pattern, at that time.
+    // What is known of its detection; null when there was none.
+    const DetectionTrail* trail = nullptr;
 
-// Below this nothing is taken for the model's pattern, whatever threshold the model has. Music
-// resembles itself.
-double LeastLikeness(const RecordedModel& model) {
-    return model.engine == Engine::kHotword ? 0.5 : std::max(0.5, model.threshold - 0.05);
+    std::optional<State> StateOf(const Subject& subject) const {
+        return StateAt(states, subject, end_ns);
+    }
+    // The HAL refused the model and all others with this pattern.
+    bool WasRefused() const {
+        return std::ranges::none_of(facts.models, [&](const Model& other) {
+            return other.handle != 0 && IsSamePattern(model, other);
+        });
+    }
+};
+
+// A reason, if it is the one.
+using Answer = std::optional<MissReason>;
+using Question = Answer (*)(const Case& one);
+
+Answer FirstAnswer(std::span<const Question> questions, const Case& one) {
+    for (const Question question : questions) {
+        if (Answer answer = question(one)) return answer;
+    }
+    return std::nullopt;
 }
+
+// The DSP refuses a model that was made for another engine than the one it is loaded into.
+Answer AskOtherEngine(const Case& one) {
+    if (!one.WasRefused()) return std::nullopt;
+    for (const JournalEntry& entry : one.facts.journal) {
+        const auto* const answered = entry.As<virtual_dsp::CommandAnswered>();
+        if (entry.boottime_ns > one.end_ns) break;
+        if (answered == nullptr || answered->status == 0) continue;
+        if (answered->cause != virtual_dsp::AnswerCause::kModelOfOtherEngine) continue;
+        return MissReason{.kind = Why::kLoadedIntoOtherEngine, .refusal = entry};
+    }
+    return std::nullopt;
+}
+
+Answer AskOffline(const Case& one) {
+    if (one.StateOf(Subject::Dsp()) == State(DspState::kDown)) return MissReason{Why::kDspDown};
+    const auto report = one.StateOf(Subject::SoundCardReport());
+    if (report == State(ReportState::kOnline)) return std::nullopt;
+    return MissReason{report ? Why::kReportedOffline : Why::kNeverReportedOnline};
+}
+
+Answer AskInternalRecognition(const Case& one) {
+    if (one.model.engine != Engine::kHotword) return std::nullopt;
+    const bool is_client = std::ranges::any_of(one.states, [&](const StateSpan& span) {
+        return span.state == State(ClientState::kInternalForceDetected) && span.Covers(one.end_ns);
+    });
+    const bool is_stream = std::ranges::any_of(one.facts.streams, [&](const Stream& stream) {
+        return stream.is_internal && stream.opened_ns != 0 && stream.opened_ns <= one.end_ns &&
+               (stream.closed_ns == 0 || one.end_ns < stream.closed_ns);
+    });
+    if (!is_client && !is_stream) return std::nullopt;
+    return MissReason{Why::kInternalRecognition};
+}
+
+Answer AskStarted(const Case& one) {
+    const Call* const latest = LatestStartOrEnd(one.facts, one.handles, one.end_ns);
+    MissReason reason{.kind = Why::kNotStarted, .was_model_refused = one.WasRefused()};
+    if (latest != nullptr) {
+        if (latest->operation == Operation::kStartRecognition) return std::nullopt;
+        reason.ended_by = latest->operation;
+    }
+    for (const Call& call : one.facts.calls) {
+        const bool is_start = call.operation == Operation::kStartRecognition &&
+                              one.handles.contains(call.handle) && call.begin_ns < one.end_ns;
+        if (is_start && call.result.value_or(0) != 0) reason.failed_starts.push_back(*call.result);
+    }
+    return reason;
+}
+
+// The engine's latest word before the hotword's end.
+Answer AskListening(const Case& one) {
+    const StateSpan* const span = SpanAt(one.states, Subject::Of(one.model.engine), one.end_ns);
+    const EngineState* const state =
+            span == nullptr ? nullptr : std::get_if<EngineState>(&span->state);
+    if (state == nullptr) return MissReason{Why::kEngineNotDetecting};
+    if (*state == EngineState::kDetected) return MissReason{Why::kDetectedAlready};
+    if (*state != EngineState::kDetecting) {
+        return MissReason{.kind = Why::kEngineNotDetecting, .engine_state = *state};
+    }
+    if (span->begin_ns > one.begin_ns) return MissReason{Why::kStartedTooLate};
+    return std::nullopt;
+}
+
+Answer AskThreshold(const Case& one) {
+    return MissReason{one.correlation < one.model.threshold ? Why::kBelowThreshold
+                                                            : Why::kNotDetected};
+}
+
+// What comes first explains what comes after it: nothing is detected by a DSP that is down,
+// whatever was started.
+constexpr Question kWhyUndetected[] = {AskOtherEngine, AskOffline,   AskInternalRecognition,
+                                       AskStarted,     AskListening, AskThreshold};
+
+// All that the HAL makes of a record, it makes of it at once.
+constexpr int64_t kAtOnceNs = 500'000'000;
+
+// The first line of the HAL's log within kAtOnceNs that states a fact of this kind.
+template <typename Kind>
+const LogLine* LineAfter(const RunFacts& facts, int64_t ns) {
+    const auto first = std::ranges::lower_bound(facts.log, ns, {}, &LogLine::ns);
+    for (auto line = first; line != facts.log.end() && line->ns <= ns + kAtOnceNs; ++line) {
+        const auto said = ReadHalLog(*line);
+        if (said && said->As<Kind>() != nullptr) return &*line;
+    }
+    return nullptr;
+}
+
+Answer AskDropped(const Case& one) {
+    if (!one.trail->dropped_by) return std::nullopt;
+    return MissReason{.kind = Why::kRecordDropped, .dropped_by = *one.trail->dropped_by};
+}
+
+Answer AskReadFailed(const Case& one) {
+    const auto* const line =
+            LineAfter<RecordReadFailed>(one.facts, one.trail->At(LatencyStep::kReadable));
+    if (line == nullptr) return std::nullopt;
+    return MissReason{.kind = Why::kReadFailed, .logged = line->text};
+}
+
+Answer AskRead(const Case& one) {
+    if (one.trail->At(LatencyStep::kRead) != 0) return std::nullopt;
+    if (Answer offline = AskOffline(one)) return offline;
+    return MissReason{Why::kNeverRead};
+}
+
+Answer AskRefusedTransition(const Case& one) {
+    const auto* const line = LineAfter<EventRefused>(one.facts, one.trail->At(LatencyStep::kRead));
+    if (line == nullptr) return std::nullopt;
+    return MissReason{.kind = Why::kTransitionRefused, .logged = line->text};
+}
+
+// Whether models with other patterns were started, and none with this one.
+Answer AskOthersStarted(const Case& one) {
+    if (!AskStarted(one)) return std::nullopt;
+    std::set<int> started;
+    for (const Call& call : one.facts.calls) {
+        if (call.end_ns > one.end_ns || call.result != 0) continue;
+        if (call.operation == Operation::kStartRecognition) started.insert(call.handle);
+        if (call.operation == Operation::kStopRecognition ||
+            call.operation == Operation::kUnloadSoundModel) {
+            started.erase(call.handle);
+        }
+    }
+    const bool are_others =
+            std::ranges::any_of(started, [&](int handle) { return !one.handles.contains(handle); });
+    if (!are_others) return std::nullopt;
+    return MissReason{Why::kOnlyOtherEnginesStarted};
+}
+
+Answer SayNoClient(const Case&) {
+    return MissReason{Why::kNoClient};
+}
+
+// Whether the HAL found a client that the record is for.
+Answer AskClaimed(const Case& one) {
+    const int64_t read_ns = one.trail->At(LatencyStep::kRead);
+    if (LineAfter<RecordClaimed>(one.facts, read_ns) != nullptr)
+        return MissReason{Why::kStoppedMeanwhile};
+    constexpr Question kWhyUnclaimed[] = {AskInternalRecognition, AskOthersStarted, AskStarted,
+                                          SayNoClient};
+    return FirstAnswer(kWhyUnclaimed, one);
+}
+
+constexpr Question kWhyUndelivered[] = {AskDropped, AskReadFailed, AskRead, AskRefusedTransition,
+                                        AskClaimed};
 
 // How far the DSP may place the end of a hotword from where it is.
 constexpr uint64_t kFrameTolerance = audio::kSampleRateHz / 10;
 
-bool IsSamePattern(const RecordedModel& a, const RecordedModel& b) {
-    return a.engine == b.engine && a.pattern == b.pattern;
-}
-
-void FindInPiece(audio::Sound piece, size_t offset, const audio::Sound& pattern, double least,
-                 std::vector<audio::Match>* matches) {
-    while (true) {
-        audio::Match match = audio::FindTemplate(piece, pattern);
-        if (match.correlation < least) return;
-        const auto begin = piece.samples.begin() + static_cast<ptrdiff_t>(match.range.begin);
-        std::fill_n(begin, match.range.end - match.range.begin, int16_t{0});
-        match.range.begin += offset;
-        match.range.end += offset;
-        const bool is_known = std::ranges::any_of(*matches, [&](const audio::Match& other) {
-            return match.range.begin < other.range.end && other.range.begin < match.range.end;
-        });
-        if (!is_known) matches->push_back(match);
-    }
-}
-
-// What was said too quietly is not found in the recording, but where it was put there.
-void FindSaid(const RecordedPlayback& playback, const audio::Sound& mono,
-              const audio::Sound& pattern, double least, std::vector<audio::Match>* matches) {
-    if (playback.said == nullptr) return;
-    const size_t found = matches->size();
-    FindInPiece(playback.said->Channel(0), playback.said_at, pattern, least, matches);
-    for (size_t i = found; i < matches->size(); ++i) {
-        audio::Match& match = (*matches)[i];
-        audio::Sound heard;
-        for (size_t at = match.range.begin; at < std::min(match.range.end, mono.frames()); ++at) {
-            heard.samples.push_back(mono.samples[at]);
-        }
-        match.correlation = audio::FindTemplate(heard, pattern).correlation;
-    }
-}
-
-// The handles that models of this pattern have at a time. A handle that was freed goes to the next
-// model, whatever that one is for.
-std::set<int> HandlesAt(const RunFacts& facts, const RecordedModel& pattern, int64_t ns) {
-    std::map<int, const RecordedModel*> holders;
-    for (const RecordedModel& model : facts.models) {
-        if (model.handle != 0 && model.ns <= ns) holders[model.handle] = &model;
-    }
-    std::set<int> handles;
-    for (const auto& [handle, model] : holders) {
-        if (IsSamePattern(pattern, *model)) handles.insert(handle);
-    }
-    return handles;
-}
-
-// The latest call of the framework, before a time, that started or ended recognition of one of
-// them.
-const RecordedCall* LatestStartOrEnd(const RunFacts& facts, const std::set<int>& handles,
-                                     int64_t ns) {
-    const RecordedCall* latest = nullptr;
-    for (const RecordedCall& call : facts.calls) {
-        if (call.end_ns > ns) break;
-        const bool counts = call.kind == RecordedCall::Kind::kStart ||
-                            call.kind == RecordedCall::Kind::kStop ||
-                            call.kind == RecordedCall::Kind::kUnload;
-        if (counts && call.result == 0 && handles.contains(call.handle)) latest = &call;
-    }
-    return latest;
-}
-
-bool IsStarted(const RunFacts& facts, const std::set<int>& handles, int64_t ns) {
-    const RecordedCall* const latest = LatestStartOrEnd(facts, handles, ns);
-    return latest != nullptr && latest->kind == RecordedCall::Kind::kStart;
-}
-
-// The facts around one spoken hotword, and the questions that they answer.
-class Inquiry {
-  public:
-    Inquiry(const RunFacts& facts, const std::vector<StateSpan>& states,
-            const std::vector<Detection>& detections, const SpokenHotword& spoken)
-        : facts_(facts),
-          states_(states),
-          detections_(detections),
-          model_(facts.models[spoken.model]),
-          likeness_(spoken.likeness) {
-        const RecordedPlayback& playback = facts.playbacks[spoken.playback];
-        begin_ns_ = playback.HeardAt(spoken.range.begin);
-        end_ns_ = playback.HeardAt(spoken.range.end - 1);
-        last_frame_ = playback.first_frame + spoken.range.end - 1;
-        handles_ = HandlesAt(facts, model_, end_ns_);
-        is_refused_ = std::ranges::none_of(facts.models, [&](const RecordedModel& other) {
-            return other.handle != 0 && IsSamePattern(model_, other);
-        });
-    }
-
-    int64_t heard_ns() const { return end_ns_; }
-
-    // None: an event came.
-    std::optional<MissedHotword> Explain() {
-        const Detection* const detection = FindDetection();
-        if (detection != nullptr && detection->handle != 0) return std::nullopt;
-        MissedHotword missed;
-        missed.heard_ns = end_ns_;
-        if (detection != nullptr) {
-            ExplainUndelivered(*detection, &missed);
-        } else {
-            ExplainUndetected(&missed);
-        }
-        return missed;
-    }
-
-  private:
-    static void Say(MissedHotword* missed, MissReason reason, std::string why) {
-        missed->reason = reason;
-        missed->why = std::move(why);
-    }
-
-    const Detection* FindDetection() const {
-        for (const Detection& detection : detections_) {
-            if (detection.kind != Detection::Kind::kHeard || !detection.frame ||
-                detection.engine != model_.engine) {
-                continue;
-            }
-            if (detection.handle != 0 && !handles_.contains(detection.handle)) continue;
-            const uint64_t frame = *detection.frame;
-            const uint64_t off = frame > last_frame_ ? frame - last_frame_ : last_frame_ - frame;
-            if (off <= kFrameTolerance) return &detection;
-        }
-        return nullptr;
-    }
-
-    std::string_view StateOf(const std::string& subject) const {
-        return StateAt(states_, subject, end_ns_);
-    }
-
-    bool IsDspOffline(MissedHotword* missed) const {
-        if (StateOf("DSP") == "down") {
-            Say(missed, MissReason::kDspOffline, "The DSP was down.");
-            return true;
-        }
-        const std::string_view told = StateOf("sound card report");
-        if (told == "online") return false;
-        Say(missed, MissReason::kDspOffline,
-            told == "offline" ? "The HAL had been told that the DSP is offline."
-                              : "The HAL had not been told yet that the DSP is online.");
-        return true;
-    }
-
-    bool IsInternal(MissedHotword* missed) const {
-        if (model_.engine != Engine::kHotword) return false;
-        const bool is_client = std::ranges::any_of(states_, [&](const StateSpan& span) {
-            return span.state == "InternalForceDetected" && span.begin_ns <= end_ns_ &&
-                   end_ns_ < span.end_ns;
-        });
-        const bool is_stream = std::ranges::any_of(facts_.streams, [&](const auto& stream) {
-            return stream.is_internal && stream.opened_ns != 0 && stream.opened_ns <= end_ns_ &&
-                   (stream.closed_ns == 0 || end_ns_ < stream.closed_ns);
-        });
-        if (!is_client && !is_stream) return false;
-        Say(missed, MissReason::kInternalRecognition,
-            "An internal recognition was running: what the engine detects belongs to it.");
-        return true;
-    }
-
-    bool IsNotStarted(MissedHotword* missed) const {
-        const RecordedCall* const latest = LatestStartOrEnd(facts_, handles_, end_ns_);
-        if (latest != nullptr && latest->kind == RecordedCall::Kind::kStart) return false;
-        std::string why = "Recognition of \"" + model_.name + "\" was not started";
-        why += latest == nullptr ? "." : ": " + latest->name + " had ended it.";
-        for (const RecordedCall& call : facts_.calls) {
-            const bool failed = call.result.value_or(0) != 0 && call.begin_ns < end_ns_;
-            const bool is_start =
-                    call.kind == RecordedCall::Kind::kStart && handles_.contains(call.handle);
-            if (failed && is_start) why += " A start had failed with " + Number(*call.result) + ".";
-        }
-        if (is_refused_) why += " The HAL had refused the model.";
-        Say(missed, MissReason::kNotStarted, why);
-        return true;
-    }
-
-    // The DSP refuses a model that was made for another engine than the one it is loaded into.
-    bool IsForAnotherEngine(MissedHotword* missed) const {
-        if (!is_refused_) return false;
-        for (const JournalEntry& entry : facts_.journal) {
-            if (entry.result == 0 || entry.boottime_ns > end_ns_) continue;
-            if (entry.text.find("made for engine") == std::string::npos) continue;
-            Say(missed, MissReason::kEngineMismatch,
-                "The model is for the " + Name(model_.engine) +
-                        " engine and was loaded into another one: " + entry.text + ".");
-            return true;
-        }
-        return false;
-    }
-
-    // What the engine's latest word before the hotword was.
-    bool IsNotListening(MissedHotword* missed) const {
-        const std::string subject = "engine " + Name(model_.engine);
-        const std::string_view state = StateOf(subject);
-        if (state == "detected") {
-            Say(missed, MissReason::kNotStartedAgain,
-                "The engine had detected already, and detects once after each start.");
-            return true;
-        }
-        if (state != "detecting") {
-            Say(missed, MissReason::kNotStarted,
-                "The HAL counted the model as started, the DSP's engine was " + std::string(state) +
-                        ".");
-            return true;
-        }
-        const RecordedCall* const start = LatestStartOrEnd(facts_, handles_, end_ns_);
-        int64_t listening_ns = start->end_ns;
-        for (const StateSpan& span : states_) {
-            if (span.subject == subject && span.begin_ns <= end_ns_) listening_ns = span.begin_ns;
-        }
-        if (listening_ns <= begin_ns_) return false;
-        Say(missed, MissReason::kStartedTooLate,
-            "The DSP began to listen in the middle of it: what was heard before does not count.");
-        return true;
-    }
-
-    void ExplainUndetected(MissedHotword* missed) const {
-        if (IsForAnotherEngine(missed) || IsDspOffline(missed) || IsInternal(missed) ||
-            IsNotStarted(missed) || IsNotListening(missed)) {
-            return;
-        }
-        char text[120];
-        (void)std::snprintf(text, sizeof(text), "likeness %.4g, threshold %.4g", likeness_,
-                            model_.threshold);
-        if (likeness_ < model_.threshold) {
-            return Say(missed, MissReason::kBelowThreshold,
-                       std::string("Below the model's threshold: ") + text + ".");
-        }
-        Say(missed, MissReason::kUnknown,
-            std::string("The DSP was listening and detected nothing: ") + text + ".");
-    }
-
-    const RecordedLogLine* LogLine(std::string_view beginning, int64_t from_ns,
-                                   int64_t to_ns) const {
-        const auto first = std::ranges::lower_bound(facts_.log, from_ns, {}, &RecordedLogLine::ns);
-        for (auto line = first; line != facts_.log.end() && line->ns <= to_ns; ++line) {
-            if (line->text.starts_with(beginning)) return &*line;
-        }
-        return nullptr;
-    }
-
-    void ExplainUndelivered(const Detection& detection, MissedHotword* missed) const {
-        // All that the HAL makes of a record, it makes of it at once.
-        constexpr int64_t kAtOnceNs = 500'000'000;
-        const int64_t from_ns = detection.At(Step::kReadable);
-        if (!detection.dropped_by.empty()) {
-            return Say(missed, MissReason::kRecordDropped,
-                       "The DSP detected it, but its record was dropped by " +
-                               detection.dropped_by + " before the HAL read it.");
-        }
-        if (const auto* line = LogLine("ControlThreadLoop: read trigger event failure", from_ns,
-                                       from_ns + kAtOnceNs)) {
-            return Say(missed, MissReason::kReadFailed, "The HAL logged: " + line->text + ".");
-        }
-        const int64_t read_ns = detection.At(Step::kRead);
-        if (read_ns == 0) {
-            if (IsDspOffline(missed)) return;
-            return Say(missed, MissReason::kUnknown, "The HAL never read the DSP's record.");
-        }
-        const int64_t to_ns = read_ns + kAtOnceNs;
-        if (const auto* line = LogLine("ControlThreadLoop: requested CallbackProcessing failure",
-                                       read_ns, to_ns)) {
-            return Say(missed, MissReason::kRefusedTransition,
-                       "The client's state refused it; the HAL logged: " + line->text + ".");
-        }
-        const auto* taken = LogLine("ControlThreadLoop: received ", read_ns, to_ns);
-        if (taken == nullptr) return ExplainUnclaimed(missed);
-        Say(missed, MissReason::kStoppedMeanwhile,
-            "The HAL took the record, but did not deliver the event: its model was stopped or "
-            "unloaded at that moment, or has no callback.");
-    }
-
-    // The HAL read the record and found no client that it is for.
-    void ExplainUnclaimed(MissedHotword* missed) const {
-        if (IsInternal(missed)) return;
-        const bool is_started = !IsNotStarted(missed);
-        if (!is_started && HasOtherEngineStarted()) {
-            return Say(missed, MissReason::kEngineMismatch,
-                       "The record is the " + Name(model_.engine) +
-                               " engine's; only models of other engines were started.");
-        }
-        if (is_started) {
-            Say(missed, MissReason::kUnknown, "The HAL read the record and found no client of it.");
-        }
-    }
-
-    bool HasOtherEngineStarted() const {
-        std::set<int> started;
-        for (const RecordedCall& call : facts_.calls) {
-            if (call.end_ns > end_ns_ || call.result != 0) continue;
-            if (call.kind == RecordedCall::Kind::kStart) started.insert(call.handle);
-            if (call.kind == RecordedCall::Kind::kStop || call.kind == RecordedCall::Kind::kUnload)
-                started.erase(call.handle);
-        }
-        return std::ranges::any_of(started, [&](int handle) { return !handles_.contains(handle); });
-    }
-
-    static std::string Number(int value) { return std::to_string(value); }
-
-    const RunFacts& facts_;
-    const std::vector<StateSpan>& states_;
-    const std::vector<Detection>& detections_;
-    const RecordedModel& model_;
-    const double likeness_;
-    int64_t begin_ns_ = 0;
-    int64_t end_ns_ = 0;
-    uint64_t last_frame_ = 0;
-    std::set<int> handles_;  // Of all models with this pattern, at that time.
-    bool is_refused_ = false;
-};
-
-// Of several models that one and the same speech is like, the one that it was meant for: a started
-// one before others, then the one that it is most like. A model of later is not meant at all.
-std::vector<SpokenHotword> OnePerSpeech(const RunFacts& facts, std::vector<SpokenHotword> spoken) {
-    const auto rank = [&](const SpokenHotword& one) {
-        const RecordedPlayback& playback = facts.playbacks[one.playback];
-        const int64_t ns = playback.HeardAt(one.range.end - 1);
-        const RecordedModel& model = facts.models[one.model];
-        return std::pair(IsStarted(facts, HandlesAt(facts, model, ns), ns), one.likeness);
-    };
-    std::ranges::stable_sort(spoken,
-                             [&](const auto& a, const auto& b) { return rank(a) > rank(b); });
-    std::vector<SpokenHotword> kept;
-    for (const SpokenHotword& one : spoken) {
-        const int64_t ns = facts.playbacks[one.playback].HeardAt(one.range.end - 1);
-        const bool is_known = std::ranges::any_of(facts.models, [&](const RecordedModel& model) {
-            return IsSamePattern(model, facts.models[one.model]) && (ns == 0 || model.ns <= ns);
-        });
-        const bool is_told = std::ranges::any_of(kept, [&](const SpokenHotword& other) {
-            return other.playback == one.playback && one.range.begin < other.range.end &&
-                   other.range.begin < one.range.end;
-        });
-        if (is_known && !is_told) kept.push_back(one);
-    }
-    std::ranges::sort(kept, [](const auto& a, const auto& b) {
-        return std::pair(a.playback, a.range.begin) < std::pair(b.playback, b.range.begin);
+const DetectionTrail* FindTrail(std::span<const DetectionTrail> trails, const Case& one,
+                                uint64_t last_frame) {
+    const auto trail = std::ranges::find_if(trails, [&](const DetectionTrail& other) {
+        const virtual_dsp::DetectionRaised& raised = other.raised;
+        const uint64_t off =
+                std::max(raised.frame, last_frame) - std::min(raised.frame, last_frame);
+        return raised.origin == virtual_dsp::DetectionRaised::Origin::kHeard &&
+               raised.engine == one.model.engine && off <= kFrameTolerance &&
+               (other.handle == 0 || one.handles.contains(other.handle));
     });
-    return kept;
+    return trail == trails.end() ? nullptr : &*trail;
 }
 
 }  // namespace
 
-std::vector<SpokenHotword> FindSpoken(const RunFacts& facts) {
-    std::vector<SpokenHotword> spoken;
-    std::map<const audio::Sound*, size_t> searched;  // The first playback of each recording.
-    for (size_t p = 0; p < facts.playbacks.size(); ++p) {
-        const audio::Sound& recording = *facts.playbacks[p].recording;
-        if (const auto [first, is_new] = searched.emplace(&recording, p); !is_new) {
-            for (size_t i = 0, known = spoken.size(); i < known; ++i) {
-                if (spoken[i].playback != first->second) continue;
-                SpokenHotword again = spoken[i];
-                again.playback = p;
-                spoken.push_back(again);
-            }
-            continue;
-        }
-        const audio::Sound mono = recording.Channel(0);
-        for (size_t m = 0; m < facts.models.size(); ++m) {
-            const RecordedModel& model = facts.models[m];
-            const auto same = std::ranges::find_if(
-                    facts.models, [&](const auto& other) { return IsSamePattern(model, other); });
-            if (model.pattern.empty() || &*same != &model) continue;
-            const audio::Sound pattern{.channels = 1, .samples = model.pattern};
-            std::vector<audio::Match> matches;
-            for (size_t at = 0; at < mono.frames(); at += kPieceFrames) {
-                const size_t end = std::min(mono.frames(), at + kPieceFrames + pattern.frames());
-                audio::Sound piece;
-                piece.samples.assign(mono.samples.begin() + static_cast<ptrdiff_t>(at),
-                                     mono.samples.begin() + static_cast<ptrdiff_t>(end));
-                FindInPiece(std::move(piece), at, pattern, LeastLikeness(model), &matches);
-            }
-            FindSaid(facts.playbacks[p], mono, pattern, LeastLikeness(model), &matches);
-            for (const audio::Match& match : matches) {
-                spoken.push_back({p, m, match.range, match.correlation});
-            }
-        }
-    }
-    return OnePerSpeech(facts, std::move(spoken));
-}
-
-std::vector<MissedHotword> ExplainMissed(const RunFacts& facts,
-                                         const std::vector<SpokenHotword>& spoken) {
-    const std::vector<StateSpan> states = StateSpans(facts);
-    const std::vector<Detection> detections = Detections(facts);
+std::vector<MissedHotword> ExplainMissed(const RunFacts& facts, std::span<const StateSpan> states,
+                                         std::span<const DetectionTrail> trails,
+                                         std::span<const SpokenHotword> spoken) {
     std::vector<MissedHotword> all;
-    for (const SpokenHotword& one : spoken) {
-        Inquiry inquiry(facts, states, detections, one);
-        if (inquiry.heard_ns() == 0) continue;
-        if (auto missed = inquiry.Explain()) {
-            missed->spoken = one;
-            all.push_back(std::move(*missed));
-        }
+    for (const SpokenHotword& hotword : spoken) {
+        const PlayedRecording& played = facts.recordings[hotword.recording];
+        const size_t last = hotword.range.end - 1;
+        Case one{.facts = facts,
+                 .states = states,
+                 .model = facts.models[hotword.model],
+                 .correlation = hotword.correlation,
+                 .begin_ns = played.heard.At(hotword.range.begin),
+                 .end_ns = played.heard.At(last)};
+        if (one.end_ns == 0) continue;
+        one.handles = HandlesAt(facts, one.model, one.end_ns);
+        one.trail = FindTrail(trails, one, played.first_frame + last);
+        if (one.trail != nullptr && one.trail->handle != 0) continue;
+        const Answer reason = one.trail == nullptr ? FirstAnswer(kWhyUndetected, one)
+                                                   : FirstAnswer(kWhyUndelivered, one);
+        if (reason) all.push_back({hotword, one.end_ns, *reason});
     }
     return all;
 }

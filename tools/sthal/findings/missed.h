@@ -1,52 +1,61 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
-#include "tools/audio/sound.h"
-#include "tools/sthal/facts/record.h"
+#include "tools/sthal/findings/latency_breakdown.h"
+#include "tools/sthal/findings/spoken.h"
+#include "tools/sthal/findings/states.h"
 
 namespace sthal {
 
-// A place in a recording that sounds like a model's pattern.
-struct SpokenHotword {
-    size_t playback = 0;        // Of RunFacts::playbacks.
-    size_t model = 0;           // Of RunFacts::models.
-    audio::FrameRange range{};  // Of the recording.
-    double likeness = 0;        // 0..1, as a threshold.
-};
+// Why no event came of a hotword, with the values that say more.
+struct MissReason {
+    enum class Kind {
+        // The DSP did not detect it.
+        kLoadedIntoOtherEngine,  // `refusal`: what the DSP answered to that.
+        kDspDown,
+        kReportedOffline,
+        kNeverReportedOnline,
+        kInternalRecognition,
+        kNotStarted,          // `ended_by`, `failed_starts`, `was_model_refused`.
+        kDetectedAlready,     // The engine detects once after each start.
+        kEngineNotDetecting,  // The HAL counted the model as started; `engine_state`.
+        kStartedTooLate,
+        kBelowThreshold,  // The values are the hotword's and the model's.
+        kNotDetected,     // The same.
 
-/**
- * Where the patterns of the run's models lie in its recordings. What is less alike than any model
- * would be asked to accept does not count. Takes about a second for a minute of recording.
- */
-std::vector<SpokenHotword> FindSpoken(const RunFacts& facts);
-
-enum class MissReason {
-    kDspOffline,
-    kInternalRecognition,
-    kEngineMismatch,
-    kNotStarted,
-    kStartedTooLate,
-    kNotStartedAgain,
-    kRefusedTransition,
-    kRecordDropped,
-    kReadFailed,
-    kStoppedMeanwhile,
-    kBelowThreshold,
-    kUnknown,
+        // The DSP detected it, and the record did not become an event.
+        kRecordDropped,  // `dropped_by`.
+        kReadFailed,     // `logged`.
+        kNeverRead,
+        kTransitionRefused,  // `logged`.
+        kOnlyOtherEnginesStarted,
+        kNoClient,
+        kStoppedMeanwhile,  // Or the model has no callback.
+    };
+    Kind kind = Kind::kNotDetected;
+    virtual_dsp::JournalEntry refusal{};
+    std::optional<Operation> ended_by{};  // None: it was never started.
+    std::vector<int> failed_starts{};     // Results.
+    bool was_model_refused = false;       // By the HAL.
+    EngineState engine_state = EngineState::kIdle;
+    DropCause dropped_by{};
+    std::string logged{};  // By the HAL.
 };
 
 struct MissedHotword {
     SpokenHotword spoken{};
     int64_t heard_ns = 0;  // When its last frame was heard.
-    MissReason reason = MissReason::kUnknown;
-    std::string why{};  // A sentence with the values that count.
+    MissReason reason{};
 };
 
 // Those of `spoken` that were heard to their end and of which no event came.
-std::vector<MissedHotword> ExplainMissed(const RunFacts& facts,
-                                         const std::vector<SpokenHotword>& spoken);
+std::vector<MissedHotword> ExplainMissed(const RunFacts& facts, std::span<const StateSpan> states,
+                                         std::span<const DetectionTrail> trails,
+                                         std::span<const SpokenHotword> spoken);
 
 }  // namespace sthal

@@ -1,8 +1,8 @@
 #include "tools/sthal/findings/states.h"
 
 #include <algorithm>
+#include <functional>
 #include <map>
-#include <optional>
 #include <set>
 
 #include "host/virtual_dsp/dsp/command_table.h"
@@ -15,13 +15,11 @@ using virtual_dsp::Action;
 using virtual_dsp::Engine;
 using virtual_dsp::JournalEntry;
 
-constexpr char kIdle[] = "idle";
-
 // Collects spans while the states change.
 class Spans {
   public:
-    // An empty state ends the subject's latest one.
-    void Change(const std::string& subject, std::string_view state, int64_t ns) {
+    // No state ends the subject's latest one.
+    void Change(const Subject& subject, std::optional<State> state, int64_t ns) {
         const auto current = current_.find(subject);
         if (current != current_.end()) {
             StateSpan& span = spans_[current->second];
@@ -29,81 +27,68 @@ class Spans {
             span.end_ns = ns;
             current_.erase(current);
         }
-        if (state.empty()) return;
+        if (!state) return;
         current_[subject] = spans_.size();
-        spans_.push_back({subject, std::string(state), ns, 0});
+        spans_.push_back({subject, *state, ns, 0});
     }
 
     std::vector<StateSpan> Take(int64_t end_ns) {
         for (const auto& [subject, index] : current_) spans_[index].end_ns = end_ns;
         std::erase_if(spans_, [](const StateSpan& span) { return span.end_ns <= span.begin_ns; });
-        std::ranges::stable_sort(spans_, {}, &StateSpan::subject);
+        std::ranges::stable_sort(spans_, std::less{}, &StateSpan::subject);
         return std::move(spans_);
     }
 
   private:
     std::vector<StateSpan> spans_;
-    std::map<std::string, size_t> current_;  // The index of each subject's latest span.
+    std::map<Subject, size_t> current_;  // The index of each subject's latest span.
 };
-
-std::string EngineSubject(Engine engine) {
-    return "engine " + Name(engine);
-}
 
 // Follows the DSP and its engines through its journal.
 class DspFollower {
   public:
-    DspFollower(Spans& spans, int64_t start_ns) : spans_(spans) {
-        spans_.Change("DSP", "up", start_ns);
-        for (const Engine engine : virtual_dsp::kEngines) {
-            spans_.Change(EngineSubject(engine), kIdle, start_ns);
-        }
-    }
+    DspFollower(Spans& spans, int64_t start_ns) : spans_(spans) { Power(true, start_ns); }
 
     void Follow(const JournalEntry& entry) {
-        if (entry.source == "life") return FollowLife(entry);
-        if (entry.source == "command" && entry.result == 0) return FollowCommand(entry);
-        if (entry.source != "detector") return;
-        for (const Engine engine : virtual_dsp::kEngines) {
-            if (!entry.text.starts_with(Name(engine) + " detected")) continue;
-            spans_.Change(EngineSubject(engine), "detected", entry.boottime_ns);
+        const int64_t ns = entry.boottime_ns;
+        if (const auto* power = entry.As<virtual_dsp::PowerChanged>()) {
+            Power(power->is_up, ns);
+        } else if (const auto* raised = entry.As<virtual_dsp::DetectionRaised>()) {
+            spans_.Change(Subject::Of(raised->engine), EngineState::kDetected, ns);
+        } else if (const auto* answered = entry.As<virtual_dsp::CommandAnswered>()) {
+            const auto* const info = virtual_dsp::FindCommand(answered->id.value_or(0));
+            if (answered->status == 0 && info != nullptr) FollowCommand(*info, ns);
         }
     }
 
   private:
-    void FollowLife(const JournalEntry& entry) {
-        const bool is_up = entry.text == "boot";
-        spans_.Change("DSP", is_up ? "up" : "down", entry.boottime_ns);
-        if (is_up) return;
+    void Power(bool is_up, int64_t ns) {
+        spans_.Change(Subject::Dsp(), is_up ? DspState::kUp : DspState::kDown, ns);
         loaded_.clear();
         for (const Engine engine : virtual_dsp::kEngines) {
-            spans_.Change(EngineSubject(engine), kIdle, entry.boottime_ns);
+            spans_.Change(Subject::Of(engine), EngineState::kIdle, ns);
         }
     }
 
-    void FollowCommand(const JournalEntry& entry) {
-        const auto* const info = virtual_dsp::FindCommand(entry.command_id.value_or(0));
-        if (info == nullptr) return;
-        const std::string subject = EngineSubject(info->engine);
-        const int64_t ns = entry.boottime_ns;
-        switch (info->action) {
+    void FollowCommand(const virtual_dsp::CommandInfo& info, int64_t ns) {
+        using enum EngineState;
+        const bool is_loaded = loaded_.contains(info.engine);
+        const auto change = [&](EngineState state) {
+            spans_.Change(Subject::Of(info.engine), state, ns);
+        };
+        switch (info.action) {
             case Action::kLoadModel:
-                loaded_.insert(info->engine);
-                spans_.Change(subject, "loaded", ns);
-                break;
+                loaded_.insert(info.engine);
+                return change(kLoaded);
             case Action::kUnloadModel:
-                loaded_.erase(info->engine);
-                spans_.Change(subject, kIdle, ns);
-                break;
+                loaded_.erase(info.engine);
+                return change(kIdle);
             case Action::kStart:
-                spans_.Change(subject, loaded_.contains(info->engine) ? "detecting" : "armed", ns);
-                break;
+                return change(is_loaded ? kDetecting : kArmed);
             case Action::kStop:
-                spans_.Change(subject, loaded_.contains(info->engine) ? "loaded" : kIdle, ns);
-                break;
+                return change(is_loaded ? kLoaded : kIdle);
             case Action::kInternalRecognition:
-                spans_.Change(subject, "internal recognition", ns);
-                break;
+                return change(kInternalRecognition);
             default:
                 break;
         }
@@ -113,67 +98,98 @@ class DspFollower {
     std::set<Engine> loaded_;
 };
 
-// The word of `text` behind `before`; empty when that is not in it.
-std::string WordAfter(std::string_view text, std::string_view before) {
-    const size_t at = text.find(before);
-    if (at == std::string_view::npos) return {};
-    text.remove_prefix(at + before.size());
-    return std::string(text.substr(0, text.find(' ')));
-}
-
 // Follows the HAL's clients, and the sound card as the HAL knows it, through the HAL's log.
 class HalFollower {
   public:
     explicit HalFollower(Spans& spans) : spans_(spans) {}
 
-    void Follow(const RecordedLogLine& line) {
-        const std::string_view text = line.text;
-        if (text.starts_with("ChangeStateTo: client ")) {
-            const std::string client = "client " + WordAfter(text, "ChangeStateTo: client ");
-            clients_.insert(client);
-            spans_.Change(client, WordAfter(text, " to "), line.ns);
-        } else if (text.starts_with("OnSoundCardStateChanged: ")) {
-            const bool is_online = text.ends_with("true");
-            spans_.Change("sound card report", is_online ? "online" : "offline", line.ns);
-            if (is_online) return;
+    void Follow(const HalFact& fact) {
+        if (const auto* change = fact.As<ClientChanged>()) {
+            clients_.insert(change->handle);
+            spans_.Change(Subject::Client(change->handle), change->to, fact.ns);
+        } else if (const auto* removed = fact.As<ClientRemoved>()) {
+            clients_.erase(removed->handle);
+            spans_.Change(Subject::Client(removed->handle), std::nullopt, fact.ns);
+        } else if (const auto* report = fact.As<SoundCardReported>()) {
+            spans_.Change(Subject::SoundCardReport(),
+                          report->online ? ReportState::kOnline : ReportState::kOffline, fact.ns);
+            if (report->online) return;
             // The HAL says no word of it, client by client.
-            for (const std::string& client : clients_) {
-                spans_.Change(client, "ModelUnloaded", line.ns);
+            for (const int handle : clients_) {
+                spans_.Change(Subject::Client(handle), ClientState::kModelUnloaded, fact.ns);
             }
-        } else if (text.starts_with("UnloadSoundModel: Unload model with handle ")) {
-            End(WordAfter(text, " with handle "), line.ns);
-        } else if (text.starts_with("StopInternalForce: Unload internal client with ")) {
-            End(WordAfter(text, " client with "), line.ns);
         }
     }
 
   private:
-    void End(const std::string& handle, int64_t ns) {
-        spans_.Change("client " + handle, "", ns);
-        clients_.erase("client " + handle);
-    }
-
     Spans& spans_;
-    std::set<std::string> clients_;
+    std::set<int> clients_;
 };
 
 }  // namespace
+
+const char* Name(DspState state) {
+    return state == DspState::kUp ? "up" : "down";
+}
+
+const char* Name(ReportState state) {
+    return state == ReportState::kOnline ? "online" : "offline";
+}
+
+const char* Name(EngineState state) {
+    switch (state) {
+        case EngineState::kIdle:
+            return "idle";
+        case EngineState::kLoaded:
+            return "loaded";
+        case EngineState::kArmed:
+            return "armed";
+        case EngineState::kDetecting:
+            return "detecting";
+        case EngineState::kDetected:
+            return "detected";
+        case EngineState::kInternalRecognition:
+            return "internal recognition";
+    }
+    return "";
+}
+
+const char* Name(const State& state) {
+    return std::visit([](auto one) { return Name(one); }, state);
+}
+
+std::string Name(const Subject& subject) {
+    switch (subject.kind) {
+        case Subject::Kind::kDsp:
+            return "DSP";
+        case Subject::Kind::kClient:
+            return "client " + std::to_string(subject.number);
+        case Subject::Kind::kEngine:
+            return "engine " + Name(static_cast<Engine>(subject.number));
+        case Subject::Kind::kSoundCardReport:
+            return "sound card report";
+    }
+    return "";
+}
 
 std::vector<StateSpan> StateSpans(const RunFacts& facts) {
     Spans spans;
     DspFollower dsp(spans, facts.start_ns);
     for (const JournalEntry& entry : facts.journal) dsp.Follow(entry);
     HalFollower hal(spans);
-    for (const RecordedLogLine& line : facts.log) hal.Follow(line);
+    for (const HalFact& fact : facts.hal) hal.Follow(fact);
     return spans.Take(facts.end_ns);
 }
 
-std::string_view StateAt(const std::vector<StateSpan>& spans, std::string_view subject,
-                         int64_t ns) {
-    for (const StateSpan& span : spans) {
-        if (span.subject == subject && span.begin_ns <= ns && ns < span.end_ns) return span.state;
-    }
-    return {};
+const StateSpan* SpanAt(std::span<const StateSpan> spans, const Subject& subject, int64_t ns) {
+    const auto span = std::ranges::find_if(
+            spans, [&](const StateSpan& one) { return one.subject == subject && one.Covers(ns); });
+    return span == spans.end() ? nullptr : &*span;
+}
+
+std::optional<State> StateAt(std::span<const StateSpan> spans, const Subject& subject, int64_t ns) {
+    const StateSpan* const span = SpanAt(spans, subject, ns);
+    return span == nullptr ? std::nullopt : std::optional(span->state);
 }
 
 }  // namespace sthal

@@ -1,30 +1,34 @@
 #include "tools/sthal/output/charts.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <set>
+#include <string>
+#include <vector>
 
-#include "tools/sthal/output/markup.h"
-#include "tools/sthal/output/timeline.h"
+#include "tools/sthal/output/finding_texts.h"
+#include "tools/sthal/output/units.h"
 
 namespace sthal {
 
 namespace {
 
-constexpr size_t kColumns = 800;
-constexpr int kHalfHeight = 100;  // Of the drawing's own units.
+using nlohmann::json;
 
-std::string Percent(double share) {
-    char text[32];
-    (void)std::snprintf(text, sizeof(text), "%.3f%%", 100 * std::clamp(share, 0.0, 1.0));
-    return text;
+constexpr size_t kColumns = 800;
+constexpr int kHalfHeight = 100;  // Of the template's drawing.
+
+double Percent(double share) {
+    return std::round(1e5 * std::clamp(share, 0.0, 1.0)) / 1e3;
 }
 
-std::string SecondsText(double seconds) {
+std::string Formatted(const char* format, double value) {
     char text[40];
-    (void)std::snprintf(text, sizeof(text), "%.3f s", seconds);
+    (void)std::snprintf(text, sizeof(text), format, value);
     return text;
 }
 
@@ -38,19 +42,18 @@ double TickStep(double seconds) {
     return step;
 }
 
-std::string Axis(double seconds) {
-    std::string html = "<div class=\"axis\" aria-hidden=\"true\">";
+json Axis(double seconds) {
+    json ticks = json::array();
     const double step = TickStep(seconds);
     for (int tick = 0; tick * step <= seconds; ++tick) {
         const double at = tick * step;
-        char label[32];
-        (void)std::snprintf(label, sizeof(label), "%g s", std::round(at * 1000) / 1000);
         // At the right edge of a narrow page there is room for the mark only.
         constexpr double kLastLabel = 0.88;
-        html += "<span style=\"left:" + Percent(at / seconds) + "\">" +
-                (at / seconds <= kLastLabel ? label : "") + "</span>";
+        const bool has_room = at / seconds <= kLastLabel;
+        ticks.push_back({{"left", Percent(at / seconds)},
+                         {"label", has_room ? Formatted("%g", std::round(at * 1000) / 1000) : ""}});
     }
-    return html + "</div>\n";
+    return ticks;
 }
 
 // The outline of the loudest samples of each column, up and down.
@@ -74,107 +77,103 @@ std::string Outline(const audio::Sound& mono) {
     return up + down;
 }
 
-// What makes a row: not an engine that nobody used.
-std::set<std::string> UsedSubjects(std::span<const StateSpan> spans) {
-    std::set<std::string> used;
-    for (const StateSpan& span : spans) {
-        if (span.state != "idle") used.insert(span.subject);
-    }
-    return used;
-}
-
-const char* ClassOf(ChartMark::Kind kind) {
+// Classes of the template's style.
+const char* ClassOf(RecordingMark::Kind kind) {
     switch (kind) {
-        case ChartMark::Kind::kSpoken:
+        case RecordingMark::Kind::kSpoken:
             return "spoken";
-        case ChartMark::Kind::kMissed:
+        case RecordingMark::Kind::kMissed:
             return "missed";
-        case ChartMark::Kind::kDetected:
+        case RecordingMark::Kind::kDetected:
             return "detected";
-        case ChartMark::Kind::kCaptured:
+        case RecordingMark::Kind::kCaptured:
             return "captured";
-        case ChartMark::Kind::kSilent:
+        case RecordingMark::Kind::kSilent:
             return "silent";
     }
     return "";
 }
 
-// Colours by what a state means for a detection.
-const char* ClassOfState(const std::string& state) {
-    for (const char* name : {"down", "offline"}) {
-        if (state == name) return "bad";
+// What a state means for a detection, as a class of the template's style.
+const char* ClassOf(const State& state) {
+    if (state == State(DspState::kDown) || state == State(ReportState::kOffline)) return "bad";
+    if (const auto* const engine = std::get_if<EngineState>(&state)) {
+        if (*engine == EngineState::kDetecting) return "listening";
+        if (*engine == EngineState::kDetected) return "active";
+        if (*engine == EngineState::kInternalRecognition) return "internal";
     }
-    for (const char* name : {"detecting", "StartDetecting"}) {
-        if (state == name) return "listening";
+    if (const auto* const client = std::get_if<ClientState>(&state)) {
+        if (*client == ClientState::kStartDetecting) return "listening";
+        if (*client == ClientState::kCallbackProcessing || *client == ClientState::kBuffering) {
+            return "active";
+        }
+        if (*client == ClientState::kInternalForceDetected) return "internal";
     }
-    for (const char* name : {"detected", "CallbackProcessing", "Buffering"}) {
-        if (state == name) return "active";
-    }
-    if (state.find("nternal") != std::string::npos) return "internal";
     return "quiet";
 }
 
 }  // namespace
 
-std::string WaveformChart(const audio::Sound& recording, std::span<const ChartMark> marks) {
-    if (recording.frames() == 0) return "<p>The recording is empty.</p>\n";
+json WaveformChart(const RunFacts& facts, const audio::Sound& recording,
+                   std::span<const RecordingMark> marks) {
+    if (recording.frames() == 0) return {};
     const auto frames = static_cast<double>(recording.frames());
-    const audio::Sound mono = recording.Channel(0);
-    const std::string columns = std::to_string(std::min(kColumns, mono.frames()));
-    std::string html = "<div class=\"wave\"><svg viewBox=\"0 0 " + columns +
-                       " 200\" preserveAspectRatio=\"none\" role=\"img\" aria-label=\"waveform\">"
-                       "<polygon points=\"" +
-                       Outline(mono) + "\"/></svg>";
-    std::string list = "<ul class=\"marks\">";
-    for (const ChartMark& mark : marks) {
-        const std::string kind = ClassOf(mark.kind);
+    const auto seconds = [](double frame) {
+        return Formatted("%.3f", frame / audio::kSampleRateHz);
+    };
+    json drawn = json::array();
+    json listed = json::array();
+    for (const RecordingMark& mark : marks) {
+        const char* const kind = ClassOf(mark.kind);
         const auto begin = static_cast<double>(mark.range.begin);
         const auto end = static_cast<double>(std::max(mark.range.begin, mark.range.end));
-        html += "<i class=\"mark " + kind + "\" style=\"left:" + Percent(begin / frames) +
-                ";width:" + Percent((end - begin) / frames) + "\"></i>";
-        std::string when = SecondsText(begin / audio::kSampleRateHz);
-        if (mark.label.empty()) continue;
-        if (end > begin) when += " to " + SecondsText(end / audio::kSampleRateHz);
-        list += "<li><i class=\"key ";
-        list += kind + "\"></i>" + HtmlText(mark.label) + " <span class=\"when\">";
-        list += when + "</span></li>";
+        drawn.push_back({{"kind", kind},
+                         {"left", Percent(begin / frames)},
+                         {"width", Percent((end - begin) / frames)}});
+        if (!mark.is_listed) continue;
+        listed.push_back({{"kind", kind},
+                          {"label", LabelOf(mark, facts)},
+                          {"begin", seconds(begin)},
+                          {"end", end > begin ? seconds(end) : ""}});
     }
-    return html + "</div>" + Axis(frames / audio::kSampleRateHz) + list + "</ul>\n";
+    return {{"columns", std::min(kColumns, recording.frames())},
+            {"outline", Outline(recording.Channel(0))},
+            {"marks", drawn},
+            {"axis", Axis(frames / audio::kSampleRateHz)},
+            {"listed", listed}};
 }
 
-std::string StateChart(std::span<const StateSpan> spans, int64_t start_ns, int64_t end_ns) {
-    if (spans.empty() || end_ns <= start_ns) return "<p>No states were seen.</p>\n";
-    const auto length = static_cast<double>(end_ns - start_ns);
+json StateChart(const RunFacts& facts, std::span<const StateSpan> spans) {
+    if (spans.empty() || facts.end_ns <= facts.start_ns) return {};
+    const auto length = static_cast<double>(facts.end_ns - facts.start_ns);
     // In a long run, what is too narrow to be seen would only make the page slow.
     constexpr size_t kMany = 4000;
     constexpr double kNarrow = 0.0005;
-    const std::set<std::string> used = UsedSubjects(spans);
-    std::string html = "<div class=\"states\">\n";
-    std::string subject;
+    // In less than this much there is no room for a letter and its dots, even on a wide page.
+    constexpr double kRoomForText = 0.03;
+    std::set<Subject> used;  // Not an engine that is idle all the time.
     for (const StateSpan& span : spans) {
-        if (!used.contains(span.subject)) continue;
-        if (span.subject != subject) {
-            if (!subject.empty()) html += "</div></div>\n";
-            subject = span.subject;
-            html += "<div class=\"row\"><div class=\"name\">" + HtmlText(subject) +
-                    "</div><div class=\"bar\">";
-        }
-        const double begin = static_cast<double>(span.begin_ns - start_ns) / length;
-        const double share = static_cast<double>(span.end_ns - span.begin_ns) / length;
-        if (spans.size() > kMany && share < kNarrow) continue;
-        const std::string text = HtmlText(span.state);
-        html += std::string("<i class=\"") + ClassOfState(span.state) + "\" style=\"left:";
-        html += Percent(begin) + ";width:" + Percent(share) + "\" title=\"";
-        html += text;
-        html += ", " + SecondsText(begin * length / 1e9) + " for ";
-        html += DurationText(span.end_ns - span.begin_ns) + "\">";
-        // In less than this much there is no room for a letter and its dots, even on a wide page.
-        constexpr double kRoomForText = 0.03;
-        if (share >= kRoomForText) html += text;
-        html += "</i>";
+        if (span.state != State(EngineState::kIdle)) used.insert(span.subject);
     }
-    return html + "</div></div>\n<div class=\"row\"><div class=\"name\"></div>" +
-           Axis(length / 1e9) + "</div></div>\n";
+    json subjects = json::array();
+    for (const Subject& subject : used) {
+        json drawn = json::array();
+        for (const StateSpan& span : spans) {
+            const int64_t duration_ns = span.end_ns - span.begin_ns;
+            const double share = static_cast<double>(duration_ns) / length;
+            if (span.subject != subject || (spans.size() > kMany && share < kNarrow)) continue;
+            const auto begin = static_cast<double>(span.begin_ns - facts.start_ns);
+            drawn.push_back({{"meaning", ClassOf(span.state)},
+                             {"left", Percent(begin / length)},
+                             {"width", Percent(share)},
+                             {"state", Name(span.state)},
+                             {"begin", Formatted("%.3f", begin / 1e9)},
+                             {"duration", DurationText(duration_ns)},
+                             {"is_wide", share >= kRoomForText}});
+        }
+        subjects.push_back({{"name", Name(subject)}, {"spans", drawn}});
+    }
+    return {{"subjects", subjects}, {"axis", Axis(length / 1e9)}};
 }
 
 }  // namespace sthal

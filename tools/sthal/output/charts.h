@@ -1,28 +1,23 @@
 #pragma once
 
-#include <span>
-#include <string>
-#include <vector>
+#include <nlohmann/json_fwd.hpp>
 
-#include "tools/sthal/facts/record.h"
+#include <cstdint>
+#include <span>
+
+#include "tools/sthal/facts/run_facts.h"
+#include "tools/sthal/findings/recording_marks.h"
 #include "tools/sthal/findings/states.h"
 
-// The drawings of a report, as HTML. Text stands beside them, not in them, so that it keeps its
-// size on a narrow page.
+// The drawings of a page as data for its template. Places and widths are in percent of a drawing's
+// width. Null where there is nothing to draw.
 namespace sthal {
 
-// Something to show in a recording. An empty range is one instant.
-struct ChartMark {
-    enum class Kind { kSpoken, kMissed, kDetected, kCaptured, kSilent };
-    Kind kind = Kind::kSpoken;
-    std::string label;  // Empty: not in the list.
-    audio::FrameRange range{};
-};
-
-// The first channel of a recording with its marks, and a list of them.
-std::string WaveformChart(const audio::Sound& recording, std::span<const ChartMark> marks);
+// The first channel of one of the run's recordings, with its marks.
+nlohmann::json WaveformChart(const RunFacts& facts, const audio::Sound& recording,
+                             std::span<const RecordingMark> marks);
 
 // A row for each subject, from the beginning of the run to its end.
-std::string StateChart(std::span<const StateSpan> spans, int64_t start_ns, int64_t end_ns);
+nlohmann::json StateChart(const RunFacts& facts, std::span<const StateSpan> spans);
 
 }  // namespace sthal

@@ -1,8 +1,11 @@
 #pragma once
 
+#include <nlohmann/json_fwd.hpp>
+
 #include <string>
 
-#include "tools/sthal/facts/record.h"
+#include "tools/sthal/facts/run_facts.h"
+#include "tools/sthal/findings/run_findings.h"
 
 namespace sthal {
 
@@ -12,5 +15,9 @@ namespace sthal {
  * states over time, the time that each step took, calls, the DSP's journal and the HAL's dumps.
  */
 std::string ReportHtml(const RunFacts& facts);
+
+// page.html, and what it is filled in with but for the date.
+const std::string& PageTemplate();
+nlohmann::json PageData(const RunFacts& facts, const RunFindings& found);
 
 }  // namespace sthal

@@ -3,17 +3,14 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "tools/audio/sound.h"
-
 namespace sthal {
 
 namespace {
 
-constexpr size_t kPieceBytes = 16384;
-constexpr double kPiecesOfMegabyte = 64;
+constexpr double kMegabyte = 1 << 20;
 
 // Below these, nobody gets to see progress.
-constexpr size_t kPiecesWorthProgress = 64;
+constexpr size_t kBytesWorthProgress = size_t{1} << 20;
 constexpr size_t kFramesWorthProgress = size_t{2} * audio::kSampleRateHz;
 
 // "playing [#####.....] 3.0 of 6.0 s"
@@ -30,23 +27,26 @@ std::string ProgressText(const char* what, double done, double total, const char
 
 }  // namespace
 
-void Progress::BeginModel(size_t bytes) {
-    model_pieces_ = 0;
-    model_pieces_wanted_ = (bytes + kPieceBytes - 1) / kPieceBytes;
+void Progress::Follow(const Fact& fact) {
+    if (const auto* const call = std::get_if<Call>(&fact)) {
+        if (call->bytes == 0) return;
+        const bool has_begun = call->end_ns == 0;
+        taken_bytes_ = 0;
+        model_bytes_ = has_begun ? call->bytes : 0;
+        if (!has_begun) End();
+    } else if (const auto* const entry = std::get_if<virtual_dsp::JournalEntry>(&fact)) {
+        const auto* const chunk = entry->As<virtual_dsp::ChunkTaken>();
+        const size_t wanted = model_bytes_;
+        if (chunk == nullptr || wanted < kBytesWorthProgress) return;
+        const size_t taken = taken_bytes_ += chunk->taken;
+        Show(ProgressText("loading", static_cast<double>(taken) / kMegabyte,
+                          static_cast<double>(wanted) / kMegabyte, "MiB"));
+    }
 }
 
-void Progress::AddModelPiece() {
-    const size_t pieces = ++model_pieces_;
-    const size_t wanted = model_pieces_wanted_;
-    if (wanted < kPiecesWorthProgress) return;
-    Show(ProgressText("loading", static_cast<double>(pieces) / kPiecesOfMegabyte,
-                      static_cast<double>(wanted) / kPiecesOfMegabyte, "MiB"));
-}
-
-void Progress::ShowPlayback(const Playback& playback) {
-    if (playback.IsFinished() || playback.frames() < kFramesWorthProgress) return;
-    Show(ProgressText("playing", audio::Seconds(playback.heard_frames()),
-                      audio::Seconds(playback.frames()), "s"));
+void Progress::ShowPlayback(size_t heard_frames, size_t frames) {
+    if (heard_frames >= frames || frames < kFramesWorthProgress) return;
+    Show(ProgressText("playing", audio::Seconds(heard_frames), audio::Seconds(frames), "s"));
 }
 
 }  // namespace sthal

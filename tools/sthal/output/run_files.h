@@ -2,11 +2,8 @@
 
 #include <string>
 
-#include "tools/sthal/facts/record.h"
-
-namespace CLI {
-class App;
-}
+#include "host/common/result.h"
+#include "tools/sthal/facts/run_facts.h"
 
 namespace sthal {
 
@@ -18,19 +15,11 @@ struct RunFiles {
     bool AreWanted() const { return !trace.empty() || !report.empty(); }
 };
 
-// Adds --trace and --report to a command. Files that cannot be written are refused as wrong
-// arguments.
-void AddRunFileOptions(CLI::App& command, RunFiles& files);
+// Whether a file can be written, found out before the run: what is in it is left until then. The
+// error says what can be done.
+host::Result<void> CheckWritable(const std::string& path);
 
-// Adds --out to a command, which is refused where no folder can be had.
-void AddOutputOption(CLI::App& command, std::string& folder);
-
-/**
- * Writes what a run has recorded: a trace, and a page that shows the run. The record must have been
- * enabled before the run.
- *
- * @return What is wrong with a file and what can be done, or nothing.
- */
-std::string WriteRunFiles(const RunRecord& record, const RunFiles& files);
+// Writes what was recorded of a run: a trace, and a page that shows the run.
+host::Result<void> WriteRunFiles(const RunFacts& facts, const RunFiles& files);
 
 }  // namespace sthal

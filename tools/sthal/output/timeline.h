@@ -1,21 +1,22 @@
 #pragma once
 
+#include <android-base/logging.h>
+#include <android-base/thread_annotations.h>
+
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <mutex>
 #include <string>
 #include <string_view>
 
-#include "tools/sthal/facts/record.h"
+#include "tools/sthal/facts/run_record.h"
 
 namespace sthal {
 
-// Who speaks in a line of the timeline.
-enum class Lane { kTool, kFramework, kHal, kDsp, kEvent, kCapture };
-
 /**
- * What a run prints: one time-stamped line a step, in seconds of kernel boot time since the run
- * began, and headings that explain what comes next.
+ * Shows the facts of a run as they come: one time-stamped line each, in seconds of kernel boot time
+ * since the run began, and headings that explain what comes next.
  *
  * Thread-safe; a line is printed whole. Lines of different threads may be printed a little out of
  * the order of their times.
@@ -24,32 +25,32 @@ class Timeline {
   public:
     using Sink = std::function<void(std::string_view text)>;
 
-    // `sink` gets whole lines with their line feeds; standard output when empty.
-    explicit Timeline(Sink sink = {});
+    // `sink` gets whole lines with their line feeds.
+    Timeline(Sink sink, int64_t start_ns);
 
-    // A numbered heading with its explanation, wrapped for a terminal of 100 columns.
-    void Heading(std::string_view title, std::string_view explanation);
-    // A line that happened now, or at a given boot time.
-    void Line(Lane lane, std::string_view text);
-    void LineAt(int64_t boottime_ns, Lane lane, std::string_view text);
+    void Show(const Fact& fact);
     // Text as it is, without a time, indented below the line before it.
-    void Block(std::string_view text);
+    void ShowBlock(std::string_view text);
 
-    int64_t start_ns() const { return start_ns_; }
-    // What becomes of the run's files; gets the tool's own lines and the headings from here.
-    RunRecord& record() { return record_; }
+    // Shows the HAL's log lines from this severity on, and its changes of state; below INFO the
+    // DSP's details as well.
+    void ShowLogFrom(android::base::LogSeverity severity) { shown_from_ = severity; }
 
   private:
-    void Print(const std::string& text);
+    enum class Lane { kTool, kFramework, kHal, kDsp, kEvent, kCapture };
+
+    void ShowCall(const Call& call);
+    void ShowLogLine(const LogLine& line);
+    void ShowRead(const StreamRead& read);
+    void ShowStep(const Step& step) EXCLUDES(lock_);
+    void Line(int64_t ns, Lane lane, std::string_view text);
+    void Print(const std::string& text) EXCLUDES(lock_);
 
     const int64_t start_ns_;
     const Sink sink_;
-    RunRecord record_;
+    std::atomic<android::base::LogSeverity> shown_from_{android::base::WARNING};
     std::mutex lock_;
-    int headings_ = 0;  // Under lock_.
+    int headings_ GUARDED_BY(lock_) = 0;
 };
-
-// "1.234 ms", "12.3 s": a duration for a person.
-std::string DurationText(int64_t nanoseconds);
 
 }  // namespace sthal

@@ -1,20 +1,25 @@
 #include "tools/sthal/output/trace.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
-#include <cstdio>
 #include <map>
+#include <optional>
 #include <string_view>
 #include <tuple>
 #include <utility>
+#include <vector>
 
 #include "tools/sthal/findings/latency_breakdown.h"
 #include "tools/sthal/findings/states.h"
-#include "tools/sthal/output/markup.h"
+#include "tools/sthal/output/finding_texts.h"
+#include "tools/sthal/output/step_texts.h"
 
 namespace sthal {
 
 namespace {
 
+using nlohmann::ordered_json;
 using virtual_dsp::JournalEntry;
 using virtual_dsp::PcmPort;
 
@@ -49,7 +54,7 @@ struct LaneKey {
     }
 };
 
-struct Event {
+struct TraceEvent {
     int64_t begin_ns = 0;
     int64_t end_ns = 0;
     char phase = 'X';
@@ -61,7 +66,12 @@ struct Event {
 // Writes events into lanes; slices of one lane never overlap unless one holds the other.
 class TraceWriter {
   public:
-    explicit TraceWriter(int64_t start_ns) : start_ns_(start_ns) {}
+    explicit TraceWriter(int64_t start_ns) : start_ns_(start_ns) {
+        WriteName("process", "framework and audio service", Group::kAbove, 0, 1);
+        WriteName("process", "sound trigger HAL", Group::kHal, 0, 2);
+        WriteName("process", "HAL clients", Group::kClients, 0, 3);
+        WriteName("process", "DSP", Group::kDsp, 0, 4);
+    }
 
     void Slice(const LaneKey& lane, int64_t begin_ns, int64_t end_ns, std::string name,
                std::string detail = {}) {
@@ -77,78 +87,69 @@ class TraceWriter {
         lanes_[lane].push_back({ns, ns, phase, "detection", {}, id});
     }
     void Counter(int64_t ns, const std::string& name, size_t frames) {
-        counters_[name].emplace_back(ns, frames);
+        WriteEvent('C', name, ns, Group::kDsp, 0, {{"args", {{"frames", frames}}}});
     }
 
-    std::string Write(const std::string& metadata) {
-        text_ = "{\"displayTimeUnit\":\"ms\",\"otherData\":{" + metadata + "},\"traceEvents\":[\n";
-        WriteGroup(Group::kAbove, "framework and audio service");
-        WriteGroup(Group::kHal, "sound trigger HAL");
-        WriteGroup(Group::kClients, "HAL clients");
-        WriteGroup(Group::kDsp, "DSP");
-        thread_ = 0;
+    // One event a line, so that two traces can be compared.
+    std::string Write(const ordered_json& metadata) {
         for (auto& [lane, events] : lanes_) WriteLane(lane, std::move(events));
-        for (const auto& [name, samples] : counters_) {
-            for (const auto& [ns, frames] : samples) WriteCounter(name, ns, frames);
-        }
-        text_ += "\n]}\n";
-        return std::move(text_);
+        std::string text = Dumped({{"displayTimeUnit", "ms"}, {"otherData", metadata}});
+        text.pop_back();  // The closing brace.
+        return text + ",\"traceEvents\":[\n" + lines_ + "\n]}\n";
     }
 
   private:
-    std::string Micros(int64_t ns) const {
-        char text[40];
-        (void)std::snprintf(text, sizeof(text), "%.3f", static_cast<double>(ns) / 1e3);
-        return text;
+    static std::string Dumped(const ordered_json& json) {
+        return json.dump(-1, ' ', false, ordered_json::error_handler_t::replace);
     }
 
-    void Begin(const char* phase, const std::string& name, int64_t ns, Group group, int thread) {
-        if (!text_.ends_with("[\n")) text_ += ",\n";
-        text_ += std::string("{\"ph\":\"") + phase + "\",\"name\":" + JsonText(name) +
-                 ",\"ts\":" + Micros(std::max<int64_t>(ns - start_ns_, 0)) +
-                 ",\"pid\":" + std::to_string(static_cast<int>(group)) +
-                 ",\"tid\":" + std::to_string(thread);
+    // `more` are the members that events of this phase have beyond those of all events.
+    void WriteEvent(char phase, const std::string& name, int64_t ns, Group group, int thread,
+                    const ordered_json& more) {
+        ordered_json event = {{"ph", std::string(1, phase)},
+                              {"name", name},
+                              {"ts", Micros(std::max<int64_t>(ns - start_ns_, 0))},
+                              {"pid", static_cast<int>(group)},
+                              {"tid", thread}};
+        event.update(more);
+        if (!lines_.empty()) lines_ += ",\n";
+        lines_ += Dumped(event);
     }
 
-    void WriteGroup(Group group, const char* name) {
-        Begin("M", "process_name", start_ns_, group, 0);
-        text_ += ",\"args\":{\"name\":" + JsonText(name) + "}}";
-        Begin("M", "process_sort_index", start_ns_, group, 0);
-        text_ += ",\"args\":{\"sort_index\":" + std::to_string(static_cast<int>(group)) + "}}";
+    void WriteName(const std::string& what, const std::string& name, Group group, int thread,
+                   int place) {
+        WriteEvent('M', what + "_name", start_ns_, group, thread, {{"args", {{"name", name}}}});
+        WriteEvent('M', what + "_sort_index", start_ns_, group, thread,
+                   {{"args", {{"sort_index", place}}}});
     }
 
-    void WriteLane(const LaneKey& lane, std::vector<Event> events) {
+    void WriteLane(const LaneKey& lane, std::vector<TraceEvent> events) {
         // What holds another one comes first, and an arrow after the slice that it is tied to.
-        std::ranges::stable_sort(events, [](const Event& a, const Event& b) {
-            const auto place = [](const Event& event) {
-                return std::pair(event.begin_ns, event.phase == 'X' ? -event.end_ns : 1);
-            };
-            return place(a) < place(b);
+        std::ranges::stable_sort(events, {}, [](const TraceEvent& event) {
+            return std::pair(event.begin_ns, event.phase == 'X' ? -event.end_ns : 1);
         });
         for (int row = 1; !events.empty(); ++row) {
             ++thread_;
-            Begin("M", "thread_name", start_ns_, lane.group, thread_);
             const std::string suffix = row == 1 ? "" : " " + std::to_string(row);
-            text_ += ",\"args\":{\"name\":" + JsonText(lane.name + suffix) + "}}";
-            Begin("M", "thread_sort_index", start_ns_, lane.group, thread_);
-            text_ += ",\"args\":{\"sort_index\":" + std::to_string(thread_) + "}}";
+            WriteName("thread", lane.name + suffix, lane.group, thread_, thread_);
             events = WriteRow(lane.group, events, thread_);
         }
     }
 
     // Returns the slices that overlap others and go to a row of their own, arrows with them.
-    std::vector<Event> WriteRow(Group group, const std::vector<Event>& events, int thread) {
-        std::vector<Event> others;
+    std::vector<TraceEvent> WriteRow(Group group, const std::vector<TraceEvent>& events,
+                                     int thread) {
+        std::vector<TraceEvent> others;
         std::vector<int64_t> open;  // Ends of the slices around the current one.
         int64_t moved_ns = 0;       // The beginning of the latest slice that moved.
-        for (const Event& event : events) {
+        for (const TraceEvent& event : events) {
             while (!open.empty() && open.back() <= event.begin_ns) open.pop_back();
             const bool is_slice = event.phase == 'X';
-            const bool is_flow = event.phase != 'i' && !is_slice;
-            if ((is_slice && !open.empty() && event.end_ns > open.back()) ||
-                (is_flow && moved_ns == event.begin_ns)) {
+            const bool is_flow = !is_slice && event.phase != 'i';
+            const bool overlaps = is_slice && !open.empty() && event.end_ns > open.back();
+            if (overlaps) moved_ns = event.begin_ns;
+            if (overlaps || (is_flow && moved_ns == event.begin_ns)) {
                 others.push_back(event);
-                if (is_slice) moved_ns = event.begin_ns;
                 continue;
             }
             if (is_slice) open.push_back(event.end_ns);
@@ -157,160 +158,163 @@ class TraceWriter {
         return others;
     }
 
-    void WriteEvent(Group group, const Event& event, int thread) {
-        const char phase[] = {event.phase, '\0'};
-        Begin(phase, event.name, event.begin_ns, group, thread);
-        text_ += R"(,"cat":"sthal")";
-        switch (event.phase) {
-            case 'X':
-                text_ += ",\"dur\":" + Micros(event.end_ns - event.begin_ns);
-                break;
-            case 'i':
-                text_ += R"(,"s":"t")";
-                break;
-            default:
-                text_ += ",\"id\":" + std::to_string(event.flow) + R"(,"bp":"e")";
+    void WriteEvent(Group group, const TraceEvent& event, int thread) {
+        ordered_json more = {{"cat", "sthal"}};
+        if (event.phase == 'X') {
+            more["dur"] = Micros(event.end_ns - event.begin_ns);
+        } else if (event.phase == 'i') {
+            more["s"] = "t";
+        } else {
+            more.update({{"id", event.flow}, {"bp", "e"}});
         }
-        if (!event.detail.empty()) text_ += ",\"args\":{\"detail\":" + JsonText(event.detail) + "}";
-        text_ += '}';
+        if (!event.detail.empty()) more["args"]["detail"] = event.detail;
+        WriteEvent(event.phase, event.name, event.begin_ns, group, thread, more);
     }
 
-    void WriteCounter(const std::string& name, int64_t ns, size_t frames) {
-        Begin("C", name, ns, Group::kDsp, 0);
-        text_ += ",\"args\":{\"frames\":" + std::to_string(frames) + "}}";
-    }
+    static double Micros(int64_t ns) { return static_cast<double>(ns) / 1e3; }
 
     const int64_t start_ns_;
-    std::map<LaneKey, std::vector<Event>> lanes_;
-    std::map<std::string, std::vector<std::pair<int64_t, size_t>>> counters_;
+    std::map<LaneKey, std::vector<TraceEvent>> lanes_;
     int thread_ = 0;  // The latest lane's row, as the viewer counts them.
-    std::string text_;
+    std::string lines_;
 };
 
-std::string ResultDetail(const RecordedCall& call) {
-    std::string text = call.detail;
+std::string ResultDetail(const Call& call) {
+    std::string text = CallDetail(call);
     if (call.result) text += (text.empty() ? "-> " : " -> ") + std::to_string(*call.result);
     return text;
 }
 
 void AddCalls(const RunFacts& facts, TraceWriter& trace) {
-    for (const RecordedText& step : facts.steps) {
+    for (const DoneStep& step : StepsOf(facts)) {
         trace.Instant({Group::kAbove, "steps"}, step.ns, step.text);
     }
-    for (const RecordedCall& call : facts.calls) {
-        const bool is_framework = call.caller == RecordedCall::Caller::kFramework;
-        trace.Slice({Group::kAbove, is_framework ? kFrameworkLane : "audio service"}, call.begin_ns,
-                    call.end_ns, call.name, ResultDetail(call));
+    for (const Call& call : facts.calls) {
+        const char* const lane = IsOfFramework(call.operation) ? kFrameworkLane : "audio service";
+        trace.Slice({Group::kAbove, lane}, call.begin_ns, call.end_ns, CallName(call.operation),
+                    ResultDetail(call));
     }
-    for (const RecordedEvent& event : facts.events) {
+    for (const Event& event : facts.events) {
         trace.Slice({Group::kAbove, kCallbackLane}, event.entered_ns, event.returned_ns,
-                    "event of model " + std::to_string(event.handle), event.text);
+                    "event of model " + std::to_string(event.handle), ToText(event));
     }
 }
 
-int ControlThread(const RunFacts& facts) {
-    for (const RecordedLogLine& line : facts.log) {
-        if (line.text == "ControlThreadLoop: Enter") return line.thread;
+std::optional<int> ControlThread(const RunFacts& facts) {
+    for (const HalFact& fact : facts.hal) {
+        if (fact.As<ControlThreadStarted>() != nullptr) return fact.thread;
     }
-    return 0;
+    return std::nullopt;
 }
 
-// From the record's reading to the callback, or to the last that the control thread says of it.
-std::vector<std::pair<int64_t, int64_t>> ControlTurns(const RunFacts& facts, int control_thread,
-                                                      const std::vector<Detection>& detections) {
-    std::vector<std::pair<int64_t, int64_t>> turns;
+// A time in which the HAL's lock is held.
+struct Holding {
+    int64_t begin_ns = 0;
+    int64_t end_ns = 0;
+    const char* by = kControlLane;
+};
+
+// From a record's reading to the callback, or to the last that the control thread says of it.
+std::vector<Holding> ControlTurns(const RunFacts& facts, std::optional<int> control_thread,
+                                  const std::vector<DetectionTrail>& trails) {
+    std::vector<Holding> turns;
     constexpr int64_t kOneTurnNs = 50'000'000;
-    for (const Detection& detection : detections) {
-        const int64_t begin_ns = detection.At(Step::kRead);
+    for (const DetectionTrail& trail : trails) {
+        const int64_t begin_ns = trail.At(LatencyStep::kRead);
         if (begin_ns == 0) continue;
-        int64_t end_ns = detection.At(Step::kCallback);
-        const auto first = std::ranges::lower_bound(facts.log, begin_ns, {}, &RecordedLogLine::ns);
-        for (auto line = first; line != facts.log.end() && detection.handle == 0; ++line) {
+        int64_t end_ns = trail.At(LatencyStep::kCallback);
+        const auto first = std::ranges::lower_bound(facts.log, begin_ns, {}, &LogLine::ns);
+        for (auto line = first; line != facts.log.end() && trail.handle == 0; ++line) {
             if (line->ns > begin_ns + kOneTurnNs) break;
             if (line->thread == control_thread) end_ns = line->ns;
         }
-        turns.emplace_back(begin_ns, std::max(begin_ns, end_ns));
+        turns.push_back({begin_ns, std::max(begin_ns, end_ns)});
     }
     return turns;
 }
 
 // Nobody sees the lock from outside. Known is what takes it for as long as it runs; where two of
 // them overlap, the later one is taken to have waited for the earlier.
-void AddLock(const RunFacts& facts, const std::vector<std::pair<int64_t, int64_t>>& turns,
-             TraceWriter& trace) {
-    std::vector<Event> holders;
-    for (const RecordedCall& call : facts.calls) {
-        if (call.name != "getProperties") {
-            holders.push_back({call.begin_ns, call.end_ns, 'X', call.name, {}});
-        }
+void AddLock(const RunFacts& facts, std::vector<Holding> holdings, TraceWriter& trace) {
+    for (const Call& call : facts.calls) {
+        if (call.operation == Operation::kGetProperties) continue;
+        holdings.push_back({call.begin_ns, call.end_ns, CallName(call.operation)});
     }
-    for (const RecordedStream& stream : facts.streams) {
-        const int64_t end_ns = std::max(stream.opened_ns, stream.begin_ns);
-        holders.push_back({stream.begin_ns, end_ns, 'X', "open stream", {}});
+    for (const Stream& stream : facts.streams) {
+        holdings.push_back({stream.begin_ns, stream.opened_ns, "open stream"});
     }
-    for (const auto& [begin_ns, end_ns] : turns) {
-        holders.push_back({begin_ns, end_ns, 'X', kControlLane, {}});
-    }
-    std::ranges::sort(holders, {}, &Event::begin_ns);
+    std::ranges::sort(holdings, {}, &Holding::begin_ns);
     int64_t free_ns = 0;
-    for (const Event& holder : holders) {
-        const int64_t begin_ns = std::max(holder.begin_ns, free_ns);
-        if (begin_ns >= holder.end_ns) continue;
-        trace.Slice({Group::kHal, kLockLane}, begin_ns, holder.end_ns, holder.name,
+    for (const Holding& holding : holdings) {
+        const int64_t begin_ns = std::max(holding.begin_ns, free_ns);
+        if (begin_ns >= holding.end_ns) continue;
+        trace.Slice({Group::kHal, kLockLane}, begin_ns, holding.end_ns, holding.by,
                     "at most so long: derived from what is seen outside the HAL");
-        free_ns = holder.end_ns;
+        free_ns = holding.end_ns;
     }
 }
 
-void AddHal(const RunFacts& facts, const std::vector<Detection>& detections, TraceWriter& trace) {
-    const int control_thread = ControlThread(facts);
-    const auto turns = ControlTurns(facts, control_thread, detections);
-    for (const auto& [begin_ns, end_ns] : turns) {
-        trace.Slice({Group::kHal, kControlLane}, begin_ns, end_ns, "take a detection");
+void AddStream(const Stream& stream, TraceWriter& trace) {
+    const LaneKey lane{Group::kHal, kStreamLane};
+    const std::string where = "io handle " + std::to_string(stream.io_handle);
+    const bool is_open = stream.refusal == StreamRefusal::kNone;
+    trace.Slice(lane, stream.begin_ns, stream.opened_ns, is_open ? "open" : "open refused",
+                where + " " + RefusalText(stream));
+    for (const Read& read : stream.reads) {
+        trace.Slice(
+                lane, read.begin_ns, read.end_ns, read.is_silent ? "read, silence" : "read",
+                std::to_string(read.result) + " bytes, position " + std::to_string(read.position));
     }
-    for (const RecordedLogLine& line : facts.log) {
-        const bool is_control = control_thread != 0 && line.thread == control_thread;
-        trace.Instant({Group::kHal, is_control ? kControlLane : "log"}, line.ns, line.text,
-                      line.tag);
+    if (stream.closed_ns != 0) trace.Instant(lane, stream.closed_ns, "close", where);
+}
+
+void AddHal(const RunFacts& facts, const std::vector<DetectionTrail>& trails, TraceWriter& trace) {
+    const std::optional<int> control_thread = ControlThread(facts);
+    const std::vector<Holding> turns = ControlTurns(facts, control_thread, trails);
+    for (const Holding& turn : turns) {
+        trace.Slice({Group::kHal, kControlLane}, turn.begin_ns, turn.end_ns, "take a detection");
+    }
+    for (const LogLine& line : facts.log) {
+        const char* const lane = line.thread == control_thread ? kControlLane : "log";
+        trace.Instant({Group::kHal, lane}, line.ns, line.text, line.tag);
     }
     AddLock(facts, turns, trace);
-    for (const RecordedStream& stream : facts.streams) {
-        const LaneKey lane{Group::kHal, kStreamLane};
-        const std::string where = "io handle " + std::to_string(stream.io_handle);
-        trace.Slice(lane, stream.begin_ns, stream.opened_ns,
-                    stream.error.empty() ? "open" : "open refused", where + " " + stream.error);
-        for (const RecordedRead& read : stream.reads) {
-            trace.Slice(lane, read.begin_ns, read.end_ns, read.is_silent ? "read, silence" : "read",
-                        std::to_string(read.result) + " bytes, position " +
-                                std::to_string(read.position));
-        }
-        if (stream.closed_ns != 0) trace.Instant(lane, stream.closed_ns, "close", where);
-    }
+    for (const Stream& stream : facts.streams) AddStream(stream, trace);
+}
+
+// The port of an entry about a capture's audio.
+std::optional<PcmPort> PortOf(const JournalEntry& entry) {
+    using namespace virtual_dsp;
+    if (const auto* const ended = entry.As<CaptureEnded>()) return PortOf(ended->engine);
+    if (const auto* const replaced = entry.As<CaptureReplaced>()) return PortOf(replaced->engine);
+    if (const auto* const read = entry.As<CaptureReadBegun>()) return read->port;
+    if (const auto* const overrun = entry.As<CaptureOverrun>()) return overrun->port;
+    return std::nullopt;
 }
 
 // The node that an entry is about, or the part of the DSP.
 std::string DspLane(const JournalEntry& entry) {
-    for (const char* part : {"detector", "life", "microphone"}) {
-        if (entry.source == part) return entry.source;
-    }
-    if (entry.source == "fault") return kFaultLane;
-    if (entry.source != "pcm") return "node: " + entry.source;
-    return entry.text.starts_with("hotword") ? "node: hotword audio" : "node: ambient audio";
+    if (const auto port = PortOf(entry)) return "node: " + Name(*port) + " audio";
+    if (entry.As<virtual_dsp::FaultHit>() != nullptr) return kFaultLane;
+    const bool is_part = entry.As<virtual_dsp::DetectionRaised>() != nullptr ||
+                         entry.As<virtual_dsp::PowerChanged>() != nullptr ||
+                         entry.As<virtual_dsp::MicrophonePaused>() != nullptr;
+    return (is_part ? "" : "node: ") + std::string(SourceName(entry));
 }
 
 void AddDsp(const RunFacts& facts, TraceWriter& trace) {
     for (const JournalEntry& entry : facts.journal) {
-        trace.Instant({Group::kDsp, DspLane(entry)}, entry.boottime_ns, entry.text);
+        trace.Instant({Group::kDsp, DspLane(entry)}, entry.boottime_ns, ToText(entry));
     }
     for (const StateSpan& span : StateSpans(facts)) {
-        const bool is_client = span.subject.starts_with("client");
-        trace.Slice({is_client ? Group::kClients : Group::kDsp, span.subject}, span.begin_ns,
-                    span.end_ns, span.state);
+        const bool is_client = span.subject.kind == Subject::Kind::kClient;
+        trace.Slice({is_client ? Group::kClients : Group::kDsp, Name(span.subject)}, span.begin_ns,
+                    span.end_ns, Name(span.state));
     }
-    for (size_t i = 0; i < facts.playbacks.size(); ++i) {
-        const auto& heard = facts.playbacks[i].heard_ns;
-        if (heard.empty()) continue;
-        trace.Slice({Group::kDsp, "microphone"}, heard.front(), heard.back(),
+    for (size_t i = 0; i < facts.recordings.size(); ++i) {
+        const HeardTimes& heard = facts.recordings[i].heard;
+        if (heard.frames() == 0) continue;
+        trace.Slice({Group::kDsp, "microphone"}, heard.At(0), heard.At(heard.frames() - 1),
                     "recording " + std::to_string(i + 1));
     }
     for (const BufferFill& fill : facts.fills) {
@@ -319,30 +323,28 @@ void AddDsp(const RunFacts& facts, TraceWriter& trace) {
     }
 }
 
-void AddArrows(const RunFacts& facts, const std::vector<Detection>& detections,
+void AddArrows(const RunFacts& facts, const std::vector<DetectionTrail>& trails,
                TraceWriter& trace) {
     size_t id = 0;
-    for (const Detection& detection : detections) {
-        if (const int64_t instant_ns = detection.At(Step::kInstant); instant_ns != 0) {
-            trace.Instant({Group::kDsp, "microphone"}, instant_ns,
-                          Name(detection.engine) + ": what was detected ends here");
+    for (const DetectionTrail& trail : trails) {
+        const std::string engine = Name(trail.raised.engine);
+        if (const int64_t ended_ns = trail.At(LatencyStep::kHotwordEnd); ended_ns != 0) {
+            trace.Instant({Group::kDsp, "microphone"}, ended_ns,
+                          engine + ": what was detected ends here");
         }
         const LaneKey node{Group::kDsp, kNotificationNode};
-        const int64_t readable_ns = detection.At(Step::kReadable);
-        trace.Slice(node, readable_ns, detection.At(Step::kRead),
-                    Name(detection.engine) + " record waits");
-        if (detection.handle == 0) continue;
+        const int64_t readable_ns = trail.At(LatencyStep::kReadable);
+        trace.Slice(node, readable_ns, trail.At(LatencyStep::kRead), engine + " record waits");
+        if (trail.handle == 0) continue;
         trace.Flow(node, readable_ns, 's', ++id);
-        const int64_t callback_ns = detection.At(Step::kCallback);
         // Without captured audio the arrow ends at the callback.
-        const bool has_audio = detection.At(Step::kFirstAudio) != 0;
-        trace.Flow({Group::kAbove, kCallbackLane}, callback_ns, has_audio ? 't' : 'f', id);
-        if (!has_audio) continue;
-        for (const RecordedRead& read : facts.streams[*detection.stream].reads) {
-            if (read.end_ns != detection.At(Step::kFirstAudio)) continue;
-            trace.Flow({Group::kHal, kStreamLane}, read.begin_ns, 'f', id);
-            break;
-        }
+        const int64_t audio_ns = trail.At(LatencyStep::kFirstAudio);
+        trace.Flow({Group::kAbove, kCallbackLane}, trail.At(LatencyStep::kCallback),
+                   audio_ns != 0 ? 't' : 'f', id);
+        if (audio_ns == 0) continue;
+        const std::vector<Read>& reads = facts.streams[*trail.stream].reads;
+        const auto read = std::ranges::find(reads, audio_ns, &Read::end_ns);
+        if (read != reads.end()) trace.Flow({Group::kHal, kStreamLane}, read->begin_ns, 'f', id);
     }
 }
 
@@ -350,17 +352,18 @@ void AddArrows(const RunFacts& facts, const std::vector<Detection>& detections,
 
 std::string TraceJson(const RunFacts& facts) {
     TraceWriter trace(facts.start_ns);
-    const std::vector<Detection> detections = Detections(facts);
+    const std::vector<DetectionTrail> trails = DetectionTrails(facts);
     AddCalls(facts, trace);
-    AddHal(facts, detections, trace);
+    AddHal(facts, trails, trace);
     AddDsp(facts, trace);
-    AddArrows(facts, detections, trace);
-    return trace.Write(
-            "\"run\":" + JsonText(facts.title) + ",\"outcome\":" + JsonText(facts.verdict) +
-            ",\"left out\":" + std::to_string(facts.left_out) +
-            ",\"clock\":\"CLOCK_BOOTTIME since the run began\""
-            ",\"HAL lock (derived)\":\"made from the calls and control thread turns that take it; "
-            "the library reports no locks\"");
+    AddArrows(facts, trails, trace);
+    return trace.Write({{"run", facts.title},
+                        {"outcome", VerdictText(facts.verdict)},
+                        {"left out", facts.left_out},
+                        {"clock", "CLOCK_BOOTTIME since the run began"},
+                        {kLockLane,
+                         "made from the calls and control thread turns that take it; the library "
+                         "reports no locks"}});
 }
 
 }  // namespace sthal

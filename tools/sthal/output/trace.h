@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "tools/sthal/facts/record.h"
+#include "tools/sthal/facts/run_facts.h"
 
 namespace sthal {
 

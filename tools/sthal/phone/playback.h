@@ -1,64 +1,43 @@
 #pragma once
 
-#include <condition_variable>
+#include <android-base/thread_annotations.h>
+
+#include <cstddef>
 #include <cstdint>
 #include <future>
 #include <memory>
 #include <mutex>
-#include <vector>
 
-#include "host/virtual_dsp/board/microphone.h"
-#include "tools/audio/sound.h"
+#include "tools/sthal/facts/heard_times.h"
 
 namespace sthal {
 
-/**
- * The clock that a microphone stamps its blocks with, which remembers the latest stamp: it is how a
- * Playback knows when the DSP was told that a frame was heard.
- */
-class MicrophoneClock {
-  public:
-    int64_t Now();
-    int64_t latest_ns() const { return latest_ns_; }
-
-  private:
-    std::atomic<int64_t> latest_ns_{0};
-};
-
-/** A recording being played into the microphone. Thread-safe. */
+/** A recording that is being played into the microphones. Thread-safe. */
 class Playback {
   public:
-    // `clock` is the microphone's. A recording of one channel is heard by both microphones.
-    static std::shared_ptr<Playback> Begin(virtual_dsp::Microphone& microphone,
-                                           std::shared_ptr<MicrophoneClock> clock,
-                                           const audio::Sound& recording);
+    explicit Playback(size_t frames) : frames_(frames) {}
 
+    // --- for who plays it ---
+    // Once, before others see it. The future is ready when all was heard, or it was broken off.
+    void Begin(std::shared_future<bool> finished) { finished_ = std::move(finished); }
+    // The microphones heard it up to frame `end`; it began with their frame `first_frame`.
+    void AddHeard(uint64_t first_frame, size_t end, int64_t end_ns) EXCLUDES(lock_);
+
+    // --- for who waits for it ---
     bool IsFinished() const;
     size_t frames() const { return frames_; }
-    // Frames heard so far.
-    size_t heard_frames() const;
-    // The microphone's frame that the recording begins with; counts once something was heard.
-    uint64_t first_frame() const;
-    // The boot time at which a frame of the recording was heard; 0 while it has not been.
-    int64_t HeardAtNs(size_t frame) const;
+    size_t heard_frames() const EXCLUDES(lock_);
+    // The microphones' frame that it begins with; counts once something was heard.
+    uint64_t first_frame() const EXCLUDES(lock_);
+    // The boot time at which a frame was heard; 0 while it has not been.
+    int64_t HeardAtNs(size_t frame) const EXCLUDES(lock_);
 
   private:
-    struct Block {
-        size_t end;  // Frames of the recording heard with it.
-        int64_t start_ns;
-        int64_t end_ns;
-    };
-
-    Playback(std::shared_ptr<MicrophoneClock> clock, size_t frames);
-    void Heard(size_t frames, uint64_t microphone_position);
-
-    const std::shared_ptr<MicrophoneClock> clock_;
     const size_t frames_;
     std::shared_future<bool> finished_;
-
     mutable std::mutex lock_;
-    std::vector<Block> blocks_;  // Under lock_, as all below.
-    uint64_t first_frame_ = 0;
+    HeardTimes heard_ GUARDED_BY(lock_);
+    uint64_t first_frame_ GUARDED_BY(lock_) = 0;
 };
 
 }  // namespace sthal

@@ -45,31 +45,49 @@ std::string Expected(const NextWords& next, const std::string& found) {
     return text + (found == kEndOfLine ? found : "'" + found + "'");
 }
 
-// What stands between quotes, which begin at `at`; false when they are not closed.
-bool TakeQuoted(std::string_view line, size_t& at, std::string& word) {
-    const char quote = line[at++];
-    for (; at < line.size(); ++at) {
-        if (line[at] == quote) {
-            ++at;
-            return true;
+// Changes that make one word of the other; a swap of neighbours counts once.
+size_t Changes(std::string_view from, std::string_view to) {
+    // rows[i][j]: from the first i characters to the first j.
+    std::vector<std::vector<size_t>> rows(from.size() + 1, std::vector<size_t>(to.size() + 1));
+    for (size_t i = 0; i <= from.size(); ++i) {
+        for (size_t j = 0; j <= to.size(); ++j) {
+            if (i == 0 || j == 0) {
+                rows[i][j] = i + j;
+                continue;
+            }
+            const size_t changed = from[i - 1] == to[j - 1] ? 0 : 1;
+            rows[i][j] = std::min(
+                    {rows[i - 1][j] + 1, rows[i][j - 1] + 1, rows[i - 1][j - 1] + changed});
+            if (i > 1 && j > 1 && from[i - 1] == to[j - 2] && from[i - 2] == to[j - 1]) {
+                rows[i][j] = std::min(rows[i][j], rows[i - 2][j - 2] + 1);
+            }
         }
-        const bool is_escape = quote == '"' && line[at] == '\\' && at + 1 < line.size() &&
-                               (line[at + 1] == '"' || line[at + 1] == '\\');
-        word += line[is_escape ? ++at : at];
     }
-    return false;
+    return rows[from.size()][to.size()];
+}
+
+bool IsBlank(char letter) {
+    return letter == ' ' || letter == '\t' || letter == '\r';
 }
 
 }  // namespace
 
-std::string Values::Get(std::string_view option, const std::string& otherwise) const {
-    const auto found = options.find(option);
-    return found == options.end() ? otherwise : found->second;
+std::string Values::Get(std::string_view name, const std::string& otherwise) const {
+    const auto found = values_.find(name);
+    return found == values_.end() ? otherwise : found->second;
 }
 
-double Values::Number(std::string_view option, double otherwise) const {
-    const auto found = options.find(option);
-    return found == options.end() ? otherwise : std::strtod(found->second.c_str(), nullptr);
+double Values::Number(std::string_view name, double otherwise) const {
+    const auto found = values_.find(name);
+    return found == values_.end() ? otherwise : std::strtod(found->second.c_str(), nullptr);
+}
+
+double Values::Seconds(std::string_view name, double otherwise) const {
+    return ParseSeconds(Get(name)).value_or(otherwise);
+}
+
+void Values::Set(std::string_view name, std::string value) {
+    values_.insert_or_assign(std::string(name), std::move(value));
 }
 
 std::string NextWords::Describe() const {
@@ -89,34 +107,28 @@ std::string NextWords::Describe() const {
 }
 
 Form::Form(std::string_view text) {
-    const std::vector<std::string> words = SplitAt(text, ' ');
-    for (size_t i = 0; i < words.size(); ++i) {
-        std::string word = words[i];
-        Item item;
-        item.is_optional = word.starts_with('[');
-        if (item.is_optional) word.erase(0, 1);
-        bool is_open = item.is_optional;
-        const auto close = [&] {
-            if (word.ends_with(']')) {
-                word.pop_back();
-                is_open = false;
-            }
-            item.takes_rest = word.ends_with("...");
-            if (item.takes_rest) word.resize(word.size() - 3);
-        };
-        close();
+    Item item;
+    bool is_open = false;  // Within brackets.
+    for (std::string word : SplitAt(text, ' ')) {
+        if (word.starts_with('[')) {
+            item.is_optional = is_open = true;
+            word.erase(0, 1);
+        }
+        if (word.ends_with(']')) {
+            is_open = false;
+            word.pop_back();
+        }
+        item.takes_rest = word.ends_with("...");
+        if (item.takes_rest) word.resize(word.size() - 3);
         if (IsKindName(word)) {
             item.kind = FindKind(word);
         } else {
             item.literals = SplitAt(word, '|');
         }
-        if (is_open) {
-            word = words[++i];
-            close();
-            item.kind = FindKind(word);
-        }
+        const bool has_value = item.kind != nullptr;
+        if (is_open || (!has_value && !item.is_optional && item.literals.size() == 1)) continue;
         const bool is_option = item.is_optional && !item.literals.empty();
-        (is_option ? options_ : places_).push_back(std::move(item));
+        (is_option ? options_ : places_).push_back(std::exchange(item, {}));
     }
 }
 
@@ -125,107 +137,149 @@ bool Form::IsOption(std::string_view word) const {
                                [word](const Item& item) { return Contains(item.literals, word); });
 }
 
-// Takes one value off `words`. False, with the walk's error set, when the first one is none.
-bool Form::FollowValue(const Item& item, std::span<const std::string>& words, Walk& walk,
-                       std::string* value) const {
-    *value = words[0];
+// Takes a value off the words. False, with the walk's error set, when it is none.
+bool Form::FollowValue(const Item& item, std::string_view name, Walk& walk) {
+    std::string value = walk.words[0];
     if (item.takes_rest) {
-        for (const std::string& word : words.subspan(1)) *value += " " + word;
+        walk.rest = walk.words;
+        walk.rest_kind = item.kind;
+        for (const std::string& word : walk.words.subspan(1)) value += " " + word;
     }
-    const bool is_literal = item.kind == nullptr;
-    const bool fits = is_literal ? Contains(item.literals, *value) : Fits(*item.kind, *value);
-    if (!fits) {
-        walk.error = !is_literal && item.kind->explain ? item.kind->explain(*value)
-                                                       : Expected(walk.next, words[0]);
+    if (!Fits(*item.kind, value)) {
+        walk.error =
+                item.kind->explain ? item.kind->explain(value) : Expected(walk.next, walk.words[0]);
         return false;
     }
-    words = words.subspan(item.takes_rest ? words.size() : 1);
-    if (!is_literal && item.kind == FindKind("TIME") && !words.empty() && IsUnit(words[0])) {
-        *value += words[0];
-        words = words.subspan(1);
+    walk.words = walk.words.subspan(item.takes_rest ? walk.words.size() : 1);
+    if (item.kind == FindKind("TIME") && !walk.words.empty() && IsUnit(walk.words[0])) {
+        value += walk.words[0];
+        walk.words = walk.words.subspan(1);
     }
+    walk.values.Set(name, std::move(value));
+    walk.next = {};
     return true;
 }
 
-bool Form::FollowOptions(std::span<const std::string> words, Walk& walk) const {
+// Takes an item off the words. False when it is not there, with the walk's error set if something
+// else is.
+bool Form::FollowItem(const Item& item, Walk& walk) {
+    std::string_view name = item.kind == nullptr ? "" : item.kind->name;
+    if (!item.literals.empty()) {
+        if (walk.next.literals.empty()) walk.next.literals = item.literals;
+        if (walk.words.empty()) return false;
+        if (!Contains(item.literals, walk.words[0])) {
+            walk.error = Expected(walk.next, walk.words[0]);
+            return false;
+        }
+        name = walk.words[0];
+        walk.words = walk.words.subspan(1);
+        walk.values.Set(name, "");
+        walk.next = {};
+    }
+    if (item.kind == nullptr) return true;
+    walk.next.kinds.push_back(item.kind);
+    return !walk.words.empty() && FollowValue(item, name, walk);
+}
+
+bool Form::FollowOptions(Walk& walk) const {
     while (true) {
         for (const Item& item : options_) {
             if (!walk.values.Has(item.literals[0])) {
                 walk.next.literals.push_back(item.literals[0]);
             }
         }
-        if (words.empty()) return true;
-        const auto item = std::ranges::find_if(
-                options_, [&](const Item& option) { return option.literals[0] == words[0]; });
-        if (item == options_.end() || walk.values.Has(words[0])) {
-            walk.error = Expected(walk.next, words[0]);
+        if (walk.words.empty()) return true;
+        const auto item = std::ranges::find_if(options_, [&](const Item& option) {
+            return option.literals[0] == walk.words[0] && !walk.values.Has(walk.words[0]);
+        });
+        if (item == options_.end()) {
+            walk.error = Expected(walk.next, walk.words[0]);
             return false;
         }
-        std::string& value = walk.values.options[words[0]];
-        words = words.subspan(1);
-        walk.next = {};
-        if (item->kind == nullptr) continue;
-        walk.next.kinds.push_back(item->kind);
-        if (words.empty()) return false;
-        if (!FollowValue(*item, words, walk, &value)) return false;
-        walk.next = {};
+        if (!FollowItem(*item, walk)) return false;
     }
 }
 
 Form::Walk Form::Follow(std::span<const std::string> words) const {
-    Walk walk;
+    Walk walk{.words = words};
     for (const Item& item : places_) {
-        if (item.kind != nullptr) {
+        if (item.is_optional && walk.words.empty()) {
             walk.next.kinds.push_back(item.kind);
-        } else {
-            walk.next.literals = item.literals;
-        }
-        if (words.empty()) {
-            if (item.is_optional) continue;
-            return walk;
-        }
-        if (item.is_optional && IsOption(words[0])) {
-            walk.next = {};
             continue;
         }
-        std::string value;
-        if (!FollowValue(item, words, walk, &value)) return walk;
-        if (item.is_optional) walk.values.options[item.kind->name] = value;
-        if (!item.is_optional) walk.values.words.push_back(value);
-        walk.next = {};
+        if (item.is_optional && IsOption(walk.words[0])) continue;
+        if (!FollowItem(item, walk)) return walk;
     }
-    walk.is_complete = FollowOptions(words, walk);
+    walk.is_complete = FollowOptions(walk);
     return walk;
 }
 
-audio::Result<Values> Form::Match(std::span<const std::string> words) const {
-    using Matched = audio::Result<Values>;
+host::Result<Values> Form::Match(std::span<const std::string> words) const {
     Walk walk = Follow(words);
-    if (!walk.error.empty()) return Matched::Error(walk.error);
-    if (!walk.is_complete) return Matched::Error(Expected(walk.next, kEndOfLine));
-    return Matched::Of(std::move(walk.values));
+    if (!walk.error.empty()) return host::Error(walk.error);
+    if (!walk.is_complete) return host::Error(Expected(walk.next, kEndOfLine));
+    return std::move(walk.values);
 }
 
 NextWords Form::Next(std::span<const std::string> words) const {
     Walk walk = Follow(words);
-    return walk.error.empty() ? walk.next : NextWords{};
+    if (walk.rest_kind == nullptr) return walk.error.empty() ? walk.next : NextWords{};
+    if (!walk.rest_kind->next_words) return {};
+    return {.literals = walk.rest_kind->next_words(walk.rest), .kinds = {}};
 }
 
-audio::Result<std::vector<std::string>> SplitWords(std::string_view line) {
-    using Split = audio::Result<std::vector<std::string>>;
+host::Result<std::vector<std::string>> SplitWords(std::string_view line, const NamedTexts& texts) {
     std::vector<std::string> words;
-    for (size_t at = 0;;) {
-        at = line.find_first_not_of(" \t\r", at);
-        if (at == std::string_view::npos || line[at] == '#') return Split::Of(std::move(words));
-        std::string& word = words.emplace_back();
-        while (at < line.size() && std::string_view(" \t\r").find(line[at]) == line.npos) {
-            if (line[at] != '"' && line[at] != '\'') {
-                word += line[at++];
-            } else if (!TakeQuoted(line, at, word)) {
-                return Split::Error("expected a closing quote, found the end of the line");
-            }
+    char quote = 0;
+    bool is_in_word = false;
+    for (size_t at = 0; at < line.size(); ++at) {
+        const char letter = line[at];
+        const std::string_view after = line.substr(at + 1);
+        if (quote == 0 && IsBlank(letter)) {
+            is_in_word = false;
+            continue;
+        }
+        if (!is_in_word && letter == '#') break;
+        const size_t name_size =
+                letter == '$' && !texts.empty()
+                        ? std::min(after.find_first_not_of(kNameLetters), after.size())
+                        : 0;
+        if (!std::exchange(is_in_word, true)) words.emplace_back();
+        std::string& word = words.back();
+        if (quote == 0 ? letter == '"' || letter == '\'' : letter == quote) {
+            quote = quote == 0 ? letter : 0;
+        } else if (quote == '"' && letter == '\\' && after.find_first_of("\"\\") == 0) {
+            word += line[++at];
+        } else if (name_size != 0) {
+            const std::string name(after.substr(0, name_size));
+            const auto text = texts.find(name);
+            if (text == texts.end()) return host::Error(UnknownValue("$" + name, texts));
+            word += text->second;
+            at += name_size;
+        } else {
+            word += letter;
         }
     }
+    if (quote == 0) return words;
+    return host::Error("expected a closing quote, found the end of the line");
+}
+
+std::string JoinWords(std::span<const std::string> words) {
+    std::string line;
+    for (const std::string& word : words) {
+        if (!line.empty()) line += ' ';
+        if (!word.empty() && word.find_first_of(" \t\r\"'#") == std::string::npos) {
+            line += word;
+            continue;
+        }
+        line += '"';
+        for (const char letter : word) {
+            if (letter == '"' || letter == '\\') line += '\\';
+            line += letter;
+        }
+        line += '"';
+    }
+    return line;
 }
 
 std::optional<std::string> NearestMatch(std::string_view typed,
@@ -235,30 +289,26 @@ std::optional<std::string> NearestMatch(std::string_view typed,
     std::optional<std::string> nearest;
     size_t fewest = std::max<size_t>(1, word.size() / 3) + 1;
     for (const std::string& name : names) {
-        // Changes from the first i characters of `word` to the first j of `name`; `before` holds
-        // the rows i - 1 and i - 2, for a swap of neighbours counts once.
-        std::vector<std::vector<size_t>> rows(word.size() + 1,
-                                              std::vector<size_t>(name.size() + 1));
-        for (size_t i = 0; i <= word.size(); ++i) {
-            for (size_t j = 0; j <= name.size(); ++j) {
-                if (i == 0 || j == 0) {
-                    rows[i][j] = i + j;
-                    continue;
-                }
-                const size_t changed = word[i - 1] == name[j - 1] ? 0 : 1;
-                rows[i][j] = std::min(
-                        {rows[i - 1][j] + 1, rows[i][j - 1] + 1, rows[i - 1][j - 1] + changed});
-                if (i > 1 && j > 1 && word[i - 1] == name[j - 2] && word[i - 2] == name[j - 1]) {
-                    rows[i][j] = std::min(rows[i][j], rows[i - 2][j - 2] + 1);
-                }
-            }
-        }
-        const size_t changes = rows[word.size()][name.size()];
+        const size_t changes = Changes(word, name);
         if (changes >= fewest) continue;
         fewest = changes;
         nearest = name;
     }
     return nearest;
+}
+
+std::string DidYouMean(std::string_view typed, std::span<const std::string> names) {
+    const auto nearest = NearestMatch(typed, names);
+    return nearest ? "; did you mean '" + *nearest + "'?" : "";
+}
+
+std::string UnknownValue(const std::string& found, const NamedTexts& texts) {
+    std::vector<std::string> names;
+    for (const auto& [name, ignored] : texts) names.push_back(name);
+    std::string text = "expected the name of a value";
+    for (const std::string& name : names) text += (name == names[0] ? " (" : ", ") + name;
+    text += names.empty() ? ", found '" : "), found '";
+    return text + found + "'" + DidYouMean(found.substr(found[0] == '$' ? 1 : 0), names);
 }
 
 }  // namespace sthal

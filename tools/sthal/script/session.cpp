@@ -4,75 +4,82 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <chrono>
 #include <condition_variable>
-#include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <thread>
 #include <utility>
 
 #include "host/virtual_dsp/board/example_tuning.h"
-#include "host/virtual_dsp/dsp/sound_model.h"
-#include "host/virtual_dsp/nodes/fault_text.h"
+#include "tools/sthal/output/finding_texts.h"
+#include "tools/sthal/phone/virtual_phone.h"
 
 namespace sthal {
 
 namespace {
 
-using ::aidl::android::media::soundtrigger::RecognitionConfig;
-using ::aidl::android::media::soundtrigger::SoundModelType;
 using std::chrono::steady_clock;
-using ::vendor::quarno::brindlecove::audio::hal::audio::router::RoutingGraph;
+using virtual_dsp::BoottimeNow;
 
 constexpr std::chrono::milliseconds kLookAgain{1};
 constexpr std::chrono::seconds kOnItsWay{1};
 constexpr size_t kKeptLogLines = 2000;
 
-size_t FramesOf(double seconds) {
-    return static_cast<size_t>(seconds * audio::kSampleRateHz);
+host::Result<std::unique_ptr<Phone>> Boot(const SessionOptions& options, RunRecord& record) {
+    if (options.boot) return options.boot(record);
+    return BootVirtualPhone({.speed = options.speed,
+                             .noise_seed = options.seed,
+                             .tuning_file = virtual_dsp::ExampleTuningFile()},
+                            record);
 }
 
 }  // namespace
 
-audio::Result<std::unique_ptr<Session>> Session::Begin(const SessionOptions& options,
-                                                       Terminal& terminal) {
-    using Begun = audio::Result<std::unique_ptr<Session>>;
-    std::unique_ptr<Session> session(new Session(options, terminal));
-    if (!options.title.empty()) session->timeline_.record().Enable(options.title);
-    PhoneOptions phone_options;
-    phone_options.speed = options.speed;
-    phone_options.tuning_file = virtual_dsp::ExampleTuningFile();
-    phone_options.noise_seed = options.seed;
-    phone_options.on_log = [self = session.get()](std::string_view line) {
-        std::lock_guard lock(self->log_lock_);
-        self->log_.emplace_back(line);
-        if (self->log_.size() > kKeptLogLines) self->log_.pop_front();
-    };
-    phone_options.on_model_piece = [self = session.get()] { self->progress_.AddModelPiece(); };
-    auto phone = Phone::Boot(phone_options, session->timeline_);
-    if (!phone) return Begun::Error(phone.error);
-    session->phone_ = std::move(*phone.value);
-    session->ClearFaults();
-    (void)session->phone_->Initialize();
-    session->phone_->ReportDsp(true);
-    session->let_go_ = std::jthread([self = session.get()](const std::stop_token& stop) {
-        self->LetGoWhenInterrupted(stop);
-    });
-    return Begun::Of(std::move(session));
-}
-
-Session::Session(const SessionOptions& options, Terminal& terminal)
-    : options_(options),
+Session::Session(SessionOptions options, Terminal& terminal)
+    : options_(std::move(options)),
       terminal_(terminal),
-      timeline_([&terminal](std::string_view text) { terminal.Print(text); }) {}
+      record_([this](const Fact& fact) { Take(fact); }),
+      timeline_([this](std::string_view text) { terminal_.Print(text); }, record_.start_ns()) {
+    if (!options_.title.empty()) record_.Enable(options_.title);
+}
 
 Session::~Session() = default;
 
+void Session::Take(const Fact& fact) {
+    if (!options_.is_shown || options_.is_shown(fact)) timeline_.Show(fact);
+    progress_.Follow(fact);
+    if (const auto* const line = std::get_if<LogLine>(&fact)) {
+        std::lock_guard lock(log_lock_);
+        log_.push_back(line->text);
+        if (log_.size() > kKeptLogLines) log_.pop_front();
+    }
+}
+
+host::Result<void> Session::StartPhone() {
+    auto phone = Boot(options_, record_);
+    if (!phone.ok()) return host::Error(phone.error());
+    phone_ = std::move(*phone);
+    if (phone_->board() != nullptr) ClearFaults();
+    if (phone_->service() != nullptr) {
+        (void)service().Initialize();
+        service().ReportDsp(true);
+    }
+    fault_lifter_ = std::jthread(
+            [this](const std::stop_token& stop) { LiftFaultsWhenInterruptedInVain(stop); });
+    return {};
+}
+
+host::Result<void> Session::CheckParts(PhoneParts needed) const {
+    if (Include(options_.parts, needed)) return {};
+    const bool wants_service =
+            !Include(options_.parts, PhoneParts::kService) && Include(needed, PhoneParts::kService);
+    return host::Error(wants_service ? "expected a phone with an audio service; this one is a DSP"
+                                     : "expected a phone on the virtual board; this one is not");
+}
+
 // A call that a fault holds cannot be interrupted. Who has asked for the end and does not get it
 // wants it let go, so that the run still comes to its report.
-void Session::LetGoWhenInterrupted(const std::stop_token& stop) {
+void Session::LiftFaultsWhenInterruptedInVain(const std::stop_token& stop) {
     constexpr std::chrono::milliseconds kLook{100};
     constexpr int kPatience = 10;  // Looks.
     std::mutex mutex;
@@ -81,28 +88,51 @@ void Session::LetGoWhenInterrupted(const std::stop_token& stop) {
     const auto never = [] { return false; };
     for (int asked = 0; !stop.stop_requested(); stopped.wait_for(lock, stop, kLook, never)) {
         asked = IsInterrupted() ? asked + 1 : 0;
-        if (asked != kPatience) continue;
+        if (asked != kPatience || phone_->board() == nullptr) continue;
         Say("interrupted, but a call goes on: all faults are lifted");
-        phone_->board().faults().Clear();
+        board().faults().Clear();
     }
 }
 
-std::string Session::End(const std::string& verdict, const RunFiles& files) {
-    let_go_ = {};
-    ClearFaults();  // Nothing may be held by one when it is taken down.
+Verdict Session::VerdictOn(const VerbResult& result, std::string subject) const {
+    Verdict verdict{.kind = Verdict::Kind::kHeld,
+                    .subject = std::move(subject),
+                    .failure = result.failure,
+                    .delivery = delivery_};
+    if (result.kind == VerbResult::Kind::kInterrupted) verdict.kind = Verdict::Kind::kInterrupted;
+    if (result.kind == VerbResult::Kind::kFailed) verdict.kind = Verdict::Kind::kFailed;
+    if (verdict.kind != Verdict::Kind::kHeld) return verdict;
+    if (result.kind == VerbResult::Kind::kNothingSpoken) {
+        verdict.kind = Verdict::Kind::kNothingSpoken;
+    }
+    const Service* const service = phone_ == nullptr ? nullptr : phone_->service();
+    if (service != nullptr) verdict.broken = service->broken_rule();
+    if (verdict.broken) verdict.kind = Verdict::Kind::kFailed;
+    return verdict;
+}
+
+host::Result<void> Session::End(const Verdict& verdict, const RunFiles& files) {
+    fault_lifter_ = {};
+    if (last_fault_) ClearFaults();  // Nothing may be held by one when it is taken down.
     capture_.reset();
     phone_.reset();
     if (!files.AreWanted()) return {};
-    timeline_.record().SetVerdict(verdict);
+    record_.SetVerdict(verdict);
     progress_.Show("writing the run's files");
-    std::string problem = WriteRunFiles(timeline_.record(), files);
+    const auto written = WriteRunFiles(record_.Snapshot(), files);
     progress_.End();
-    return problem;
+    return written;
 }
 
 // --- models ---
 
-Session::Model* Session::FindModel(const std::string& name) {
+std::vector<std::string> Session::ModelNames() const {
+    std::vector<std::string> names;
+    for (const auto& [name, ignored] : models_) names.push_back(name);
+    return names;
+}
+
+Session::LoadedModel* Session::FindModel(const std::string& name) {
     if (const auto found = models_.find(name); found != models_.end()) return &found->second;
     for (auto& [other, model] : models_) {
         if (std::to_string(model.handle) == name) return &model;
@@ -110,182 +140,114 @@ Session::Model* Session::FindModel(const std::string& name) {
     return nullptr;
 }
 
-Outcome Session::Returned(bool succeeded) {
-    last_result_ = phone_->last_result();
-    if (!succeeded) failed_result_ = last_result_;
-    return {};
+void Session::NoteResult(int result) {
+    last_result_ = result;
+    if (result != 0) failed_result_ = result;
 }
 
 std::optional<int> Session::TakeFailedResult() {
     return std::exchange(failed_result_, std::nullopt);
 }
 
-Outcome Session::Load(const LoadRequest& request) {
-    virtual_dsp::SoundModel model;
-    model.engine =
-            request.is_generic ? virtual_dsp::Engine::kAmbientMusic : virtual_dsp::Engine::kHotword;
-    model.threshold = static_cast<float>(request.threshold);
-    model.pcm_template = request.pattern.samples;
-    const std::vector<uint8_t> bytes = virtual_dsp::BuildSoundModel(model, request.total_bytes);
-    progress_.BeginModel(bytes.size());
-    const auto handle =
-            phone_->Load(request.is_generic ? SoundModelType::GENERIC : SoundModelType::KEYPHRASE,
-                         bytes, request.name);
-    progress_.End();
-    if (handle) {
-        models_[request.name] = {.handle = *handle,
-                                 .is_generic = request.is_generic,
-                                 .io_handle = 0,
-                                 .pattern = request.pattern};
-    }
-    return Returned(handle.has_value());
-}
-
-Outcome Session::Call(const std::string& name, bool (Phone::*call)(int handle)) {
-    int handle = 0;
-    if (const Model* model = FindModel(name)) {
-        handle = model->handle;
-    } else if (const auto [end, problem] =
-                       std::from_chars(name.data(), name.data() + name.size(), handle);
-               problem != std::errc() || end != name.data() + name.size()) {
-        return Outcome::Expected("the name of a model or a handle", "'" + name + "'");
-    }
-    return Returned((*phone_.*call)(handle));
-}
-
-Outcome Session::Unload(const std::string& name) {
-    Outcome outcome = Call(name, &Phone::Unload);
-    if (outcome.ok() && last_result_ == 0) {
-        std::erase_if(models_, [&](const auto& entry) {
-            return entry.first == name || std::to_string(entry.second.handle) == name;
-        });
-    }
-    return outcome;
-}
-
-Outcome Session::Start(const std::string& name, const RecognitionConfig& config, int io_handle) {
-    Model* const model = FindModel(name);
-    if (model == nullptr) return Outcome::Expected("the name of a model", "'" + name + "'");
-    const bool started = phone_->Start(model->handle, io_handle, config);
-    if (started) model->io_handle = io_handle;
-    return Returned(started);
-}
-
 // --- the room ---
 
-Outcome Session::Play(const audio::Sound& recording) {
-    playback_ = phone_->PlayRecording(recording);
-    char text[80];
-    (void)std::snprintf(text, sizeof(text), "playing %.1f s at %g times real time",
-                        audio::Seconds(recording.frames()), options_.speed);
-    Say(text);
-    return {};
+void Session::Play(const audio::Sound& recording, std::shared_ptr<const audio::Sound> said,
+                   size_t said_at) {
+    playback_ = phone_->Play(recording, std::move(said), said_at);
 }
 
 bool Session::WaitUntil(const std::function<bool()>& done, double seconds, bool exactly) {
-    const virtual_dsp::Microphone& microphone = phone_->board().microphone();
-    const uint64_t end = microphone.Position() + FramesOf(seconds);
+    const uint64_t end =
+            phone_->HeardFrames() + static_cast<uint64_t>(seconds * audio::kSampleRateHz);
     std::optional<steady_clock::time_point> deadline;
     bool is_done = false;
     while (!(is_done = done()) && !IsInterrupted()) {
-        if (!deadline && microphone.Position() >= end) {
+        if (!deadline && phone_->HeardFrames() >= end) {
             deadline = steady_clock::now();
             if (!exactly) *deadline += kOnItsWay;
         }
         if (deadline && steady_clock::now() >= *deadline) break;
-        if (playback_ != nullptr) progress_.ShowPlayback(*playback_);
+        if (playback_ != nullptr) {
+            progress_.ShowPlayback(playback_->heard_frames(), playback_->frames());
+        }
         std::this_thread::sleep_for(kLookAgain);
     }
     progress_.End();
     return is_done;
 }
 
-Outcome Session::NotInTime(const std::string& what, const std::string& seen) const {
-    if (IsInterrupted()) return {.kind = Outcome::Kind::kInterrupted, .text = {}};
-    return Outcome::Expected(what, seen);
+VerbResult Session::NotInTime(std::string what, std::string seen) const {
+    if (IsInterrupted()) return VerbResult::Interrupted();
+    return VerbResult::Expected(std::move(what), std::move(seen));
 }
 
 // --- events ---
 
-std::optional<FrameworkEvent> Session::TakeEvent(std::optional<int> handle) {
-    while (auto event = phone_->framework().Wait(steady_clock::time_point::min())) {
-        events_.push_back(std::move(*event));
-    }
-    const auto found = std::ranges::find_if(events_, [&](const FrameworkEvent& event) {
-        return !handle || event.handle == *handle;
-    });
+std::optional<Event> Session::TakeEvent(std::optional<int> handle) {
+    while (auto event = service().framework().Take()) events_.push_back(std::move(*event));
+    const auto found = std::ranges::find_if(
+            events_, [&](const Event& event) { return !handle || event.handle == *handle; });
     if (found == events_.end()) return std::nullopt;
     last_event_ = *found;
     events_.erase(found);
     return last_event_;
 }
 
-std::string Session::DescribeEvents() {
+std::string Session::DescribeEvents() const {
     std::string text;
-    for (const FrameworkEvent& event : events_) {
-        text += (text.empty() ? "" : "; ") + event.ToString();
-    }
+    for (const Event& event : events_) text += (text.empty() ? "" : "; ") + ToText(event);
     return text.empty() ? "no event" : text;
 }
 
 // --- captures ---
 
-Outcome Session::StartCapture(const CaptureOptions& options, double seconds,
-                              const std::string& file) {
-    if (Outcome stopped = StopCapture(); !stopped.ok()) return stopped;
+VerbResult Session::StartCapture(const CaptureOptions& options, const CaptureReader::Until& until,
+                                 const std::string& file) {
+    if (VerbResult stopped = StopCapture(); !stopped.ok()) return stopped;
     std::filesystem::path path;
     if (!file.empty()) {
         path = std::filesystem::path(options_.output_folder) / file;
         // Now, and not after the capture.
         if (access(path.parent_path().c_str(), W_OK) != 0) {
-            return Outcome::Failed("cannot write into the folder of " + path.string() + ": " +
-                                   std::strerror(errno) + "; choose another one");
+            return VerbResult::Failed("cannot write into the folder of " + path.string() + ": " +
+                                      std::strerror(errno) + "; choose another one");
         }
     }
-    auto opened = Capture::Open(*phone_, options);
-    last_result_ = opened ? 0 : -EINVAL;
-    if (!opened) {
-        failed_result_ = last_result_;
-        timeline_.Line(Lane::kCapture, opened.error);
-        return {};
-    }
+    auto stream = CaptureStream::Open(*phone_, record_, options);
+    NoteResult(stream.ok() ? 0 : -EINVAL);
+    if (!stream.ok()) return {};
     const bool is_ambient =
-            !options.is_internal_force && std::ranges::any_of(models_, [&](const auto& entry) {
+            !options.is_internal && std::ranges::any_of(models_, [&](const auto& entry) {
                 return entry.second.io_handle == options.io_handle && entry.second.is_generic;
             });
-    capture_ = std::make_unique<CaptureJob>(
-            *phone_, std::move(*opened.value),
-            seconds > 0 ? std::optional(FramesOf(seconds)) : std::nullopt, is_ambient,
-            path.string());
+    capture_ = std::make_unique<CaptureReader>(*phone_, std::move(*stream), until, is_ambient,
+                                               path.string());
     return {};
 }
 
-Outcome Session::StopCapture() {
-    if (capture_ == nullptr) return {};
-    const std::string problem = capture_->Stop();
-    return problem.empty() ? Outcome{} : Outcome::Failed(problem);
+VerbResult Session::StopCapture() {
+    return capture_ == nullptr ? VerbResult{} : VerbResult::Of(capture_->Stop());
+}
+
+VerbResult Session::AwaitCapture(double seconds) {
+    if (capture_ == nullptr) return VerbResult::Expected("a capture", "none so far");
+    const auto ended = [this] { return capture_->IsFinished(); };
+    if (WaitUntil(ended, seconds * std::max(1.0, options_.speed))) return StopCapture();
+    return NotInTime("the end of the capture", "it going on");
 }
 
 // --- around the HAL ---
 
-Outcome Session::RestartService() {
-    Outcome stopped = StopCapture();
+VerbResult Session::RestartService() {
+    VerbResult stopped = StopCapture();
     capture_.reset();
     models_.clear();
-    phone_->RestartService();
+    service().Restart();
     return stopped;
 }
 
-Outcome Session::AddFault(const std::string& text) {
-    std::string error;
-    const auto script = virtual_dsp::ParseFaults("on " + text, &error);
-    if (!script) return Outcome::Failed(error);
-    last_fault_ = phone_->board().faults().Add(script->rules[0]);
-    return {};
-}
-
 void Session::ClearFaults() {
-    phone_->board().faults().Load({.seed = options_.seed, .rules = {}});
+    board().faults().Load({.seed = options_.seed, .rules = {}});
     last_fault_.reset();
 }
 
@@ -295,9 +257,9 @@ void Session::Route(const std::string& usecase, const std::string& device) {
     } else {
         routes_[usecase] = device;
     }
-    RoutingGraph graph;
-    for (const auto& [source, sink] : routes_) graph.edges.push_back({source, sink});
-    phone_->Route(graph);
+    std::vector<sthal::Route> routes;
+    for (const auto& [source, sink] : routes_) routes.push_back({source, sink});
+    service().SetRoutes(std::move(routes));
 }
 
 bool Session::HasLogged(const std::string& text) {

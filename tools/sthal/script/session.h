@@ -1,6 +1,6 @@
 #pragma once
 
-#include <aidl/android/media/soundtrigger/RecognitionConfig.h>
+#include <android-base/thread_annotations.h>
 
 #include <deque>
 #include <functional>
@@ -13,156 +13,201 @@
 #include <thread>
 #include <vector>
 
-#include "host/virtual_dsp/nodes/faults.h"
+#include "host/common/result.h"
+#include "host/virtual_dsp/board/board.h"
 #include "tools/audio/sound.h"
+#include "tools/sthal/facts/run_record.h"
 #include "tools/sthal/output/progress.h"
 #include "tools/sthal/output/run_files.h"
 #include "tools/sthal/output/terminal.h"
-#include "tools/sthal/phone/capture_job.h"
+#include "tools/sthal/output/timeline.h"
+#include "tools/sthal/phone/capture_reader.h"
 #include "tools/sthal/phone/phone.h"
+#include "tools/sthal/script/recording.h"
 
 namespace sthal {
+
+// What of a phone there is, or is needed: bits.
+enum class PhoneParts : unsigned {
+    kNone = 0,
+    kRoom = 1,  // Every phone has microphones, and a room around it.
+    kBoard = kRoom | 2,
+    kService = kRoom | 4,
+    kAll = kBoard | kService,
+};
+constexpr bool Include(PhoneParts parts, PhoneParts needed) {
+    return (static_cast<unsigned>(needed) & ~static_cast<unsigned>(parts)) == 0;
+}
 
 struct SessionOptions {
     double speed = 1.0;
     uint32_t seed = 1;                     // Of the noise in the room and of the faults.
     std::string output_folder = ".";       // Which exists.
     std::string title{};                   // Of the run's files; empty: none will be written.
-    std::function<bool()> is_interrupted;  // Asked while something is waited for.
+    std::function<bool()> is_interrupted;  // Asked while something is waited for, on any thread.
+    // Which facts the timeline shows, on any thread; all, without it.
+    std::function<bool(const Fact& fact)> is_shown{};
+    PhoneParts parts = PhoneParts::kAll;  // Of the phone that `boot` gives.
+    // Without it, a phone on the virtual board.
+    std::function<host::Result<std::unique_ptr<Phone>>(RunRecord& record)> boot{};
 };
 
-// How a verb ended.
-struct Outcome {
-    enum class Kind { kDone, kFailed, kInterrupted };
+// How a verb, or a scenario, ended.
+struct VerbResult {
+    enum class Kind { kDone, kFailed, kInterrupted, kNothingSpoken };
     Kind kind = Kind::kDone;
-    std::string text{};  // Of a failure: what was expected and what was seen.
+    // Of what failed; none where the session's delivery tells.
+    std::optional<Failure> failure{};
 
     bool ok() const { return kind == Kind::kDone; }
-    static Outcome Failed(std::string text) { return {Kind::kFailed, std::move(text)}; }
-    static Outcome Expected(const std::string& what, const std::string& seen) {
-        return Failed("expected " + what + "; saw " + seen);
+    static VerbResult Failed(std::string text) { return Expected(std::move(text), {}); }
+    static VerbResult Expected(std::string what, std::string seen) {
+        return {Kind::kFailed, Failure{.expected = std::move(what), .seen = std::move(seen)}};
+    }
+    static VerbResult Interrupted() { return {.kind = Kind::kInterrupted}; }
+    static VerbResult Of(const host::Result<void>& result) {
+        return result.ok() ? VerbResult{} : Failed(result.error());
     }
 };
 
 /**
- * A phone that verbs are carried out on, with the models, recordings and captures that they name.
+ * A run: a phone that verbs are carried out on, with the models, recordings and captures that they
+ * name, and the record of it.
  *
  * Times are the room's: one second is what the microphones hear in a second, however fast they are
  * played to. So a sequence of verbs means the same at every speed. Used by one thread.
  */
 class Session {
   public:
-    struct Model {
+    // That the end of a capture is waited for, where the verbs say nothing else.
+    static constexpr double kCaptureSeconds = 10;
+
+    struct LoadedModel {
         int handle = 0;
         bool is_generic = false;
-        int io_handle = 0;
+        int io_handle = 0;  // Of its latest start.
         audio::Sound pattern{};
     };
-    struct LoadRequest {
-        bool is_generic = false;
-        std::string name;
-        audio::Sound pattern;
-        double threshold = 0;
-        size_t total_bytes = 0;
-    };
-
-    // Boots a phone whose DSP is online. Must run on the board.
-    static audio::Result<std::unique_ptr<Session>> Begin(const SessionOptions& options,
-                                                         Terminal& terminal);
+    Session(SessionOptions options, Terminal& terminal);
     ~Session();
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
-    // Ends the phone, which no other operation may follow, and writes the run's files. Returns what
-    // is wrong with them, or nothing.
-    std::string End(const std::string& verdict, const RunFiles& files);
+    // Boots the phone, with its DSP online. Must run on the board.
+    host::Result<void> StartPhone();
+    bool HasPhone() const { return phone_ != nullptr; }
+    // Whether there is what a verb needs, once the phone is started.
+    host::Result<void> CheckParts(PhoneParts needed) const;
 
+    // What is to be said of the run when its last verb has ended so.
+    Verdict VerdictOn(const VerbResult& result, std::string subject) const;
+    // Ends the phone, which no other operation may follow, and writes the run's files.
+    host::Result<void> End(const Verdict& verdict, const RunFiles& files);
+
+    // --- what verbs act on; those that need a part are carried out only where it is ---
     Phone& phone() { return *phone_; }
+    Service& service() { return *phone_->service(); }
+    virtual_dsp::Board& board() { return *phone_->board(); }
     Terminal& terminal() { return terminal_; }
+    Timeline& timeline() { return timeline_; }
+    RunRecord& record() { return record_; }
     const SessionOptions& options() const { return options_; }
     // Another one for each recording that is made, by the seed of the session.
     uint64_t NextSeed() { return options_.seed + recordings_++; }
-    void Say(const std::string& text) { timeline_.Line(Lane::kTool, text); }
-    void Show(const std::string& text) { timeline_.Block(text); }
+    // A remark of the tool's.
+    void Say(std::string text) { record_.AddRemark(std::move(text)); }
+    void Show(const std::string& text) { timeline_.ShowBlock(text); }
 
     // --- models ---
-    const std::map<std::string, Model>& models() const { return models_; }
+    std::map<std::string, LoadedModel>& models() { return models_; }
+    std::vector<std::string> ModelNames() const;
     // By name or by handle; null when there is none.
-    Model* FindModel(const std::string& name);
-    Outcome Load(const LoadRequest& request);
-    Outcome Unload(const std::string& name);
-    Outcome ReadProperties() { return Returned(phone_->ReadProperties()); }
-    Outcome Start(const std::string& name,
-                  const ::aidl::android::media::soundtrigger::RecognitionConfig& config,
-                  int io_handle);
-    // Calls the phone with the handle of a model.
-    Outcome Call(const std::string& name, bool (Phone::*call)(int handle));
+    LoadedModel* FindModel(const std::string& name);
+    static VerbResult NoSuchModel(const std::string& name) {
+        return VerbResult::Expected("the name of a model", "'" + name + "'");
+    }
 
-    // The result of the latest call that returned one other than 0, once: whoever expects it takes
-    // it, and whoever goes on without finds it.
-    std::optional<int> TakeFailedResult();
-    // Of the latest call of the HAL, or none so far.
+    // What the latest call of the HAL returned.
+    void NoteResult(int result);
     std::optional<int> last_result() const { return last_result_; }
+    // The same once, if it is not 0: whoever expects it takes it, and whoever goes on without finds
+    // it.
+    std::optional<int> TakeFailedResult();
 
     // --- the room ---
-    // Plays a recording after those that are still playing.
-    Outcome Play(const audio::Sound& recording);
+    // Plays a recording after those that are still playing; see Phone::Play().
+    void Play(const audio::Sound& recording, std::shared_ptr<const audio::Sound> said = {},
+              size_t said_at = 0);
     // What was played last, or null.
-    const Playback* playback() const { return playback_.get(); }
+    const std::shared_ptr<Playback>& playback() const { return playback_; }
     // Waits until `done`, for `seconds` in the room and then a second by the clock on the wall for
     // what is on its way; or, `exactly`, for no longer than that. False when it did not come, or on
     // an interrupt.
     bool WaitUntil(const std::function<bool()>& done, double seconds, bool exactly = false);
     bool IsInterrupted() const { return options_.is_interrupted && options_.is_interrupted(); }
-    Outcome NotInTime(const std::string& what, const std::string& seen) const;
+    VerbResult NotInTime(std::string what, std::string seen) const;
+
+    // The one that the run is about, if it is about one.
+    std::optional<Recording>& recording() { return recording_; }
+    bool HasDetection() const { return recording_ && recording_->detection; }
 
     // --- events ---
     // Takes the oldest event that nobody has taken yet, of one model or of any.
-    std::optional<FrameworkEvent> TakeEvent(std::optional<int> handle);
-    const std::optional<FrameworkEvent>& last_event() const { return last_event_; }
+    std::optional<Event> TakeEvent(std::optional<int> handle);
+    const std::optional<Event>& last_event() const { return last_event_; }
     // Those not taken, one after another, or "no event".
-    std::string DescribeEvents();
+    std::string DescribeEvents() const;
 
     // --- captures ---
-    Outcome StartCapture(const CaptureOptions& options, double seconds, const std::string& file);
-    Outcome StopCapture();
+    VerbResult StartCapture(const CaptureOptions& options, const CaptureReader::Until& until,
+                            const std::string& file);
+    VerbResult StopCapture();
+    // Waits for the capture's end, in seconds by the clock on the wall: that is the pace of silence
+    // in place of audio, whatever the speed.
+    VerbResult AwaitCapture(double seconds);
     // The latest, running or not; null before the first.
-    CaptureJob* capture() { return capture_.get(); }
+    CaptureReader* capture() { return capture_.get(); }
+    // What became of the detection that the run is about, for its verdict.
+    void SetDelivery(Delivery delivery) { delivery_ = std::move(delivery); }
+    const std::optional<Delivery>& delivery() const { return delivery_; }
 
     // --- around the HAL ---
     // The audio service, and with it the HAL, starts anew: all models are gone.
-    Outcome RestartService();
-    Outcome AddFault(const std::string& text);
+    VerbResult RestartService();
+    void AddFault(const virtual_dsp::FaultRule& rule) { last_fault_ = board().faults().Add(rule); }
     void ClearFaults();
     std::optional<size_t> last_fault() const { return last_fault_; }
     void Route(const std::string& usecase, const std::string& device);
-    bool HasLogged(const std::string& text);
-    void ForgetLog();
+    // Among the latest 2000 lines.
+    bool HasLogged(const std::string& text) EXCLUDES(log_lock_);
+    void ForgetLog() EXCLUDES(log_lock_);
 
   private:
-    Session(const SessionOptions& options, Terminal& terminal);
-    Outcome Returned(bool succeeded);
-    void LetGoWhenInterrupted(const std::stop_token& stop);
+    void Take(const Fact& fact) EXCLUDES(log_lock_);
+    void LiftFaultsWhenInterruptedInVain(const std::stop_token& stop);
 
     const SessionOptions options_;
     Terminal& terminal_;
     Progress progress_{terminal_};
-    Timeline timeline_;
     std::mutex log_lock_;
-    std::deque<std::string> log_;  // Under log_lock_; the latest lines.
+    std::deque<std::string> log_ GUARDED_BY(log_lock_);
+    RunRecord record_;
+    Timeline timeline_;
 
-    std::map<std::string, Model> models_;
+    std::map<std::string, LoadedModel> models_;
     std::map<std::string, std::string> routes_;
-    std::deque<FrameworkEvent> events_;
-    std::optional<FrameworkEvent> last_event_;
+    std::deque<Event> events_;  // Not taken yet.
+    std::optional<Event> last_event_;
     std::optional<size_t> last_fault_;
     std::optional<int> failed_result_;
     std::optional<int> last_result_;
+    std::optional<Delivery> delivery_;
     uint64_t recordings_ = 0;
     std::shared_ptr<Playback> playback_;
+    std::optional<Recording> recording_;
     std::unique_ptr<Phone> phone_;
-    std::unique_ptr<CaptureJob> capture_;  // After the phone: it ends first.
-    std::jthread let_go_;                  // Last: it uses the phone.
+    std::unique_ptr<CaptureReader> capture_;  // After the phone: it ends first.
+    std::jthread fault_lifter_;               // Last: it uses the phone.
 };
 
 }  // namespace sthal

@@ -2,13 +2,13 @@
 #include "tools/sthal/script/value_kinds.h"
 
 #include <array>
-#include <cerrno>
 #include <charconv>
-#include <cstring>
 
 #include "audio/hal/utils/constants/devices.h"
 #include "audio/hal/utils/constants/usecases.h"
 #include "host/virtual_dsp/nodes/fault_text.h"
+#include "tools/sthal/facts/hal_log.h"
+#include "tools/sthal/script/verbs.h"
 
 namespace sthal {
 
@@ -28,15 +28,34 @@ std::optional<Number> ToNumber(std::string_view text) {
     return number;
 }
 
-bool IsIn(std::optional<double> number, double least, double most) {
-    return number && *number >= least && *number <= most;
+// What fits a number, within limits.
+template <typename Number>
+auto Any() {
+    return [](std::string_view text) { return ToNumber<Number>(text).has_value(); };
+}
+
+template <typename Number>
+auto Between(Number least, Number most) {
+    return [=](std::string_view text) {
+        const auto number = ToNumber<Number>(text);
+        return number && *number >= least && *number <= most;
+    };
 }
 
 // The rule without "on", as a fault script has it.
 std::string FaultProblem(std::string_view text) {
-    std::string error;
-    if (virtual_dsp::ParseFaults("on " + std::string(text), &error)) return {};
-    return error.substr(error.find(": ") + 2);
+    const auto rule = virtual_dsp::ParseFault("on " + std::string(text));
+    return rule.ok() ? "" : rule.error();
+}
+
+std::vector<std::string> NextFaultWords(std::span<const std::string> words) {
+    return virtual_dsp::NextFaultWords(words.size());
+}
+
+std::vector<std::string> StateNames() {
+    std::vector<std::string> names;
+    for (const ClientState state : kClientStates) names.emplace_back(Name(state));
+    return names;
 }
 
 std::vector<std::string> UsageNames() {
@@ -53,46 +72,33 @@ std::vector<std::string> Names(std::initializer_list<std::string_view> names) {
 const std::vector<ValueKind>& Kinds() {
     // clang-format off
     static const std::vector<ValueKind> kinds = {
-        {"BYTES", "a size up to 64M, such as 200K", {}, [](auto text) {
-            const auto bytes = ParseBytes(text);
-            return bytes && *bytes <= kMaxModelBytes; }},
-        {"CHANNELS", "a number of channels", {"1", "2"}, {}},
-        {"COUNT", "a whole number from 0 to 4294967295", {}, [](auto text) {
-            return ToNumber<uint32_t>(text).has_value(); }},
+        {"BYTES", "a size up to 64M, such as 200K", {}, [](auto text) { return ParseBytes(text).value_or(SIZE_MAX) <= kMaxModelBytes; }},
+        {"CHANNELS", "a number of channels", {"1", "2"}},
+        {"COUNT", "a whole number from 0 to 4294967295", {}, Any<uint32_t>()},
         {"DATA", "a text", {}, [](auto) { return true; }},
-        {"DECIBELS", "decibels from -100 to 40", {}, [](auto text) {
-            return IsIn(ToNumber<double>(text), -100, 40); }},
-        {"DEVICE", "a device", Names({hal_utils::kSpeaker, hal_utils::kUsbDock,
-            hal_utils::kSpeakerSafe, hal_utils::kSpeakerEarpiece, "headset", "none"}), {}},
-        {"FAULT", "a fault such as: command reply id=227 times=1 errno=EIO", {}, [](auto text) {
-            return FaultProblem(text).empty(); }, FaultProblem},
-        {"FILE", "a file", {}, {}},
-        {"KIND", "a kind of event", {"phrase", "generic"}, {}},
-        {"LEVEL", "a log level", {"verbose", "debug", "info", "warning", "error"}, {}},
-        {"MODEL", "the name of a model", {}, {}},
-        {"NAME", "a name", {}, {}},
-        {"NUMBER", "a whole number", {}, [](auto text) {
-            return ToNumber<int32_t>(text).has_value(); }},
-        {"PERCENT", "0 to 100", {}, [](auto text) {
-            return IsIn(ToNumber<int>(text), 0, 100); }},
-        {"RATIO", "a number from 0 to 1", {}, [](auto text) {
-            return IsIn(ToNumber<double>(text), 0, 1); }},
-        {"RESULT", "a result such as 0, -22 or -EINVAL", {}, [](auto text) {
-            return ParseStatus(text).has_value(); }},
-        {"SEED", "a seed: a whole number from 0 to 4294967295", {}, [](auto text) {
-            return ToNumber<uint32_t>(text).has_value(); }},
-        {"SPEED", "a speed from 0.1 to 16", {}, [](auto text) {
-            return IsIn(ToNumber<double>(text), 0.1, 16); }},
-        {"STATE", "a runtime state", {"ModelUnloaded", "ModelLoaded", "StartDetecting", "CallbackProcessing", "Buffering", "InternalForceDetected"}, {}},
-        {"STATUS", "a recognition status", {"SUCCESS", "ABORTED", "FAILURE", "FORCED"}, {}},
-        {"TAG", "a log tag, or how it begins", {}, {}},
-        {"TEXT", "a text", {}, {}},
-        {"TIME", "a time up to an hour, such as 2.5s or 300ms", {}, [](auto text) {
-            return IsIn(ParseSeconds(text), 0, kMaxSeconds); }},
-        {"USAGE", "a usage", UsageNames(), {}},
-        {"USECASE", "a usecase", Names({hal_utils::kPrimaryPlayback, hal_utils::kDeepBufferPlayback,
-            hal_utils::kCompressOffloadPlayback, hal_utils::kHapticPlayback}), {}},
-        {"VERB", "a verb", {}, {}},
+        {"DECIBELS", "decibels from -100 to 40", {}, Between<double>(-100, 40)},
+        {"DEVICE", "a device", Names({hal_utils::kSpeaker, hal_utils::kUsbDock, hal_utils::kSpeakerSafe, hal_utils::kSpeakerEarpiece, "headset", "none"})},
+        {"FAULT", "a fault such as: command reply id=227 times=1 errno=EIO", {}, [](auto text) { return FaultProblem(text).empty(); }, FaultProblem, NextFaultWords},
+        {"FILE", "a file", {}},
+        {"FRAME", "a whole number", {}, Any<uint64_t>()},
+        {"KIND", "a kind of event", {"phrase", "generic"}},
+        {"LEVEL", "a log level", {"verbose", "debug", "info", "warning", "error"}},
+        {"MODEL", "the name of a model", {}},
+        {"NAME", "a name", {}},
+        {"NUMBER", "the number of an engine", {"1", "2", "3"}},
+        {"PERCENT", "0 to 100", {}, Between(0, 100)},
+        {"RATIO", "a number from 0 to 1", {}, Between<double>(0, 1)},
+        {"RESULT", "a result such as 0, -22 or -EINVAL", {}, [](auto text) { return ParseStatus(text).has_value(); }},
+        {"SEED", "a seed: a whole number from 0 to 4294967295", {}, Any<uint32_t>()},
+        {"SPEED", "a speed from 0.1 to 16", {}, Between(0.1, 16.0)},
+        {"STATE", "a runtime state", StateNames()},
+        {"STATUS", "a recognition status", {"SUCCESS", "ABORTED", "FAILURE", "FORCED"}},
+        {"TAG", "a log tag, or how it begins", {}},
+        {"TEXT", "a text", {}},
+        {"TIME", "a time up to an hour, such as 2.5s or 300ms", {}, [](auto text) { const double seconds = ParseSeconds(text).value_or(-1); return seconds >= 0 && seconds <= kMaxSeconds; }},
+        {"USAGE", "a usage", UsageNames()},
+        {"USECASE", "a usecase", Names({hal_utils::kPrimaryPlayback, hal_utils::kDeepBufferPlayback, hal_utils::kCompressOffloadPlayback, hal_utils::kHapticPlayback})},
+        {"VERB", "a verb", {}, {}, {}, NextVerbWords},
     };
     // clang-format on
     return kinds;
@@ -149,12 +155,8 @@ std::optional<size_t> ParseBytes(std::string_view text) {
 std::optional<int> ParseStatus(std::string_view text) {
     if (const auto number = ToNumber<int>(text)) return number;
     if (!text.starts_with("-E")) return std::nullopt;
-    constexpr int kHighestErrno = 133;
-    for (int number = 1; number <= kHighestErrno; ++number) {
-        const char* const name = strerrorname_np(number);
-        if (name != nullptr && text.substr(1) == name) return -number;
-    }
-    return std::nullopt;
+    const auto number = virtual_dsp::ErrnoOf(text.substr(1));
+    return number ? std::optional(-*number) : std::nullopt;
 }
 
 }  // namespace sthal

@@ -10,20 +10,22 @@
 
 namespace sthal {
 
-// One verb of the shell and of scenarios. The table of verbs is all there is to one: its arguments'
-// form checks, completes and explains them.
+// One verb of the shell and of scenarios: all there is to it. The form of its arguments checks,
+// completes and explains them.
 struct Verb {
-    enum class Where { kAnywhere, kBeginning, kShell };
+    enum class Where { kAnywhere, kBeginning, kScenario, kShell };
 
     const char* name;  // One or more words.
     const char* form;  // Of the arguments; see Form.
     const char* help;  // A sentence without its full stop.
-    Outcome (*run)(Session& session,
-                   const Values& values);  // Null at the beginning, or in a shell.
+    PhoneParts needs = PhoneParts::kNone;
+    // Null of what is no action: the parser or the shell takes it.
+    VerbResult (*run)(Session& session, const Values& values) = nullptr;
+    // What is wrong with the words and the files that the values name, as far as it can be found
+    // out without a phone. Null where there is nothing to find.
+    host::Result<void> (*check)(const Values& values) = nullptr;
     Where where = Where::kAnywhere;
-    // What is wrong with the words and the files that the values name, or nothing: what can be
-    // found out without a phone. Null where there is nothing to find.
-    std::string (*find_problem)(const Values& values) = nullptr;
+    bool tells_itself = false;  // Its line need not be shown.
 };
 
 // A line that can be carried out.
@@ -32,8 +34,9 @@ struct Command {
     Values values{};
 };
 
-// What a line says, or "expected ..., found ...".
-audio::Result<Command> ParseCommand(std::string_view line);
+// What a line's words say, or "expected ..., found ...".
+host::Result<Command> ParseCommand(std::span<const std::string> words);
+host::Result<Command> ParseLine(std::string_view line);
 
 // Words that may follow the given ones, and kinds of values.
 NextWords CompleteCommand(std::span<const std::string> words);
@@ -42,11 +45,8 @@ NextWords CompleteCommand(std::span<const std::string> words);
 // common comes several times.
 std::vector<std::string> NextVerbWords(std::span<const std::string> words);
 
-// What is said of a line that begins with no verb.
-std::string UnknownVerb(std::string_view line);
-
 // Every verb with its form and its sentence, as lines of text; `topic` restricts it to verbs that
-// begin so. Empty when none does.
-std::string VerbHelp(std::string_view topic = {});
+// begin so. The error says that none does.
+host::Result<std::string> VerbHelp(std::string_view topic = {});
 
 }  // namespace sthal

@@ -2,7 +2,7 @@
 
 namespace vendor::quarno::brindlecove::audio::hal {
 
-/** Is told of battery and charger events, on the notifier's thread. */
+/** Gets battery and charger events, on the notifier's thread. */
 class PowerEventListener {
   public:
     virtual ~PowerEventListener() = default;

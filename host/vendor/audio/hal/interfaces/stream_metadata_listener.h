@@ -7,7 +7,7 @@
 
 namespace vendor::quarno::brindlecove::audio::hal {
 
-/** Is told which tracks the streams carry, on the notifier's thread. */
+/** Gets reports of the tracks that the streams carry, on the notifier's thread. */
 class StreamMetadataListener {
   public:
     virtual ~StreamMetadataListener() = default;

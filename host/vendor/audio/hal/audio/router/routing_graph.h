@@ -18,7 +18,7 @@ struct RoutingGraph {
     std::vector<RoutingEdge> edges;
 };
 
-/** Is told by the audio router what is routed where. */
+/** Gets the audio router's reports of what is routed where. */
 class RoutingGraphListener {
   public:
     virtual ~RoutingGraphListener() = default;
@@ -26,7 +26,7 @@ class RoutingGraphListener {
     /** `graph` is complete: a connection that is not in it is gone. */
     virtual void OnRoutingGraphChanged(const RoutingGraph& graph) = 0;
 
-    /** Of each device's connections, the ones that decide on its settings. */
+    /** `edges` has, of each device's connections, those that decide on its settings. */
     virtual void OnHighestPriorityEdgesChanged(const std::vector<RoutingEdge>& edges) = 0;
 };
 

@@ -7,8 +7,8 @@ namespace vendor::quarno::brindlecove::audio::hal::utils {
 /**
  * A device node (or any other file) that is opened, polled, read and written by plain system calls.
  *
- * Owns its descriptor and closes it on destruction. Allocates nothing, so that it can be made and
- * opened on a path that must not allocate. Not thread-safe: one thread at a time uses an object.
+ * Owns its descriptor and closes it on destruction. Allocates nothing, so code that must not
+ * allocate can use it. Not thread-safe: one thread at a time uses an object.
  */
 class File {
   public:
@@ -16,7 +16,7 @@ class File {
     static constexpr int kPathBytes = 256;
 
     /**
-     * Remembers what to open; touches no file.
+     * Stores what to open; touches no file.
      *
      * @param path   NUL-terminated; copied. Null counts as empty.
      * @param flags  As for open(2); O_CLOEXEC is always added. A flag that creates the file makes
@@ -35,8 +35,8 @@ class File {
     [[nodiscard]] int Open();
 
     /**
-     * Opens the file, trying again for as long as it fails: a node appears only once its driver has
-     * come up.
+     * Opens the file, and tries again after a failure, because a node appears only when its driver
+     * has come up.
      *
      * @param attempts  How often to try; anything below 1 counts as 1.
      * @param delay_us  Microseconds to wait between two attempts (not after the last one), in full
@@ -48,17 +48,17 @@ class File {
     /**
      * Waits until a read would find data.
      *
-     * @param timeout_ms  Milliseconds to wait; 0 only looks, a negative value waits without limit.
-     *                    Signals do not prolong the wait.
-     * @return 0 there is data, also when the other end has hung up behind it; -ETIMEDOUT; -EIO the
-     *         device reports an error or a hang-up and has no data; -EBADF the file is not open;
-     *         another negative errno if the wait itself failed.
+     * @param timeout_ms  Milliseconds to wait; 0 does not wait, a negative value waits without
+     *                    limit. Signals do not prolong the wait.
+     * @return 0 there is data, even if the other end has hung up after sending it; -ETIMEDOUT; -EIO
+     *         the device reports an error or a hang-up and has no data; -EBADF the file is not
+     *         open; another negative errno if the wait itself failed.
      */
     [[nodiscard]] int PollIn(int timeout_ms);
 
     /**
-     * Reads once. An interrupted read is handed to the caller, who knows whether to stop or to go
-     * on.
+     * Reads once. An interrupted read is reported to the caller, because only the caller knows
+     * whether to stop or to go on.
      *
      * @param size  Bytes that `buffer` holds; negative is refused with EINVAL.
      * @return Bytes read, 0 at the end of the file, or -1 with errno set (EAGAIN: non-blocking and
@@ -67,8 +67,8 @@ class File {
     [[nodiscard]] int Read(char* buffer, int size);
 
     /**
-     * Writes once. A driver takes each write as a whole, so the rest of a short write is not sent
-     * after it.
+     * Writes once. After a short write it does not send the rest, because a driver takes each write
+     * as a whole message.
      *
      * @param size  Bytes of `data`; negative is refused with EINVAL.
      * @return Bytes written, which may be fewer than `size`, or -1 with errno set.
@@ -78,10 +78,10 @@ class File {
     /** Closes the descriptor; does nothing when there is none. The file can be opened again. */
     void Close();
 
-    /** The descriptor, or -1 while closed. It stays this object's. */
+    /** The descriptor, or -1 while closed. This object still owns it. */
     int fd() const { return fd_; }
 
-    /** What is opened; its first bytes only, for a path that is too long. */
+    /** The path of the file; only its first bytes if it is too long. */
     const char* path() const { return path_.data(); }
 
   private:

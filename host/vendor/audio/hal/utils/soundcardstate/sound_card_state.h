@@ -7,13 +7,15 @@
 
 namespace vendor::quarno::brindlecove::audio::hal::utils::soundcardstate {
 
-/** Is told when the sound card, and with it the DSP, comes up or goes down. */
+/** Gets a report when the sound card, and with it the DSP, comes up or goes down. */
 class SoundCardStateListener {
   public:
     virtual ~SoundCardStateListener() = default;
 
-    /** On the monitor's thread. Reports come one after the other, in order; the same state may come
-     * twice. */
+    /**
+     * Called on the monitor's thread. Reports come one after the other, in order. The same state
+     * may come twice.
+     */
     virtual void OnSoundCardStateChanged(bool online) = 0;
 };
 
@@ -32,8 +34,8 @@ class SoundCardState {
     SoundCardState& operator=(const SoundCardState&) = delete;
 
     /**
-     * Adds a listener, not owned, which hears of every report that begins from now on; it is not
-     * told the present state.
+     * Adds a listener, which this object does not own. The listener gets every report that begins
+     * from now on, but not the present state.
      *
      * @return false for null and for a listener that is registered already.
      */
@@ -41,8 +43,8 @@ class SoundCardState {
 
     /**
      * Removes a listener; one that is not registered is ignored. Waits for a running report to end:
-     * once this has returned, the listener is not called any more and may be destroyed. So the
-     * caller holds no lock that a listener takes.
+     * after the return, the listener is not called any more and may be destroyed. So the caller
+     * must not hold a lock that a listener takes.
      */
     void UnregisterListener(SoundCardStateListener* listener) EXCLUDES(report_lock_)
             EXCLUDES(lock_);
@@ -51,9 +53,9 @@ class SoundCardState {
     [[nodiscard]] bool IsOnline() const EXCLUDES(lock_);
 
     /**
-     * Stores the state and tells every listener, also when the state is the same as before.
-     * Concurrent reports wait for one another, so that all listeners see them in one order and
-     * IsOnline is never older than what a listener was told.
+     * Stores the state and reports it to every listener, even if it is the same as before.
+     * Concurrent reports wait for one another. So all listeners see them in the same order, and
+     * IsOnline never returns an older state than a listener has got.
      */
     void Report(bool online) EXCLUDES(report_lock_) EXCLUDES(lock_);
 

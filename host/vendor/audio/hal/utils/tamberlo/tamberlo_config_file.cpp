@@ -41,20 +41,16 @@ class Reader {
   public:
     explicit Reader(std::span<const uint8_t> image) : image_(image) {}
 
-    [[nodiscard]] TuningFileResult Read() {
-        TuningFileResult result;
+    [[nodiscard]] host::Result<TuningFile, TuningFileError> Read() {
         TuningFile file;
-        if (ReadHeader(&result.version) && ReadModes(&file)) {
-            result.file = std::move(file);
-        } else {
-            result.error = std::move(error_);
-        }
-        return result;
+        if (ReadHeader() && ReadModes(&file)) return file;
+        return ::android::base::unexpected(std::move(error_));
     }
 
   private:
     bool Fail(size_t offset, std::string what) {
-        error_ = {.offset = offset, .what = std::move(what)};
+        error_.offset = offset;
+        error_.what = std::move(what);
         return false;
     }
 
@@ -67,7 +63,7 @@ class Reader {
         return true;
     }
 
-    bool ReadHeader(std::optional<uint32_t>* stated_version) {
+    bool ReadHeader() {
         if (image_.size() < kMagic.size() ||
             !std::equal(kMagic.begin(), kMagic.end(), image_.begin())) {
             return Fail(0, "does not begin like a tuning file");
@@ -77,7 +73,7 @@ class Reader {
         uint32_t length = 0;
         uint32_t checksum = 0;
         if (!ReadU32("version", &version)) return false;
-        *stated_version = version;
+        error_.version = version;
         // Nothing after the version may be taken for granted in a file of another version.
         if (version != kTuningFileVersion) {
             return Fail(kVersionOffset, "version " + std::to_string(version) + ", not " +
@@ -187,11 +183,11 @@ class Writer {
 
 }  // namespace
 
-TuningFileResult ReadTuningFile(std::span<const uint8_t> image) {
+host::Result<TuningFile, TuningFileError> ReadTuningFile(std::span<const uint8_t> image) {
     return Reader(image).Read();
 }
 
-std::optional<std::vector<uint8_t>> WriteTuningFile(const TuningFile& file) {
+host::Result<std::vector<uint8_t>> WriteTuningFile(const TuningFile& file) {
     Writer writer;
     writer.Bytes(kMagic);
     writer.U32(kTuningFileVersion);
@@ -212,7 +208,10 @@ std::optional<std::vector<uint8_t>> WriteTuningFile(const TuningFile& file) {
         }
     }
     std::vector<uint8_t>& image = writer.image();
-    if (image.size() > kMaxTuningFileBytes) return std::nullopt;
+    if (image.size() > kMaxTuningFileBytes) {
+        return host::Error("makes a file of more than " + std::to_string(kMaxTuningFileBytes) +
+                           " bytes");
+    }
     writer.PatchU32(kLengthOffset, image.size());
     writer.PatchU32(kChecksumOffset, Checksum(std::span(image).subspan(kChecksummedFrom)));
     return std::move(image);

@@ -8,10 +8,12 @@
 #include <string>
 #include <vector>
 
+#include "host/common/result.h"
+
 // The tuning file, decoded and encoded. docs/tuning_file.md has the layout.
 namespace vendor::quarno::brindlecove::audio::hal::utils::tamberlo {
 
-/** The version that is read and written here. */
+/** The only version that these functions read and write. */
 inline constexpr uint32_t kTuningFileVersion = 1;
 
 /** A larger file is refused; real ones have a few kilobytes. */
@@ -36,32 +38,25 @@ struct TuningFile {
 };
 
 struct TuningFileError {
-    size_t offset = 0;  // Bytes from the start of the image to the field that is wrong.
-    std::string what;   // One line without an end.
-};
-
-/** What ReadTuningFile found out about an image. */
-struct TuningFileResult {
-    // Stated by the file, also when the rest of it is malformed or of another version; empty when
-    // the image does not begin like a tuning file.
+    // As the file states it; empty when the image does not begin like a tuning file.
     std::optional<uint32_t> version;
-    // Whole or absent: never a part of a malformed file.
-    std::optional<TuningFile> file;
-    // Valid when there is no file.
-    TuningFileError error;
+    size_t offset = 0;  // Bytes from the start of the image to the field that is wrong.
+    std::string what;   // One line, without a newline.
 };
 
 /**
- * Decodes a file image, which may hold anything: reads no byte beyond it, takes time and memory in
- * proportion to its length. Thread-safe.
+ * Decodes a file image. The image may hold anything: no byte beyond it is read, and time and memory
+ * are proportional to its length. The result is a whole file of version kTuningFileVersion, or an
+ * error. Thread-safe.
  */
-[[nodiscard]] TuningFileResult ReadTuningFile(std::span<const uint8_t> image);
+[[nodiscard]] host::Result<TuningFile, TuningFileError> ReadTuningFile(
+        std::span<const uint8_t> image);
 
 /**
- * Encodes a file. What ReadTuningFile made of an image becomes that image again. Thread-safe.
- *
- * @return Nothing when the image would exceed kMaxTuningFileBytes.
+ * Encodes a file. If ReadTuningFile decoded the file from an image, the result is that image again.
+ * Thread-safe.
+ * Fails when the image would exceed kMaxTuningFileBytes.
  */
-[[nodiscard]] std::optional<std::vector<uint8_t>> WriteTuningFile(const TuningFile& file);
+[[nodiscard]] host::Result<std::vector<uint8_t>> WriteTuningFile(const TuningFile& file);
 
 }  // namespace vendor::quarno::brindlecove::audio::hal::utils::tamberlo

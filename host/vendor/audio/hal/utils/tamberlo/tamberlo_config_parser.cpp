@@ -16,15 +16,18 @@ TamberloConfigParser::~TamberloConfigParser() = default;
 
 bool TamberloConfigParser::ParseTuningBuffer(unsigned char* buffer, int size, int& version) {
     const size_t bytes = buffer == nullptr || size < 0 ? 0 : static_cast<size_t>(size);
-    TuningFileResult result = ReadTuningFile(std::span<const uint8_t>(buffer, bytes));
-    version = static_cast<int>(result.version.value_or(0));
-    if (!result.file) {
+    auto file = ReadTuningFile(std::span<const uint8_t>(buffer, bytes));
+    if (!file.ok()) {
+        const TuningFileError& error = file.error();
+        version = static_cast<int>(error.version.value_or(0));
         LOG(ERROR) << "ParseTuningBuffer: tuning file of " << bytes << " bytes refused at offset "
-                   << result.error.offset << ": " << result.error.what;
+                   << error.offset << ": " << error.what;
+        *file_ = {};
+        return false;
     }
-    const bool is_taken = result.file.has_value();
-    *file_ = std::move(result.file).value_or(TuningFile());
-    return is_taken;
+    version = expected_version;
+    *file_ = std::move(*file);
+    return true;
 }
 
 std::vector<TuningBlock> TamberloConfigParser::GetTuningDataVector(int mode, Type type) const {

@@ -12,18 +12,20 @@ struct TuningFile;
 struct TuningBlock {
     uint32_t id;
     uint32_t size;        // Bytes at `data`.
-    const uint8_t* data;  // The parser's; never null, also when `size` is 0.
+    const uint8_t* data;  // Owned by the parser; never null, even if `size` is 0.
 };
 
 /**
- * Takes in a tuning file and hands out its blocks (docs/tuning_file.md has the layout).
+ * Parses a tuning file and returns its blocks (docs/tuning_file.md has the layout).
  *
  * A file is kept as a whole or not at all: gains from a damaged file are worse than none. Not
  * thread-safe while it parses; afterwards any number of threads may ask for blocks.
  */
 class TamberloConfigParser {
   public:
-    /** Whom a group of blocks is for. Files may hold other values; they are kept like these. */
+    /**
+     * The component that uses a group of blocks. Files may hold other values; they are kept, too.
+     */
     enum class Type : int {
         kPlayback = 1,
         kCapture = 2,
@@ -40,20 +42,21 @@ class TamberloConfigParser {
     TamberloConfigParser& operator=(const TamberloConfigParser&) = delete;
 
     /**
-     * Takes in a whole file image, in place of an earlier one; what it keeps is a copy. The image
-     * may hold anything: a malformed one is refused with one ERROR line that says what is wrong and
-     * where.
+     * Parses a whole file image, keeps a copy of its blocks, and drops those of an earlier image.
+     * The image may hold anything: a malformed one is refused with one ERROR line that says what is
+     * wrong and where.
      *
      * @param buffer   The image; may be null when `size` is 0.
      * @param size     Bytes; negative counts as 0.
      * @param version  Set to the version that the file states; 0 when it is no tuning file at all.
-     * @return Whether the blocks were kept: a sound file of the expected version.
+     * @return Whether the blocks were kept, that is, whether the file is intact and has the
+     *         expected version.
      */
     [[nodiscard]] bool ParseTuningBuffer(unsigned char* buffer, int size, int& version);
 
     /**
      * The blocks for one mode and type, in the order of the file; empty when there are none. They
-     * stay valid until the next ParseTuningBuffer() or the end of the parser.
+     * stay valid until the next ParseTuningBuffer() or the parser's destruction.
      */
     [[nodiscard]] std::vector<TuningBlock> GetTuningDataVector(int mode, Type type) const;
 

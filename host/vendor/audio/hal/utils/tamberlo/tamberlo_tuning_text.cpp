@@ -182,9 +182,9 @@ Words SplitLine(std::string_view line) {
 
 class TextReader {
   public:
-    // Takes one line in. Returns what is wrong with it; nothing when it is right.
-    std::optional<std::string> Take(const Words& words) {
-        if (words.empty()) return std::nullopt;
+    // Takes one line in. The error says what is wrong with it.
+    host::Result<void> Take(const Words& words) {
+        if (words.empty()) return {};
         const std::string_view keyword = words.front();
         const auto arguments = std::span(words).subspan(1);
         if (keyword == "mode") return TakeMode(arguments);
@@ -192,7 +192,7 @@ class TextReader {
         if (keyword == "block") return TakeBlock(arguments);
         if (keyword == "param") return TakeParameter(arguments);
         if (keyword == "bytes") return TakeBytes(arguments);
-        return "unknown keyword " + std::string(keyword);
+        return host::Error("unknown keyword " + std::string(keyword));
     }
 
     TuningFile file;
@@ -210,65 +210,65 @@ class TextReader {
         return number;
     }
 
-    std::optional<std::string> TakeMode(Arguments words) {
+    host::Result<void> TakeMode(Arguments words) {
         const auto number = Resolve(words, kModes);
-        if (!number) return "a mode needs its number, its name, or both";
+        if (!number) return host::Error("a mode needs its number, its name, or both");
         const auto [entry, added] = file.modes.try_emplace(*number);
-        if (!added) return "mode " + std::to_string(*number) + " was there before";
+        if (!added) return host::Error("mode " + std::to_string(*number) + " was there before");
         mode_ = &entry->second;
         blocks_ = nullptr;
         block_ = nullptr;
-        return std::nullopt;
+        return {};
     }
 
-    std::optional<std::string> TakeType(Arguments words) {
-        if (mode_ == nullptr) return "a type belongs below a mode";
+    host::Result<void> TakeType(Arguments words) {
+        if (mode_ == nullptr) return host::Error("a type belongs below a mode");
         const auto number = Resolve(words, kTypes);
-        if (!number) return "a type needs its number, its name, or both";
+        if (!number) return host::Error("a type needs its number, its name, or both");
         const auto [entry, added] = mode_->try_emplace(*number);
-        if (!added) return "type " + std::to_string(*number) + " was there before";
+        if (!added) return host::Error("type " + std::to_string(*number) + " was there before");
         blocks_ = &entry->second;
         block_ = nullptr;
-        return std::nullopt;
+        return {};
     }
 
-    std::optional<std::string> TakeBlock(Arguments words) {
-        if (blocks_ == nullptr) return "a block belongs below a type";
+    host::Result<void> TakeBlock(Arguments words) {
+        if (blocks_ == nullptr) return host::Error("a block belongs below a type");
         const auto id = Resolve(words, {});
-        if (!id) return "a block needs its id";
+        if (!id) return host::Error("a block needs its id");
         block_ = &blocks_->emplace_back(TuningFileBlock{.id = *id, .data = {}});
-        return std::nullopt;
+        return {};
     }
 
-    std::optional<std::string> TakeParameter(Arguments words) {
-        if (block_ == nullptr) return "a param belongs below a block";
+    host::Result<void> TakeParameter(Arguments words) {
+        if (block_ == nullptr) return host::Error("a param belongs below a block");
         if (words.size() < 3 || words[words.size() - 2] != "=") {
-            return "a param is written: param 297 chre-gain = -3";
+            return host::Error("a param is written: param 297 chre-gain = -3");
         }
         const auto named = words.first(words.size() - 2);
         const auto id = Resolve(named, kParameters);
         if (!id && named.size() == 2) {
-            return std::string(named[0]) + " and " + std::string(named[1]) +
-                   " are not the same parameter";
+            return host::Error(std::string(named[0]) + " and " + std::string(named[1]) +
+                               " are not the same parameter");
         }
-        if (!id) return "a param needs its id, its name, or both";
+        if (!id) return host::Error("a param needs its id, its name, or both");
         const auto value = ParseValue(words.back());
-        if (!value) return "not a 32-bit value: " + std::string(words.back());
+        if (!value) return host::Error("not a 32-bit value: " + std::string(words.back()));
         AppendU32(&block_->data, *id);
         AppendU32(&block_->data, kValueBytes);
         AppendU32(&block_->data, *value);
-        return std::nullopt;
+        return {};
     }
 
-    std::optional<std::string> TakeBytes(Arguments words) {
-        if (block_ == nullptr) return "bytes belong below a block";
+    host::Result<void> TakeBytes(Arguments words) {
+        if (block_ == nullptr) return host::Error("bytes belong below a block");
         for (const std::string_view word : words) {
             const auto byte = ParseNumber<uint8_t>(word, 16);
             if (word.size() != 2 || !byte)
-                return "not two hexadecimal digits: " + std::string(word);
+                return host::Error("not two hexadecimal digits: " + std::string(word));
             block_->data.push_back(*byte);
         }
-        return std::nullopt;
+        return {};
     }
 
     TuningFileMode* mode_ = nullptr;
@@ -327,20 +327,16 @@ std::string TuningFileToText(const TuningFile& file) {
     return text;
 }
 
-TuningTextResult TuningFileFromText(std::string_view text) {
-    TuningTextResult result;
+host::Result<TuningFile, TuningTextError> TuningFileFromText(std::string_view text) {
     TextReader reader;
     for (int line = 1; !text.empty(); ++line) {
         const size_t end = std::min(text.find('\n'), text.size());
-        if (auto wrong = reader.Take(SplitLine(text.substr(0, end)))) {
-            result.line = line;
-            result.what = *std::move(wrong);
-            return result;
+        if (auto taken = reader.Take(SplitLine(text.substr(0, end))); !taken.ok()) {
+            return ::android::base::unexpected(TuningTextError{line, std::move(taken.error())});
         }
         text.remove_prefix(std::min(end + 1, text.size()));
     }
-    result.file = std::move(reader.file);
-    return result;
+    return std::move(reader.file);
 }
 
 }  // namespace vendor::quarno::brindlecove::audio::hal::utils::tamberlo

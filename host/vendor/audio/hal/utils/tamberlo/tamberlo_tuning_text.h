@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "audio/hal/utils/tamberlo/tamberlo_config_file.h"
+#include "host/common/result.h"
 
 // Tuning files in a readable form, for people and for tools. docs/tuning_file.md has its rules.
 namespace vendor::quarno::brindlecove::audio::hal::utils::tamberlo {
@@ -18,29 +19,27 @@ namespace vendor::quarno::brindlecove::audio::hal::utils::tamberlo {
 [[nodiscard]] std::optional<uint32_t> TuningParameterId(std::string_view name);
 
 /**
- * Prints a file. Nothing is lost: TuningFileFromText makes the same file of it, also when blocks
- * hold anything but well-formed parameters.
+ * Prints a file. Nothing is lost: TuningFileFromText makes the same file from the text, even if
+ * blocks hold something other than well-formed parameters.
  */
 [[nodiscard]] std::string TuningFileToText(const TuningFile& file);
 
 /**
- * What ends the way of the file's values into the DSP: records of sound trigger blocks that are
- * torn or have an unknown parameter. The records before it are sent, it and those after it are not.
+ * Finds the records at which the HAL stops sending the file to the DSP: records of sound trigger
+ * blocks that are torn or have an unknown parameter. The HAL sends the records before such a
+ * record, but neither that record nor those after it.
  *
- * @return One line for each such block, with its mode, its place among the blocks, and the byte.
+ * @return One line for each block with such a record: its mode, its place among the blocks, and the
+ *         byte at which the record begins.
  */
 [[nodiscard]] std::vector<std::string> SoundTriggerProblems(const TuningFile& file);
 
-struct TuningTextResult {
-    // Whole or absent.
-    std::optional<TuningFile> file;
-    // Valid when there is no file: the line that is wrong, counted from 1, and what is wrong with
-    // it.
-    int line = 0;
-    std::string what;
+struct TuningTextError {
+    int line = 0;      // Counted from 1.
+    std::string what;  // Is wrong with it.
 };
 
 /** Reads the readable form. Thread-safe, as all functions here. */
-[[nodiscard]] TuningTextResult TuningFileFromText(std::string_view text);
+[[nodiscard]] host::Result<TuningFile, TuningTextError> TuningFileFromText(std::string_view text);
 
 }  // namespace vendor::quarno::brindlecove::audio::hal::utils::tamberlo

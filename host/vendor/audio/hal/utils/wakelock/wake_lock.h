@@ -8,8 +8,8 @@ namespace vendor::quarno::brindlecove::audio::hal::utils::wakelock {
  * A named wake lock of the kernel, through /sys/power/wake_lock and /sys/power/wake_unlock. While
  * it is held the application processor does not suspend.
  *
- * A failure is logged and otherwise without consequence: the lock is then as held or as free as it
- * was. Released on destruction if held. Not thread-safe: its owner serialises all calls.
+ * A call that fails is logged and changes nothing: a held lock stays held, a free one stays free.
+ * Released on destruction if held. Not thread-safe: its owner serialises all calls.
  */
 class WakeLock {
   public:
@@ -23,13 +23,13 @@ class WakeLock {
     void Acquire();
 
     /**
-     * Gives the lock back. Does nothing while it is not held, except for the first time: the kernel
-     * keeps a wake lock when the process that took it dies, so a restarted service has to be able
-     * to give back what its predecessor took.
+     * Releases the lock. Does nothing while it is not held, except in the first call. The kernel
+     * keeps a wake lock when the process that took it dies, so a restarted service must be able to
+     * release the lock that its predecessor took.
      */
     void Release();
 
-    /** Whether this object took the lock and still has it. */
+    /** Whether this object has taken the lock and still holds it. */
     bool is_held() const { return is_held_; }
 
     const std::string& name() const { return name_; }

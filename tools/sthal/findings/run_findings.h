@@ -1,0 +1,85 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <variant>
+#include <vector>
+
+#include "tools/sthal/facts/run_facts.h"
+#include "tools/sthal/findings/latency_breakdown.h"
+#include "tools/sthal/findings/missed.h"
+#include "tools/sthal/findings/spoken.h"
+#include "tools/sthal/findings/states.h"
+
+namespace sthal {
+
+// What has been found out of the facts of a run.
+struct RunFindings {
+    explicit RunFindings(const RunFacts& facts);
+
+    std::vector<StateSpan> states;
+    std::vector<DetectionTrail> trails;
+    std::vector<SpokenHotword> spoken;
+    std::vector<MissedHotword> missed;
+};
+
+enum class Grade { kGood, kBad, kUnjudged };
+Grade GradeOf(Verdict::Kind kind);
+
+// What was wrong with a run, or is worth knowing of it. Facts are named by their index.
+namespace problem {
+
+struct BadVerdict {};
+struct RuleBroken {
+    size_t rule = 0;  // Of RunFacts::broken_rules.
+};
+struct NoEvent {
+    size_t missed = 0;  // Of RunFindings::missed.
+};
+// A capture in which all samples of some reads are 0.
+struct SilentCapture {
+    size_t stream = 0;        // Of RunFacts::streams.
+    size_t silent_reads = 0;  // Of `reads`.
+    size_t reads = 0;         // That delivered something.
+    int64_t first_silent_ns = 0;
+};
+// Calls on device nodes that were hit by faults which the run set on purpose.
+struct FaultsSet {
+    size_t hits = 0;
+    bool is_at_least = false;  // The journal does not tell of all of them.
+};
+struct CallFailed {
+    size_t call = 0;  // Of RunFacts::calls.
+};
+struct StreamRefused {
+    size_t stream = 0;  // Of RunFacts::streams.
+};
+struct ErrorLogged {
+    size_t line = 0;  // Of RunFacts::log.
+};
+struct DspRefused {
+    size_t entry = 0;  // Of RunFacts::journal.
+};
+struct RecordTooLong {
+    size_t left_out = 0;  // Facts.
+};
+struct More {
+    size_t count = 0;  // Problems beyond those that are listed.
+};
+
+}  // namespace problem
+
+using Problem = std::variant<problem::BadVerdict, problem::RuleBroken, problem::NoEvent,
+                             problem::SilentCapture, problem::FaultsSet, problem::CallFailed,
+                             problem::StreamRefused, problem::ErrorLogged, problem::DspRefused,
+                             problem::RecordTooLong, problem::More>;
+
+struct ProblemsAndNotes {
+    std::vector<Problem> problems;  // Begin with the verdict, if that is bad.
+    std::vector<Problem> notes;     // Not wrong.
+};
+
+// At most 250 problems, and how many more there are.
+ProblemsAndNotes Problems(const RunFacts& facts, const RunFindings& found);
+
+}  // namespace sthal
