@@ -100,7 +100,7 @@ TEST_F(AudioTest, BothChannelsAreWhatTheMicrophonesHeardFromTheHistoryIntoThePre
 
     EXPECT_EQ(PatternSample(kCaptureFirst, 0), captured[0]) << "where the pre-roll begins";
     EXPECT_TRUE(captured == board_->microphone().Heard(kCaptureFirst, kFrames))
-            << "some frame was lost, doubled, mixed up or changed";
+            << "some frame was lost, duplicated, mixed up or changed";
     EXPECT_TRUE(played.get());
 }
 

@@ -9,7 +9,7 @@
 
 // Test audio that says of itself where it comes from. Every sample is a hash of its channel and
 // frame, so a window of a few dozen samples exists only once: a reader can tell which frame of
-// which channel it was given, and thus finds every lost, doubled, stale or swapped frame. It is as
+// which channel it was given, and thus finds every lost, duplicated, stale or swapped frame. It is as
 // wide-band as white noise; a stretch of it makes a good detection template.
 namespace virtual_dsp {
 

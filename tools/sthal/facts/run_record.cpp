@@ -13,7 +13,8 @@ using virtual_dsp::JournalEntry;
 
 template <typename Kind>
 void SortByTime(std::vector<Kind>& facts, int64_t Kind::*time) {
-    std::ranges::stable_sort(facts, {}, time);
+    std::stable_sort(facts.begin(), facts.end(),
+                     [time](const Kind& a, const Kind& b) { return a.*time < b.*time; });
 }
 
 }  // namespace
@@ -88,10 +89,11 @@ size_t RunRecord::AddRecording(PlayedRecording played) {
     if (!enabled_) return 0;
     std::lock_guard lock(lock_);
     // A recording that is played over and over is kept once.
-    const auto same = std::ranges::find_if(facts_.recordings, [&](const PlayedRecording& other) {
-        return other.recording->channels == played.recording->channels &&
-               other.recording->samples == played.recording->samples;
-    });
+    const auto same = std::find_if(
+            facts_.recordings.begin(), facts_.recordings.end(), [&](const PlayedRecording& other) {
+                return other.recording->channels == played.recording->channels &&
+                       other.recording->samples == played.recording->samples;
+            });
     if (same != facts_.recordings.end()) played.recording = same->recording;
     facts_.recordings.push_back(std::move(played));
     return facts_.recordings.size() - 1;

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
+#include <mutex>
 #include <cstring>
 #include <filesystem>
 #include <utility>
@@ -23,7 +24,6 @@ using virtual_dsp::BoottimeNow;
 
 constexpr std::chrono::milliseconds kLookAgain{1};
 constexpr std::chrono::seconds kOnItsWay{1};
-constexpr size_t kKeptLogLines = 2000;
 
 host::Result<std::unique_ptr<Phone>> Boot(const SessionOptions& options, RunRecord& record) {
     if (options.boot) return options.boot(record);
@@ -49,9 +49,7 @@ void Session::Take(const Fact& fact) {
     if (!options_.is_shown || options_.is_shown(fact)) timeline_.Show(fact);
     progress_.Follow(fact);
     if (const auto* const line = std::get_if<LogLine>(&fact)) {
-        std::lock_guard lock(log_lock_);
-        log_.push_back(line->text);
-        if (log_.size() > kKeptLogLines) log_.pop_front();
+        log_.Add(line->text);
     }
 }
 
@@ -260,17 +258,6 @@ void Session::Route(const std::string& usecase, const std::string& device) {
     std::vector<sthal::Route> routes;
     for (const auto& [source, sink] : routes_) routes.push_back({source, sink});
     service().SetRoutes(std::move(routes));
-}
-
-bool Session::HasLogged(const std::string& text) {
-    std::lock_guard lock(log_lock_);
-    return std::ranges::any_of(
-            log_, [&](const std::string& line) { return line.find(text) != std::string::npos; });
-}
-
-void Session::ForgetLog() {
-    std::lock_guard lock(log_lock_);
-    log_.clear();
 }
 
 }  // namespace sthal

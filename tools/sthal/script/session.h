@@ -1,12 +1,9 @@
 #pragma once
 
-#include <android-base/thread_annotations.h>
-
 #include <deque>
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <stop_token>
 #include <string>
@@ -23,6 +20,7 @@
 #include "tools/sthal/output/timeline.h"
 #include "tools/sthal/phone/capture_reader.h"
 #include "tools/sthal/phone/phone.h"
+#include "tools/sthal/script/recent_log.h"
 #include "tools/sthal/script/recording.h"
 
 namespace sthal {
@@ -178,19 +176,16 @@ class Session {
     void ClearFaults();
     std::optional<size_t> last_fault() const { return last_fault_; }
     void Route(const std::string& usecase, const std::string& device);
-    // Among the latest 2000 lines.
-    bool HasLogged(const std::string& text) EXCLUDES(log_lock_);
-    void ForgetLog() EXCLUDES(log_lock_);
+    RecentLog& log() { return log_; }
 
   private:
-    void Take(const Fact& fact) EXCLUDES(log_lock_);
+    void Take(const Fact& fact);
     void LiftFaultsWhenInterruptedInVain(const std::stop_token& stop);
 
     const SessionOptions options_;
     Terminal& terminal_;
     Progress progress_{terminal_};
-    std::mutex log_lock_;
-    std::deque<std::string> log_ GUARDED_BY(log_lock_);
+    RecentLog log_;
     RunRecord record_;
     Timeline timeline_;
 

@@ -44,7 +44,7 @@ VerbResult ShowJournal(Session& session, const Values& values) {
 
 VerbResult Forget(Session& session, const Values&) {
     session.board().dsp().journal().Clear();
-    session.ForgetLog();
+    session.log().Clear();
     return {};
 }
 

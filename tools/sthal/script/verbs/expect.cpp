@@ -103,7 +103,7 @@ VerbResult ExpectDump(Session& session, const Values& values) {
 
 VerbResult ExpectLog(Session& session, const Values& values) {
     const std::string text = values.Get("TEXT");
-    if (session.WaitUntil([&] { return session.HasLogged(text); }, kSoon)) return {};
+    if (session.WaitUntil([&] { return session.log().Contains(text); }, kSoon)) return {};
     return session.NotInTime("a log line with " + Quoted(text), "none");
 }
 
