@@ -1,6 +1,6 @@
 // Captured audio, frame by frame, while everything else goes on. The microphone plays a pattern in
-// which every sample says where it belongs, so that no frame can be lost, duplicated, stale or swapped
-// unnoticed.
+// which every sample says where it belongs, so that no frame can be lost, duplicated, stale or
+// swapped unnoticed.
 #include <aidl/android/media/soundtrigger/RecognitionConfig.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>

@@ -167,7 +167,7 @@ const char* SourceName(const JournalEntry& entry) {
 }
 
 std::string RecordPayload(const DetectionRaised& raised) {
-    const std::string frame = "frame=" + std::to_string(raised.frame);
+    std::string frame = "frame=" + std::to_string(raised.frame);
     switch (raised.origin) {
         case DetectionRaised::Origin::kHeard: {
             char score[16];
@@ -187,7 +187,7 @@ std::string ToText(const JournalEntry& entry) {
 }
 
 std::string ToLine(const JournalEntry& entry) {
-    const std::string text = ToText(entry);
+    std::string text = ToText(entry);
     if (entry.As<CommandAnswered>() != nullptr) return text;
     return SourceName(entry) + (": " + text);
 }

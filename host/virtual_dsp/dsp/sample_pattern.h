@@ -9,8 +9,8 @@
 
 // Test audio that says of itself where it comes from. Every sample is a hash of its channel and
 // frame, so a window of a few dozen samples exists only once: a reader can tell which frame of
-// which channel it was given, and thus finds every lost, duplicated, stale or swapped frame. It is as
-// wide-band as white noise; a stretch of it makes a good detection template.
+// which channel it was given, and thus finds every lost, duplicated, stale or swapped frame. It is
+// as wide-band as white noise; a stretch of it makes a good detection template.
 namespace virtual_dsp {
 
 constexpr int16_t PatternSample(uint64_t frame, int channel) {

@@ -19,7 +19,8 @@ constexpr int kWrongFile = 2;
 
 constexpr char kFooter[] =
         "Exit status: 0 all expectations held; 1 one did not, the last line says which and what "
-        "was\nseen; 2 a wrong scenario or file; 3 there was nothing to detect, and no event came; "
+        "was\nseen, or the HAL broke a rule of the framework, or a file could not be written;\n2 a "
+        "wrong scenario or file; 3 there was nothing to detect, and no event came; "
         "77 no\nvirtual board can be had here; 130 interrupted.\n\n"
         "'sthal shell --help-verbs' lists the verbs; docs/scenarios.md explains them.";
 

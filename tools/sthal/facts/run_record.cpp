@@ -110,8 +110,9 @@ void RunRecord::AddHeard(size_t recording, uint64_t first_frame, size_t end, int
 size_t RunRecord::AddStream(Stream stream) {
     if (listener_) listener_(stream);
     std::lock_guard lock(lock_);
-    facts_.streams.push_back(std::move(stream));
-    return facts_.streams.size() - 1;
+    const size_t index = facts_.streams.size();  // Of one that is not kept, nobody has this.
+    if (enabled_) Keep(facts_.streams, std::move(stream));
+    return index;
 }
 
 void RunRecord::SetVerdict(Verdict verdict) {

@@ -6,9 +6,9 @@
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
-#include <mutex>
 #include <cstring>
 #include <filesystem>
+#include <mutex>
 #include <utility>
 
 #include "host/virtual_dsp/board/example_tuning.h"
