@@ -155,8 +155,9 @@ void Session::Play(const audio::Sound& recording, std::shared_ptr<const audio::S
 }
 
 bool Session::WaitUntil(const std::function<bool()>& done, double seconds, bool exactly) {
-    const uint64_t end =
-            phone_->HeardFrames() + static_cast<uint64_t>(seconds * audio::kSampleRateHz);
+    constexpr double kForEver = 1e9;  // Seconds; what is more would not fit into frames.
+    const double wanted = std::min(seconds, kForEver) * audio::kSampleRateHz;
+    const uint64_t end = phone_->HeardFrames() + static_cast<uint64_t>(wanted);
     std::optional<steady_clock::time_point> deadline;
     bool is_done = false;
     while (!(is_done = done()) && !IsInterrupted()) {
