@@ -57,8 +57,8 @@ bool CaptureStream::ReadOnce() {
     read.result = stream_->Read(reinterpret_cast<unsigned char*>(bulk.data()), bytes);
     read.end_ns = BoottimeNow();
     bulk.resize(static_cast<size_t>(std::max(read.result, 0)) / sizeof(int16_t));
-    read.is_silent = read.result > 0 &&
-                     std::ranges::all_of(bulk, [](int16_t sample) { return sample == 0; });
+    read.is_silent = read.result > 0 && std::all_of(bulk.begin(), bulk.end(),
+                                                    [](int16_t sample) { return sample == 0; });
     long frames = 0;
     long time_ns = 0;
     if (read.result >= 0 && stream_->GetPosition(frames, time_ns)) {

@@ -20,7 +20,6 @@ namespace sthal {
 namespace {
 
 using std::chrono::steady_clock;
-using virtual_dsp::BoottimeNow;
 
 constexpr std::chrono::milliseconds kLookAgain{1};
 constexpr std::chrono::seconds kOnItsWay{1};
@@ -117,7 +116,7 @@ host::Result<void> Session::End(const Verdict& verdict, const RunFiles& files) {
     if (!files.AreWanted()) return {};
     record_.SetVerdict(verdict);
     progress_.Show("writing the run's files");
-    const auto written = WriteRunFiles(record_.Snapshot(), files);
+    auto written = WriteRunFiles(record_.Snapshot(), files);
     progress_.End();
     return written;
 }
