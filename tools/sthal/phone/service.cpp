@@ -19,7 +19,6 @@ namespace sthal {
 
 namespace {
 
-using ::aidl::android::hardware::audio::common::PlaybackTrackMetadata;
 using ::aidl::android::hardware::audio::common::SourceMetadata;
 using ::aidl::android::hardware::audio::core::VendorParameter;
 using ::aidl::android::media::audio::common::AudioUsage;
