@@ -89,9 +89,10 @@ class Service {
     const ServiceSurroundings surroundings_;
     ::vendor::quarno::brindlecove::audio::hal::utils::soundcardstate::SoundCardState sound_card_;
     std::shared_ptr<FrameworkCallback> framework_;
+    std::unique_ptr<framework::FrameworkMonitor> monitor_;
+    // After the monitor: the HAL ends first, and an event may be in the monitor until then.
     std::unique_ptr<soundtrigger::SoundTriggerHal> hal_;
-    std::unique_ptr<framework::FrameworkMonitor> monitor_;  // Between framework_ and hal_.
-    std::optional<BrokenRule> broken_earlier_;              // Before the service's restart.
+    std::optional<BrokenRule> broken_earlier_;  // Before the service's restart.
 };
 
 }  // namespace sthal
