@@ -5,10 +5,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <condition_variable>
 #include <cstring>
 #include <filesystem>
-#include <mutex>
 #include <utility>
 
 #include "host/virtual_dsp/board/example_tuning.h"
@@ -61,8 +59,14 @@ host::Result<void> Session::StartPhone() {
         (void)service().Initialize();
         service().ReportDsp(true);
     }
-    fault_lifter_ = std::jthread(
-            [this](const std::stop_token& stop) { LiftFaultsWhenInterruptedInVain(stop); });
+    if (phone_->board() != nullptr) {
+        fault_lifter_ = std::make_unique<FaultLifter>(
+                [this] { return IsInterrupted(); },
+                [this] {
+                    Say("interrupted, but a call goes on: all faults are lifted");
+                    board().faults().Clear();
+                });
+    }
     return {};
 }
 
@@ -72,23 +76,6 @@ host::Result<void> Session::CheckParts(PhoneParts needed) const {
             !Include(options_.parts, PhoneParts::kService) && Include(needed, PhoneParts::kService);
     return host::Error(wants_service ? "expected a phone with an audio service; this one is a DSP"
                                      : "expected a phone on the virtual board; this one is not");
-}
-
-// A call that a fault holds cannot be interrupted. Who has asked for the end and does not get it
-// wants it let go, so that the run still comes to its report.
-void Session::LiftFaultsWhenInterruptedInVain(const std::stop_token& stop) {
-    constexpr std::chrono::milliseconds kLook{100};
-    constexpr int kPatience = 10;  // Looks.
-    std::mutex mutex;
-    std::unique_lock lock(mutex);
-    std::condition_variable_any stopped;
-    const auto never = [] { return false; };
-    for (int asked = 0; !stop.stop_requested(); stopped.wait_for(lock, stop, kLook, never)) {
-        asked = IsInterrupted() ? asked + 1 : 0;
-        if (asked != kPatience || phone_->board() == nullptr) continue;
-        Say("interrupted, but a call goes on: all faults are lifted");
-        board().faults().Clear();
-    }
 }
 
 Verdict Session::VerdictOn(const VerbResult& result, std::string subject) const {

@@ -5,7 +5,6 @@
 #include <map>
 #include <memory>
 #include <optional>
-#include <stop_token>
 #include <string>
 #include <thread>
 #include <vector>
@@ -20,6 +19,7 @@
 #include "tools/sthal/output/timeline.h"
 #include "tools/sthal/phone/capture_reader.h"
 #include "tools/sthal/phone/phone.h"
+#include "tools/sthal/script/fault_lifter.h"
 #include "tools/sthal/script/recent_log.h"
 #include "tools/sthal/script/recording.h"
 
@@ -180,7 +180,6 @@ class Session {
 
   private:
     void Take(const Fact& fact);
-    void LiftFaultsWhenInterruptedInVain(const std::stop_token& stop);
 
     const SessionOptions options_;
     Terminal& terminal_;
@@ -201,8 +200,8 @@ class Session {
     std::shared_ptr<Playback> playback_;
     std::optional<Recording> recording_;
     std::unique_ptr<Phone> phone_;
-    std::unique_ptr<CaptureReader> capture_;  // After the phone: it ends first.
-    std::jthread fault_lifter_;               // Last: it uses the phone.
+    std::unique_ptr<CaptureReader> capture_;     // After the phone: it ends first.
+    std::unique_ptr<FaultLifter> fault_lifter_;  // Last: it uses the phone.
 };
 
 }  // namespace sthal
