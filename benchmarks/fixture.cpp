@@ -32,7 +32,7 @@ using ::aidl::android::media::soundtrigger::SoundModelType;
 
 std::atomic<uint64_t> log_lines{0};
 
-void Require(bool ok, const char* what) {
+void MustSucceed(bool ok, const char* what) {
     if (ok) return;
     (void)std::fprintf(stderr, "bench: %s failed\n", what);
     std::exit(1);
@@ -50,7 +50,7 @@ void Arrival::Mark() {
 int64_t Arrival::Wait() {
     std::unique_lock lock(lock_);
     const bool came = arrived_.wait_for(lock, std::chrono::seconds(5), [&] { return at_ns_ != 0; });
-    Require(came, "waiting for a detection");
+    MustSucceed(came, "waiting for a detection");
     return std::exchange(at_ns_, 0);
 }
 
@@ -109,32 +109,33 @@ SoundModel Fixture::Prepare(virtual_dsp::Engine engine, const std::vector<uint8_
     sound_model.vendorUuid = std::to_string(++models_);
     sound_model.dataSize = static_cast<int32_t>(model.size());
     const int fd = memfd_create("model", MFD_CLOEXEC);
-    Require(write(fd, model.data(), model.size()) == static_cast<ssize_t>(model.size()), "memfd");
+    MustSucceed(write(fd, model.data(), model.size()) == static_cast<ssize_t>(model.size()),
+                "memfd");
     sound_model.data.set(fd);
     Rewind(sound_model);
     return sound_model;
 }
 
 void Fixture::Rewind(const SoundModel& model) {
-    Require(lseek(model.data.get(), 0, SEEK_SET) == 0, "lseek");
+    MustSucceed(lseek(model.data.get(), 0, SEEK_SET) == 0, "lseek");
 }
 
 int Fixture::Load(const SoundModel& model) {
     int handle = -1;
-    Require(hal_->LoadSoundModel(model, callback_, &handle) == 0, "load");
+    MustSucceed(hal_->LoadSoundModel(model, callback_, &handle) == 0, "load");
     return handle;
 }
 
 void Fixture::Unload(int handle) {
-    Require(hal_->UnloadSoundModel(handle) == 0, "unload");
+    MustSucceed(hal_->UnloadSoundModel(handle) == 0, "unload");
 }
 
 void Fixture::Start(int handle, int io_handle) {
-    Require(hal_->StartRecognition(handle, 0, io_handle, RecognitionConfig{}) == 0, "start");
+    MustSucceed(hal_->StartRecognition(handle, 0, io_handle, RecognitionConfig{}) == 0, "start");
 }
 
 void Fixture::Stop(int handle) {
-    Require(hal_->StopRecognition(handle) == 0, "stop");
+    MustSucceed(hal_->StopRecognition(handle) == 0, "stop");
 }
 
 int Fixture::BeginCapture(virtual_dsp::Engine engine) {
@@ -146,7 +147,7 @@ int Fixture::BeginCapture(virtual_dsp::Engine engine) {
                     : wire::CMD_AUDIO_INPUT_AMBIENT_MUSIC_FORCE_RECOGNITION);
     (void)arrival_.Wait();
     const int engine_type = hal_->StartBufferingByIoHandle(kIoHandle, false);
-    Require(engine_type > 0, "binding a capture");
+    MustSucceed(engine_type > 0, "binding a capture");
     return engine_type;
 }
 
@@ -160,7 +161,7 @@ void Fixture::TellDsp(uint16_t id) {
     const wire::CommandHeader header{0, 0, sizeof(wire::CommandHeader), id, 0};
     std::vector<uint8_t> reply;
     const auto* const bytes = reinterpret_cast<const uint8_t*>(&header);
-    Require(dsp().Execute({bytes, sizeof(header)}, &reply) == 0, "a command to the DSP");
+    MustSucceed(dsp().Execute({bytes, sizeof(header)}, &reply) == 0, "a command to the DSP");
 }
 
 void Fixture::SetLogging(bool on) {
@@ -169,7 +170,7 @@ void Fixture::SetLogging(bool on) {
 }
 
 BareListener::BareListener(Arrival* arrival) : arrival_(arrival) {
-    Require(pipe2(pipe_, O_NONBLOCK | O_CLOEXEC) == 0, "pipe");
+    MustSucceed(pipe2(pipe_, O_NONBLOCK | O_CLOEXEC) == 0, "pipe");
     thread_ = std::thread(&BareListener::Run, this);
 }
 
@@ -184,13 +185,13 @@ BareListener::~BareListener() {
 void BareListener::Watch(bool on) {
     is_watching_ = on;
     const int32_t word = 0;
-    Require(write(pipe_[1], &word, sizeof(word)) == sizeof(word), "waking the listener");
+    MustSucceed(write(pipe_[1], &word, sizeof(word)) == sizeof(word), "waking the listener");
 }
 
 void BareListener::OpenOrCloseNode() {
     if (is_watching_ && node_ < 0) {
         node_ = open(wire::kNotificationDevice, O_RDWR | O_NONBLOCK | O_CLOEXEC);
-        Require(node_ >= 0, "opening the notification node");
+        MustSucceed(node_ >= 0, "opening the notification node");
     } else if (!is_watching_ && node_ >= 0) {
         (void)close(node_);
         node_ = -1;

@@ -1,5 +1,6 @@
-# Every target is clean with these, under GCC and clang.
-add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Werror)
+# Every target is clean with these, under GCC and clang. ./dev makes them errors
+# (CMAKE_COMPILE_WARNING_AS_ERROR); a newer compiler's new warnings stop nobody else.
+add_compile_options(-Wall -Wextra -Wpedantic -Wshadow)
 
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     # The lock annotations are clang's; GCC only notes that it does not know them.

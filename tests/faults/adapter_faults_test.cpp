@@ -62,7 +62,7 @@ struct AdapterRow {
 
 // A void operation is "done" whatever fails in it; what the DSP then lacks comes with the next
 // online report.
-constexpr AdapterRow kRows[] = {
+constexpr AdapterRow kAdapterRows[] = {
         {"GetLibraryArchitecture", 1, "", "properties", "-22", "none", "properties", "0", "none"},
 
         {"LoadSoundModelToDsp", 1, "", "load", "-22", "none", "load", "0", "1 ModelLoaded"},
@@ -269,7 +269,7 @@ class AdapterFaultsTest : public ::testing::TestWithParam<size_t> {
                              "Result", "Clients then", "Detection then needs"});
     }
 
-    const AdapterRow& row() const { return kRows[GetParam()]; }
+    const AdapterRow& row() const { return kAdapterRows[GetParam()]; }
 
     std::string JournalWord() const {
         return std::ranges::find(kJournalWords, std::string_view(row().call),
@@ -351,9 +351,10 @@ TEST(AdapterFaultsTableTest, HasARowForEveryRequestThatReachesAnOperation) {
                     // What the control thread calls, it calls at some time.
                     const bool is_later = operation.find("Notification") != operation.npos;
                     if (is_later || !call.starts_with(words.second)) continue;
-                    const bool has_row = std::ranges::any_of(kRows, [&](const AdapterRow& row) {
-                        return row.call == operation && row.request == request;
-                    });
+                    const bool has_row =
+                            std::ranges::any_of(kAdapterRows, [&](const AdapterRow& row) {
+                                return row.call == operation && row.request == request;
+                            });
                     if (!has_row) missing.insert(operation + " under " + request);
                 }
             }
@@ -362,7 +363,7 @@ TEST(AdapterFaultsTableTest, HasARowForEveryRequestThatReachesAnOperation) {
     EXPECT_THAT(missing, ::testing::IsEmpty());
 }
 
-INSTANTIATE_TEST_SUITE_P(, AdapterFaultsTest, ::testing::Range<size_t>(0, std::size(kRows)));
+INSTANTIATE_TEST_SUITE_P(, AdapterFaultsTest, ::testing::Range<size_t>(0, std::size(kAdapterRows)));
 
 }  // namespace
 }  // namespace vendor::quarno::brindlecove::audio::hal::soundtrigger

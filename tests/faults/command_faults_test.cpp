@@ -59,7 +59,7 @@ struct CommandRow {
     const char* retry_state;
 };
 
-constexpr CommandRow kRows[] = {
+constexpr CommandRow kCommandRows[] = {
         {282, true, "", "properties", "0", "-22", "none", "none", "properties", "none"},
         {261, false, "", "load", "0", "-22", "1 ModelLoaded", "none", "load", "1 ModelLoaded"},
         {262, true, "load", "unload", "0", "-22", "none", "1 ModelLoaded", "unload", "none"},
@@ -120,7 +120,7 @@ class CommandFaultsTest : public BoardBenchTest, public ::testing::WithParamInte
         }
     }
 
-    const CommandRow& row() const { return kRows[GetParam()]; }
+    const CommandRow& row() const { return kCommandRows[GetParam()]; }
 
     void Check(const CommandFault& fault) {
         SCOPED_TRACE(std::string(fault.name) + ": command " + std::to_string(row().id) +
@@ -180,7 +180,7 @@ TEST_P(CommandFaultsTest, RequestEndsAsTheTableSaysAndTheRetryWorks) {
                        row().retry_state});
 }
 
-INSTANTIATE_TEST_SUITE_P(, CommandFaultsTest, ::testing::Range<size_t>(0, std::size(kRows)));
+INSTANTIATE_TEST_SUITE_P(, CommandFaultsTest, ::testing::Range<size_t>(0, std::size(kCommandRows)));
 
 }  // namespace
 }  // namespace vendor::quarno::brindlecove::audio::hal::soundtrigger

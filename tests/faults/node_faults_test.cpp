@@ -23,7 +23,7 @@ struct NodeRow {
     const char* retry_state = "";
 };
 
-constexpr NodeRow kRows[] = {
+constexpr NodeRow kNodeRows[] = {
         // The model's way down. A model with a hole or a wrong byte is the DSP's to refuse.
         {zyl::kModelDataDevice, "", "load", "-22", "none", "load", "1 ModelLoaded"},
         {"on model_data open errno=EIO", "", "load", "-22", "none", "load", "1 ModelLoaded"},
@@ -185,7 +185,7 @@ class NodeFaultsTest : public BoardBenchTest, public ::testing::WithParamInterfa
 };
 
 TEST_P(NodeFaultsTest, RequestEndsAsTheTableSaysAndTheRetryWorks) {
-    const NodeRow& row = kRows[GetParam()];
+    const NodeRow& row = kNodeRows[GetParam()];
     SCOPED_TRACE(std::string(row.rules) + " under \"" + row.request + "\"");
     NewBench();
     ASSERT_NO_FATAL_FAILURE(bench_->Reach(row.setup));
@@ -212,7 +212,7 @@ TEST_P(NodeFaultsTest, RequestEndsAsTheTableSaysAndTheRetryWorks) {
                        Milliseconds(outcome.took), row.retry, row.retry_state});
 }
 
-INSTANTIATE_TEST_SUITE_P(, NodeFaultsTest, ::testing::Range<size_t>(0, std::size(kRows)));
+INSTANTIATE_TEST_SUITE_P(, NodeFaultsTest, ::testing::Range<size_t>(0, std::size(kNodeRows)));
 
 // --- what no status tells of ---
 

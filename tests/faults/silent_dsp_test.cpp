@@ -20,7 +20,7 @@ struct SilentRow {
     const char* request;
 };
 
-constexpr SilentRow kRows[] = {
+constexpr SilentRow kSilentRows[] = {
         {"Initialize", "built", "initialize"},
         {"GetProperties", "", "properties"},
         {"LoadSoundModel", "", "load"},
@@ -58,7 +58,7 @@ class SilentDspTest : public BoardBenchTest, public ::testing::WithParamInterfac
 
     void SetUp() override { tuning_ = TuningOf({275, 277, 279, 297}); }
 
-    static const SilentRow& row() { return kRows[GetParam()]; }
+    static const SilentRow& row() { return kSilentRows[GetParam()]; }
 
     // How long the row's request takes after `spoil`, whose result lasts as long as the request.
     // Tried again where it takes too long: on a busy machine anything may, once.
@@ -95,7 +95,7 @@ TEST_P(SilentDspTest, EveryOperationEndsInLessThanASecond) {
                        Milliseconds(silent), Milliseconds(gone)});
 }
 
-INSTANTIATE_TEST_SUITE_P(, SilentDspTest, ::testing::Range<size_t>(0, std::size(kRows)));
+INSTANTIATE_TEST_SUITE_P(, SilentDspTest, ::testing::Range<size_t>(0, std::size(kSilentRows)));
 
 }  // namespace
 }  // namespace vendor::quarno::brindlecove::audio::hal::soundtrigger

@@ -20,7 +20,7 @@ namespace {
 
 using SoundModelType = SoundTriggerHalClient::SoundModelType;
 
-constexpr std::chrono::seconds kDeadline{20};
+constexpr std::chrono::seconds kAnswerDeadline{20};
 constexpr int kRounds = 50;
 
 class AnsweringCallback final
@@ -115,7 +115,7 @@ class CallbackTest : public ::testing::TestWithParam<Answer> {
         dsp_.With([](SoakDsp& dsp) { dsp.Detect(1); });
         auto has_answered = answered->get_future();
         // Nothing else can be done about a dead end: the threads hold what the end needs.
-        if (has_answered.wait_for(kDeadline) != std::future_status::ready) abort();
+        if (has_answered.wait_for(kAnswerDeadline) != std::future_status::ready) abort();
         unloading.join();
         EXPECT_EQ(-EINVAL, monitor_->UnloadSoundModel(handle)) << "the model is still there";
         EXPECT_TRUE(monitor_->violations().empty())

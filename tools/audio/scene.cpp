@@ -15,7 +15,7 @@ namespace {
 
 using ::android::base::StringPrintf;
 
-constexpr double kMaxSeconds = 30 * 60;
+constexpr double kLongestSceneS = 30 * 60;
 constexpr int kMaxDelayFrames = 1000;
 
 double Amplitude(double db) {
@@ -60,7 +60,7 @@ host::Result<void> Check(std::span<const SceneSound> sounds, const SceneOptions&
     };
     const auto delay = static_cast<double>(options.second_microphone_delay);
     const std::tuple<const char*, double, const char*, double, double> limits[] = {
-            {"a scene cannot last", options.seconds, "s", 0, kMaxSeconds},
+            {"a scene cannot last", options.seconds, "s", 0, kLongestSceneS},
             {"noise cannot have", options.noise_dbfs, "dB of full scale", -200, 0},
             {"the second microphone cannot be", options.second_microphone_db, "dB louder", -200,
              40},
@@ -71,7 +71,7 @@ host::Result<void> Check(std::span<const SceneSound> sounds, const SceneOptions&
         return host::Error(StringPrintf("%s %g %s; choose %g to %g", what, value, unit, low, high));
     }
     for (const SceneSound& sound : sounds) {
-        if (within(sound.start_s, 0, kMaxSeconds) && within(sound.gain_db, -200, 40)) continue;
+        if (within(sound.start_s, 0, kLongestSceneS) && within(sound.gain_db, -200, 40)) continue;
         return host::Error(StringPrintf("\"%s\" cannot start at %g s with a gain of %g dB",
                                         sound.text.c_str(), sound.start_s, sound.gain_db));
     }

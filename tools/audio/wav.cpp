@@ -25,7 +25,7 @@ using ::android::base::StringPrintf;
 using ::android::base::unique_fd;
 using Notes = std::vector<std::string>;
 
-constexpr int kMaxSeconds = 30 * 60;
+constexpr int kLongestFileS = 30 * 60;
 
 using SndFile = std::unique_ptr<SNDFILE, decltype(&sf_close)>;
 
@@ -168,10 +168,10 @@ host::Result<void> Check(int64_t missing_bytes, const SF_INFO& info, const std::
     if (info.frames <= 0 || info.samplerate <= 0) {
         return host::Error(StringPrintf("%s holds no audio; record it again", name.c_str()));
     }
-    if (info.frames / info.samplerate >= kMaxSeconds) {
+    if (info.frames / info.samplerate >= kLongestFileS) {
         return host::Error(
                 StringPrintf("%s is longer than %d minutes; cut a shorter piece out of it",
-                             name.c_str(), kMaxSeconds / 60));
+                             name.c_str(), kLongestFileS / 60));
     }
     return {};
 }

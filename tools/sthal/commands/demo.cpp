@@ -33,7 +33,7 @@ constexpr char kHelp[] =
         "Follow one detection from the microphone through the DSP and the HAL to the framework's "
         "callback and the captured audio, with every step explained.";
 
-constexpr char kFooter[] =
+constexpr char kDemoFooter[] =
         "Exit status: 0 the event came at the right place and the capture is what the microphone "
         "heard;\n1 it did not; 2 wrong arguments or files; 3 there was no hotword and no event "
         "came;"
@@ -109,7 +109,7 @@ std::string TitleOf(const DemoStory& story, const NamedTexts& values) {
 
 DemoCommand::DemoCommand(CLI::App& app) : story_(kStories) {
     CLI::App* const demo = app.add_subcommand("demo", kHelp);
-    demo->footer(kFooter);
+    demo->footer(kDemoFooter);
     AddValues(*demo);
     AddStories(*demo);
     demo->callback([this] { is_chosen_ = true; });

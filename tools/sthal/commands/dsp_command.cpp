@@ -30,7 +30,7 @@ constexpr int kWrongRule = 2;
 // An interrupt that comes just before a wait is noticed after this long.
 constexpr int kLookAgainMs = 200;
 
-constexpr char kFooter[] =
+constexpr char kDspFooter[] =
         "With --control, each line of the standard input is a verb of scenarios that needs no more "
         "than\na DSP ('sthal shell --help-verbs' lists all). It is answered by what the verb shows "
         "and one line,\n'ok' or 'error' and what is wrong; the end of the input ends the DSP. Such "
@@ -93,7 +93,7 @@ DspCommand::DspCommand(CLI::App& app) : directory_(virtual_dsp::kBoardDirectory)
     CLI::App* const dsp = app.add_subcommand(
             "dsp",
             "Serve the DSP's device nodes alone, for a HAL in another process on the board.");
-    dsp->footer(kFooter);
+    dsp->footer(kDspFooter);
     dsp->add_option("--directory", directory_, "where to mount the nodes")->capture_default_str();
     dsp->add_option("--speed", speed_, "let the microphones hear so many times faster; 0: at once")
             ->capture_default_str()

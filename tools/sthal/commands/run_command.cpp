@@ -15,9 +15,9 @@ namespace sthal {
 namespace {
 
 constexpr int kNotHeld = 1;
-constexpr int kWrongFile = 2;
+constexpr int kWrongScenario = 2;
 
-constexpr char kFooter[] =
+constexpr char kRunFooter[] =
         "Exit status: 0 all expectations held; 1 one did not, the last line says which and what "
         "was\nseen, or the HAL broke a rule of the framework, or a file could not be written;\n2 a "
         "wrong scenario or file; 3 there was nothing to detect, and no event came; "
@@ -29,7 +29,7 @@ constexpr char kFooter[] =
 RunCommand::RunCommand(CLI::App& app) {
     CLI::App* const run = app.add_subcommand(
             "run", "Carry out a scenario on the virtual board: a bug report that is one file.");
-    run->footer(kFooter);
+    run->footer(kRunFooter);
     run->add_option("FILE", file_, "the scenario")->required();
     run->add_option("--speed", speed_, "times faster than real time, instead of the scenario's")
             ->check(CLI::Range(0.1, 16.0));
@@ -53,7 +53,7 @@ int RunCommand::Run() const {
     const auto scenario = ReadScenario(file_, {.values = values});
     if (!scenario.ok()) {
         std::cerr << "sthal run: " << scenario.error() << '\n';
-        return kWrongFile;
+        return kWrongScenario;
     }
     const double speed = speed_.value_or(scenario->speed.value_or(1.0));
     const uint32_t seed = seed_.value_or(scenario->seed.value_or(1));

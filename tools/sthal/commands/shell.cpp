@@ -29,7 +29,7 @@ constexpr int kHistoryLines = 1000;
 constexpr double kShortestPause = 0.3;  // In seconds: below it nobody has waited for anything.
 
 // A signal that comes just before the wait for a key would otherwise go unseen until the next one.
-constexpr int kLookAgainMs = 200;
+constexpr int kLookForInputMs = 200;
 
 // readline's callbacks carry no context.
 Shell* the_shell = nullptr;
@@ -105,7 +105,7 @@ void Shell::EditLines() {
     rl_callback_handler_install(kPrompt, OnLine);
     pollfd waits[] = {{STDIN_FILENO, POLLIN, 0}, {session_.terminal().wake_fd(), POLLIN, 0}};
     while (!is_over_ && !Interrupted()) {
-        const int ready = poll(waits, std::size(waits), kLookAgainMs);
+        const int ready = poll(waits, std::size(waits), kLookForInputMs);
         TakeSignals();
         if (ready <= 0) continue;
         if (waits[1].revents != 0) ShowPending();

@@ -16,7 +16,7 @@ namespace {
 constexpr int kFailed = 1;
 constexpr int kInterrupted = 130;
 
-constexpr char kFooter[] =
+constexpr char kShellFooter[] =
         "Events appear as they arrive. The same verbs make a scenario for 'sthal run'; 'save FILE' "
         "writes\none of the session. docs/scenarios.md explains them.\n\n"
         "Exit status: 0 the session was ended; 1 a line that did not come from a terminal was not "
@@ -29,7 +29,7 @@ ShellCommand::ShellCommand(CLI::App& app) {
     CLI::App* const shell = app.add_subcommand(
             "shell",
             "Load, start, speak, break and look, one verb at a time, on the virtual board.");
-    shell->footer(kFooter);
+    shell->footer(kShellFooter);
     shell->add_flag("--help-verbs", wants_verbs_, "list the verbs of the shell and of scenarios");
     shell->add_option("--speed", speed_, "times faster than real time")
             ->capture_default_str()

@@ -16,11 +16,11 @@ namespace {
 
 namespace tamberlo = ::vendor::quarno::brindlecove::audio::hal::utils::tamberlo;
 
-constexpr int kWrongFile = 2;
+constexpr int kWrongTuningFile = 2;
 
 int Complain(const std::string& text) {
     std::cerr << "sthal tuning: " << text << '\n';
-    return kWrongFile;
+    return kWrongTuningFile;
 }
 
 }  // namespace
@@ -62,7 +62,7 @@ int TuningCommand::Show() const {
     for (const std::string& problem : problems) {
         (void)Complain(input_ + ": the DSP gets nothing from here on: " + problem);
     }
-    return problems.empty() ? 0 : kWrongFile;
+    return problems.empty() ? 0 : kWrongTuningFile;
 }
 
 int TuningCommand::Build() const {

@@ -19,7 +19,7 @@ namespace {
 
 using nlohmann::json;
 
-constexpr size_t kColumns = 800;
+constexpr size_t kChartColumns = 800;
 constexpr int kHalfHeight = 100;  // Of the template's drawing.
 
 double Percent(double share) {
@@ -58,7 +58,7 @@ json Axis(double seconds) {
 
 // The outline of the loudest samples of each column, up and down.
 std::string Outline(const audio::Sound& mono) {
-    const size_t columns = std::min(kColumns, mono.frames());
+    const size_t columns = std::min(kChartColumns, mono.frames());
     std::vector<int> peaks(columns);
     int loudest = 1;
     for (size_t i = 0; i < mono.frames(); ++i) {
@@ -136,7 +136,7 @@ json WaveformChart(const RunFacts& facts, const audio::Sound& recording,
                           {"begin", seconds(begin)},
                           {"end", end > begin ? seconds(end) : ""}});
     }
-    return {{"columns", std::min(kColumns, recording.frames())},
+    return {{"columns", std::min(kChartColumns, recording.frames())},
             {"outline", Outline(recording.Channel(0))},
             {"marks", drawn},
             {"axis", Axis(frames / audio::kSampleRateHz)},

@@ -15,10 +15,10 @@ constexpr size_t kFramesWorthProgress = size_t{2} * audio::kSampleRateHz;
 
 // "playing [#####.....] 3.0 of 6.0 s"
 std::string ProgressText(const char* what, double done, double total, const char* unit) {
-    constexpr size_t kColumns = 20;
+    constexpr size_t kBarColumns = 20;
     const double share = total > 0 ? std::min(done / total, 1.0) : 1.0;
-    const auto full = static_cast<size_t>(share * kColumns);
-    const std::string bar = std::string(full, '#') + std::string(kColumns - full, '.');
+    const auto full = static_cast<size_t>(share * kBarColumns);
+    const std::string bar = std::string(full, '#') + std::string(kBarColumns - full, '.');
     char text[128];
     (void)std::snprintf(text, sizeof(text), "%s [%s] %.1f of %.1f %s", what, bar.c_str(), done,
                         total, unit);

@@ -16,7 +16,7 @@ namespace {
 using virtual_dsp::BoottimeNow;
 using virtual_dsp::JournalEntry;
 
-constexpr size_t kColumns = 100;
+constexpr size_t kLineColumns = 100;
 constexpr char kBlockIndent[] = "    ";
 
 // One line of position for this much captured audio.
@@ -27,7 +27,7 @@ std::string Wrapped(std::string_view text, std::string_view indent) {
     std::string wrapped;
     std::string line(indent);
     for (std::string word; words >> word;) {
-        if (line.size() > indent.size() && line.size() + 1 + word.size() > kColumns) {
+        if (line.size() > indent.size() && line.size() + 1 + word.size() > kLineColumns) {
             wrapped += line + '\n';
             line = indent;
         }
@@ -158,8 +158,9 @@ void Timeline::ShowBlock(std::string_view text) {
     std::string block;
     for (std::string line; std::getline(lines, line);) {
         const size_t blanks = std::min(line.find_first_not_of(' '), line.size());
-        block += line.size() <= kColumns ? kBlockIndent + line + '\n'
-                                         : Wrapped(line, kBlockIndent + std::string(blanks, ' '));
+        block += line.size() <= kLineColumns
+                         ? kBlockIndent + line + '\n'
+                         : Wrapped(line, kBlockIndent + std::string(blanks, ' '));
     }
     Print(block);
 }

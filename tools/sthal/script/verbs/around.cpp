@@ -92,30 +92,29 @@ VerbResult ShowLogFrom(Session& session, const Values& values) {
     return {};
 }
 
-// clang-format off
-constexpr auto kBoard = PhoneParts::kBoard;
-constexpr auto kService = PhoneParts::kService;
-constexpr Verb kVerbs[] = {
-    {"dock", "on|off", "put the phone on its dock or take it off", kService,
-     [](Session& session, const Values& values) { session.service().Dock(values.Has("on")); return VerbResult{}; }},
-    {"route", "USECASE DEVICE", "route a playback usecase to a device", kService,
-     [](Session& session, const Values& values) { session.Route(values.Get("USECASE"), values.Get("DEVICE")); return VerbResult{}; }},
-    {"play", "USECASE USAGE [and USAGE]", "tell the usages of a usecase's tracks", kService, PlayTracks},
-    {"charger", "fan|plain", "put the phone on a charger with a fan or without", kService,
-     [](Session& session, const Values& values) { session.service().FanCharger(values.Has("fan")); return VerbResult{}; }},
-    {"tuning load", "FILE", "ship a tuning file, binary or text; the HAL reads it when the service starts", kBoard, LoadTuning,
-     [](const Values& values) { return WithoutValue(TuningImage(values.Get("FILE"))); }},
-    {"tuning none", "", "ship no tuning file; see tuning load", kBoard,
-     [](Session& session, const Values&) { session.board().RemoveTuningFile(); return VerbResult{}; }},
-    {"tuning show", "", "the values that the DSP has", kBoard, ShowTuning},
-    {"dump", "[TAG]", "the HAL's dump, all of it or of one tag", kService, ShowDump},
-    {"log level", "LEVEL", "show the HAL's log lines from a level on", PhoneParts::kNone, ShowLogFrom},
-};
-// clang-format on
-
 }  // namespace
 
 std::span<const Verb> AroundVerbs() {
+    // clang-format off
+    static constexpr auto kBoard = PhoneParts::kBoard;
+    static constexpr auto kService = PhoneParts::kService;
+    static constexpr Verb kVerbs[] = {
+        {"dock", "on|off", "put the phone on its dock or take it off", kService,
+         [](Session& session, const Values& values) { session.service().Dock(values.Has("on")); return VerbResult{}; }},
+        {"route", "USECASE DEVICE", "route a playback usecase to a device", kService,
+         [](Session& session, const Values& values) { session.Route(values.Get("USECASE"), values.Get("DEVICE")); return VerbResult{}; }},
+        {"play", "USECASE USAGE [and USAGE]", "tell the usages of a usecase's tracks", kService, PlayTracks},
+        {"charger", "fan|plain", "put the phone on a charger with a fan or without", kService,
+         [](Session& session, const Values& values) { session.service().FanCharger(values.Has("fan")); return VerbResult{}; }},
+        {"tuning load", "FILE", "ship a tuning file, binary or text; the HAL reads it when the service starts", kBoard, LoadTuning,
+         [](const Values& values) { return WithoutValue(TuningImage(values.Get("FILE"))); }},
+        {"tuning none", "", "ship no tuning file; see tuning load", kBoard,
+         [](Session& session, const Values&) { session.board().RemoveTuningFile(); return VerbResult{}; }},
+        {"tuning show", "", "the values that the DSP has", kBoard, ShowTuning},
+        {"dump", "[TAG]", "the HAL's dump, all of it or of one tag", kService, ShowDump},
+        {"log level", "LEVEL", "show the HAL's log lines from a level on", PhoneParts::kNone, ShowLogFrom},
+    };
+    // clang-format on
     return kVerbs;
 }
 

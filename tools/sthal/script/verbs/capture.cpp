@@ -23,21 +23,20 @@ VerbResult Start(Session& session, const Values& values) {
                                 until, values.Get("wav"));
 }
 
-// clang-format off
-constexpr auto kService = PhoneParts::kService;
-constexpr Verb kVerbs[] = {
-    {"capture start", "[io COUNT] [channels CHANNELS] [for TIME] [to-end] [wav FILE]",
-     "read the audio of a detection, for a time, to the end of the run's recording or until it is stopped, into a file", kService, Start<false>},
-    {"capture zero-latency", "[channels CHANNELS] [for TIME] [to-end] [wav FILE]",
-     "read what the DSP hears from now on, without a detection", kService, Start<true>},
-    {"capture stop", "", "end the capture", kService,
-     [](Session& session, const Values&) { return session.StopCapture(); }},
-};
-// clang-format on
-
 }  // namespace
 
 std::span<const Verb> CaptureVerbs() {
+    // clang-format off
+    static constexpr auto kService = PhoneParts::kService;
+    static constexpr Verb kVerbs[] = {
+        {"capture start", "[io COUNT] [channels CHANNELS] [for TIME] [to-end] [wav FILE]",
+         "read the audio of a detection, for a time, to the end of the run's recording or until it is stopped, into a file", kService, Start<false>},
+        {"capture zero-latency", "[channels CHANNELS] [for TIME] [to-end] [wav FILE]",
+         "read what the DSP hears from now on, without a detection", kService, Start<true>},
+        {"capture stop", "", "end the capture", kService,
+         [](Session& session, const Values&) { return session.StopCapture(); }},
+    };
+    // clang-format on
     return kVerbs;
 }
 

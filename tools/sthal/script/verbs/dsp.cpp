@@ -65,28 +65,27 @@ VerbResult AddFault(Session& session, const Values& values) {
     return {};
 }
 
-// clang-format off
-constexpr auto kBoard = PhoneParts::kBoard;
-constexpr auto kService = PhoneParts::kService;
-constexpr Verb kVerbs[] = {
-    {"dsp crash", "", "crash the DSP, which loses all it had; the sound card monitor reports it offline", kBoard, Crash},
-    {"dsp online", "", "boot the DSP if it is down; the sound card monitor reports it online", kBoard, GoOnline},
-    {"dsp offline", "", "the sound card monitor reports the DSP offline, which it is not", kService,
-     [](Session& session, const Values&) { Report(session, false); return VerbResult{}; }},
-    {"dsp journal", "[COUNT]", "the latest things that the DSP was told and did", kBoard, ShowJournal},
-    {"dsp forget", "", "begin a new journal, which expectations look at", kBoard, Forget},
-    {"dsp engine", "NUMBER", "what an engine holds and does", kBoard, ShowEngine},
-    {"service restart", "", "end the audio service and start it anew: the models are gone, the tuning file is read", kService,
-     [](Session& session, const Values&) { return session.RestartService(); }},
-    {"fault", "FAULT...", "make calls on a device node fail: NODE OPERATION [id=N] [after=N] [times=N] [chance=P] EFFECT (virtual_board.md)", kBoard, AddFault},
-    {"faults clear", "", "lift all faults", kBoard,
-     [](Session& session, const Values&) { session.ClearFaults(); return VerbResult{}; }},
-};
-// clang-format on
-
 }  // namespace
 
 std::span<const Verb> DspVerbs() {
+    // clang-format off
+    static constexpr auto kBoard = PhoneParts::kBoard;
+    static constexpr auto kService = PhoneParts::kService;
+    static constexpr Verb kVerbs[] = {
+        {"dsp crash", "", "crash the DSP, which loses all it had; the sound card monitor reports it offline", kBoard, Crash},
+        {"dsp online", "", "boot the DSP if it is down; the sound card monitor reports it online", kBoard, GoOnline},
+        {"dsp offline", "", "the sound card monitor reports the DSP offline, which it is not", kService,
+         [](Session& session, const Values&) { Report(session, false); return VerbResult{}; }},
+        {"dsp journal", "[COUNT]", "the latest things that the DSP was told and did", kBoard, ShowJournal},
+        {"dsp forget", "", "begin a new journal, which expectations look at", kBoard, Forget},
+        {"dsp engine", "NUMBER", "what an engine holds and does", kBoard, ShowEngine},
+        {"service restart", "", "end the audio service and start it anew: the models are gone, the tuning file is read", kService,
+         [](Session& session, const Values&) { return session.RestartService(); }},
+        {"fault", "FAULT...", "make calls on a device node fail: NODE OPERATION [id=N] [after=N] [times=N] [chance=P] EFFECT (virtual_board.md)", kBoard, AddFault},
+        {"faults clear", "", "lift all faults", kBoard,
+         [](Session& session, const Values&) { session.ClearFaults(); return VerbResult{}; }},
+    };
+    // clang-format on
     return kVerbs;
 }
 

@@ -207,29 +207,28 @@ VerbResult ExpectFault(Session& session, const Values& values) {
     return session.NotInTime("the fault to hit " + Times(times), Times(hits()));
 }
 
-// clang-format off
-constexpr auto kBoard = PhoneParts::kBoard;
-constexpr auto kService = PhoneParts::kService;
-constexpr Verb kVerbs[] = {
-    {"expect event", "[status STATUS] [data DATA] [rate COUNT] [kind KIND]",
-     "the event waited for last is like this; the data is a part of its own, or empty if that is", kService, ExpectEvent},
-    {"expect no event", "[for TIME]", "no event has come that nobody waited for, and none comes", kService, ExpectNoEvent},
-    {"expect result", "RESULT", "what the last call of the HAL returned; one that fails needs this line", kService, ExpectResult},
-    {"expect state", "MODEL STATE", "the model's runtime state", kService, ExpectState},
-    {"expect capture exact", "[within TIME]", "the capture ends, and is what the microphones heard, sample for sample", kService, ExpectCaptureExact},
-    {"expect capture cut", "[within TIME]", "the capture ends, and is what the microphones heard, and from some point on silence", kService, ExpectCaptureCut},
-    {"expect capture silent", "[within TIME]", "the capture ends, and is silence", kService, ExpectCaptureSilent},
-    {"expect dump contains", "TEXT", "the HAL's dump says this", kService, ExpectDump},
-    {"expect log contains", "TEXT", "the HAL has logged this", kService, ExpectLog},
-    {"expect dsp command", "COUNT [times COUNT] [result RESULT]", "the DSP has been told this since the journal began", kBoard, ExpectCommand},
-    {"expect no dsp command", "COUNT", "the DSP has not been told this", kBoard, ExpectNoCommand},
-    {"expect fault fired", "[times COUNT]", "the fault that was set last has hit a call", kBoard, ExpectFault},
-};
-// clang-format on
-
 }  // namespace
 
 std::span<const Verb> ExpectVerbs() {
+    // clang-format off
+    static constexpr auto kBoard = PhoneParts::kBoard;
+    static constexpr auto kService = PhoneParts::kService;
+    static constexpr Verb kVerbs[] = {
+        {"expect event", "[status STATUS] [data DATA] [rate COUNT] [kind KIND]",
+         "the event waited for last is like this; the data is a part of its own, or empty if that is", kService, ExpectEvent},
+        {"expect no event", "[for TIME]", "no event has come that nobody waited for, and none comes", kService, ExpectNoEvent},
+        {"expect result", "RESULT", "what the last call of the HAL returned; one that fails needs this line", kService, ExpectResult},
+        {"expect state", "MODEL STATE", "the model's runtime state", kService, ExpectState},
+        {"expect capture exact", "[within TIME]", "the capture ends, and is what the microphones heard, sample for sample", kService, ExpectCaptureExact},
+        {"expect capture cut", "[within TIME]", "the capture ends, and is what the microphones heard, and from some point on silence", kService, ExpectCaptureCut},
+        {"expect capture silent", "[within TIME]", "the capture ends, and is silence", kService, ExpectCaptureSilent},
+        {"expect dump contains", "TEXT", "the HAL's dump says this", kService, ExpectDump},
+        {"expect log contains", "TEXT", "the HAL has logged this", kService, ExpectLog},
+        {"expect dsp command", "COUNT [times COUNT] [result RESULT]", "the DSP has been told this since the journal began", kBoard, ExpectCommand},
+        {"expect no dsp command", "COUNT", "the DSP has not been told this", kBoard, ExpectNoCommand},
+        {"expect fault fired", "[times COUNT]", "the fault that was set last has hit a call", kBoard, ExpectFault},
+    };
+    // clang-format on
     return kVerbs;
 }
 

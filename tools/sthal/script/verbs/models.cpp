@@ -146,23 +146,22 @@ VerbResult ReadProperties(Session& session, const Values&) {
     return {};
 }
 
-// clang-format off
-constexpr auto kService = PhoneParts::kService;
-constexpr Verb kVerbs[] = {
-    {"load", "keyphrase|generic NAME [say TEXT] [wav FILE] [recorded] [threshold RATIO] [size BYTES]",
-     "load a model of a spoken text (the name, without one), of a WAV file, of what is made for it with the run's recording, or, generic, of music; padded to a size", kService, Load, CheckLoad},
-    {"unload", "MODEL", "unload a model", kService, Unload},
-    {"start", "MODEL [io COUNT] [confidence PERCENT] [echo-canceller] [noise-suppression] [no-capture]",
-     "start recognition, with the io handle of its capture and what a phrase's extra says", kService, Start},
-    {"stop", "MODEL", "stop recognition", kService, CallModel<&Service::Stop>},
-    {"force", "MODEL", "have the DSP report a detection now", kService, CallModel<&Service::ForceRecognition>},
-    {"properties", "", "ask the HAL for its properties", kService, ReadProperties},
-};
-// clang-format on
-
 }  // namespace
 
 std::span<const Verb> ModelVerbs() {
+    // clang-format off
+    static constexpr auto kService = PhoneParts::kService;
+    static constexpr Verb kVerbs[] = {
+        {"load", "keyphrase|generic NAME [say TEXT] [wav FILE] [recorded] [threshold RATIO] [size BYTES]",
+         "load a model of a spoken text (the name, without one), of a WAV file, of what is made for it with the run's recording, or, generic, of music; padded to a size", kService, Load, CheckLoad},
+        {"unload", "MODEL", "unload a model", kService, Unload},
+        {"start", "MODEL [io COUNT] [confidence PERCENT] [echo-canceller] [noise-suppression] [no-capture]",
+         "start recognition, with the io handle of its capture and what a phrase's extra says", kService, Start},
+        {"stop", "MODEL", "stop recognition", kService, CallModel<&Service::Stop>},
+        {"force", "MODEL", "have the DSP report a detection now", kService, CallModel<&Service::ForceRecognition>},
+        {"properties", "", "ask the HAL for its properties", kService, ReadProperties},
+    };
+    // clang-format on
     return kVerbs;
 }
 

@@ -141,21 +141,20 @@ VerbResult ExpectDelivery(Session& session, const Values&) {
     }
 }
 
-// clang-format off
-constexpr Verb kVerbs[] = {
-    {.name = "recording speech", .form = "TEXT [unspoken]", .help = "make the run's recording: a chat in which the text is said, or is not, and the text alone for a model", .run = RecordText, .check = [](const Values& values) { return WithoutValue(Speech(values)); }},
-    {.name = "recording music", .form = "[unspoken]", .help = "the same of music, and a part of it for a model", .run = RecordPiece},
-    {.name = "recording wav", .form = "FILE hotword FILE [threshold RATIO]", .help = "the same of a WAV file, and of one with the hotword cut out of it, which is in the recording where it fits this well", .run = RecordFiles, .check = [](const Values& values) { return WithoutValue(Files(values)); }},
-    {.name = "play recording", .form = "", .help = "play the run's recording into the microphones", .needs = PhoneParts::kRoom, .run = PlayRecording},
-    {.name = "wait detection", .form = "", .help = "wait for the next event, until 2 s after the recording's end; none is no failure", .needs = PhoneParts::kService, .run = WaitDetection},
-    {.name = "expect hotword ahead", .form = "", .help = "the recording's hotword has not begun yet", .needs = PhoneParts::kRoom, .run = ExpectAhead},
-    {.name = "expect delivery", .form = "", .help = "the event came if the hotword was said, at its place, and the capture is what the microphones heard of the recording", .needs = PhoneParts::kService, .run = ExpectDelivery},
-};
-// clang-format on
-
 }  // namespace
 
 std::span<const Verb> RecordingVerbs() {
+    // clang-format off
+    static constexpr Verb kVerbs[] = {
+        {.name = "recording speech", .form = "TEXT [unspoken]", .help = "make the run's recording: a chat in which the text is said, or is not, and the text alone for a model", .run = RecordText, .check = [](const Values& values) { return WithoutValue(Speech(values)); }},
+        {.name = "recording music", .form = "[unspoken]", .help = "the same of music, and a part of it for a model", .run = RecordPiece},
+        {.name = "recording wav", .form = "FILE hotword FILE [threshold RATIO]", .help = "the same of a WAV file, and of one with the hotword cut out of it, which is in the recording where it fits this well", .run = RecordFiles, .check = [](const Values& values) { return WithoutValue(Files(values)); }},
+        {.name = "play recording", .form = "", .help = "play the run's recording into the microphones", .needs = PhoneParts::kRoom, .run = PlayRecording},
+        {.name = "wait detection", .form = "", .help = "wait for the next event, until 2 s after the recording's end; none is no failure", .needs = PhoneParts::kService, .run = WaitDetection},
+        {.name = "expect hotword ahead", .form = "", .help = "the recording's hotword has not begun yet", .needs = PhoneParts::kRoom, .run = ExpectAhead},
+        {.name = "expect delivery", .form = "", .help = "the event came if the hotword was said, at its place, and the capture is what the microphones heard of the recording", .needs = PhoneParts::kService, .run = ExpectDelivery},
+    };
+    // clang-format on
     return kVerbs;
 }
 

@@ -60,23 +60,22 @@ VerbResult PlayPattern(Session& session, const Values& values) {
     return {};
 }
 
-// clang-format off
-constexpr auto kRoom = PhoneParts::kRoom;
-constexpr Verb kVerbs[] = {
-    {"say", "TEXT [after TIME] [louder DECIBELS]", "speak into the microphones", kRoom, Say,
-     [](const Values& values) { return WithoutValue(audio::Speak(values.Get("TEXT"))); }},
-    {"play wav", "FILE", "play a WAV file into the microphones", kRoom, PlayWav,
-     [](const Values& values) { return WithoutValue(audio::ReadWav(values.Get("FILE"), audio::Channels::kStereo)); }},
-    {"play music", "[for TIME]", "play the music that generic models know into the microphones", kRoom, PlayMusic},
-    {"play pattern", "FRAME COUNT", "play so many frames of test audio into the microphones, of which every sample is known", PhoneParts::kBoard, PlayPattern},
-    {"play stop", "", "break off what is played into the microphones", kRoom,
-     [](Session& session, const Values&) { session.phone().StopPlaying(); return VerbResult{}; }},
-};
-// clang-format on
-
 }  // namespace
 
 std::span<const Verb> RoomVerbs() {
+    // clang-format off
+    static constexpr auto kRoom = PhoneParts::kRoom;
+    static constexpr Verb kVerbs[] = {
+        {"say", "TEXT [after TIME] [louder DECIBELS]", "speak into the microphones", kRoom, Say,
+         [](const Values& values) { return WithoutValue(audio::Speak(values.Get("TEXT"))); }},
+        {"play wav", "FILE", "play a WAV file into the microphones", kRoom, PlayWav,
+         [](const Values& values) { return WithoutValue(audio::ReadWav(values.Get("FILE"), audio::Channels::kStereo)); }},
+        {"play music", "[for TIME]", "play the music that generic models know into the microphones", kRoom, PlayMusic},
+        {"play pattern", "FRAME COUNT", "play so many frames of test audio into the microphones, of which every sample is known", PhoneParts::kBoard, PlayPattern},
+        {"play stop", "", "break off what is played into the microphones", kRoom,
+         [](Session& session, const Values&) { session.phone().StopPlaying(); return VerbResult{}; }},
+    };
+    // clang-format on
     return kVerbs;
 }
 

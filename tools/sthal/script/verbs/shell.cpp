@@ -25,19 +25,18 @@ VerbResult ShowModels(Session& session, const Values&) {
     return {};
 }
 
-// clang-format off
-constexpr Verb kVerbs[] = {
-    {.name = "help", .form = "[VERB...]", .help = "these lines, or those about one verb", .run = Help, .where = Verb::Where::kShell},
-    {.name = "models", .form = "", .help = "the models that are loaded", .run = ShowModels, .where = Verb::Where::kShell},
-    {.name = "run", .form = "FILE", .help = "carry out the verbs of a scenario on this phone", .where = Verb::Where::kShell},
-    {.name = "save", .form = "FILE", .help = "write this session as a scenario", .where = Verb::Where::kShell},
-    {.name = "quit", .form = "", .help = "end; so does Ctrl-D", .where = Verb::Where::kShell},
-};
-// clang-format on
-
 }  // namespace
 
 std::span<const Verb> ShellVerbs() {
+    // clang-format off
+    static constexpr Verb kVerbs[] = {
+        {.name = "help", .form = "[VERB...]", .help = "these lines, or those about one verb", .run = Help, .where = Verb::Where::kShell},
+        {.name = "models", .form = "", .help = "the models that are loaded", .run = ShowModels, .where = Verb::Where::kShell},
+        {.name = "run", .form = "FILE", .help = "carry out the verbs of a scenario on this phone", .where = Verb::Where::kShell},
+        {.name = "save", .form = "FILE", .help = "write this session as a scenario", .where = Verb::Where::kShell},
+        {.name = "quit", .form = "", .help = "end; so does Ctrl-D", .where = Verb::Where::kShell},
+    };
+    // clang-format on
     return kVerbs;
 }
 

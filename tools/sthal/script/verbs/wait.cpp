@@ -70,21 +70,20 @@ VerbResult WaitFault(Session& session, const Values& values) {
     return session.NotInTime("the fault to hit " + Times(times), Times(faults.Fired(*rule)));
 }
 
-// clang-format off
-constexpr Verb kVerbs[] = {
-    // A DSP alone hears nothing between what is played, so that the room's time stands still.
-    {"wait", "TIME", "let time pass", PhoneParts::kService, Wait},
-    {"wait event", "[model MODEL] [within TIME]", "wait for the next event of the framework's callback", PhoneParts::kService, WaitEvent},
-    {"wait heard", "[TIME]", "wait until so much of what was said last is heard, or all", PhoneParts::kRoom, WaitHeard},
-    {"wait capture", "[within TIME]", "wait for the end of the capture", PhoneParts::kService,
-     [](Session& session, const Values& values) { return session.AwaitCapture(values.Seconds("within", Session::kCaptureSeconds)); }},
-    {"wait fault", "[rule COUNT] [times COUNT] [within TIME]", "wait until a fault, counted from 0, or the one that was set last, has hit so often (10 s)", PhoneParts::kBoard, WaitFault},
-};
-// clang-format on
-
 }  // namespace
 
 std::span<const Verb> WaitVerbs() {
+    // clang-format off
+    static constexpr Verb kVerbs[] = {
+        // A DSP alone hears nothing between what is played, so that the room's time stands still.
+        {"wait", "TIME", "let time pass", PhoneParts::kService, Wait},
+        {"wait event", "[model MODEL] [within TIME]", "wait for the next event of the framework's callback", PhoneParts::kService, WaitEvent},
+        {"wait heard", "[TIME]", "wait until so much of what was said last is heard, or all", PhoneParts::kRoom, WaitHeard},
+        {"wait capture", "[within TIME]", "wait for the end of the capture", PhoneParts::kService,
+         [](Session& session, const Values& values) { return session.AwaitCapture(values.Seconds("within", Session::kCaptureSeconds)); }},
+        {"wait fault", "[rule COUNT] [times COUNT] [within TIME]", "wait until a fault, counted from 0, or the one that was set last, has hit so often (10 s)", PhoneParts::kBoard, WaitFault},
+    };
+    // clang-format on
     return kVerbs;
 }
 
