@@ -40,7 +40,7 @@ TEST_F(RestartLoopBoardTest, StartedAnewAfterAStopAModelNeverGetsAnOldDetection)
             ::virtual_dsp::BuildSoundModel({::virtual_dsp::Engine::kAmbientMusic, 0.7F,
                                             ::virtual_dsp::PatternChannel(0, 1600, 0)});
 
-    RunRestartLoop(
+    RestartLoop loop(
             hal_.get(),
             {.rounds = 500,
              .trigger =
@@ -52,12 +52,12 @@ TEST_F(RestartLoopBoardTest, StartedAnewAfterAStopAModelNeverGetsAnOldDetection)
                                  &reply);
                      },
              .next_payload = [this] { return NextPayload(); },
-             .longest_wait = std::chrono::microseconds(1500),
              .load =
                      [&](FrameworkMonitor& monitor, auto callback) {
                          return LoadModel(monitor, SoundTriggerHalClient::SoundModelType::GENERIC,
                                           model, "model", std::move(callback));
                      }});
+    loop.Run();
 }
 
 }  // namespace

@@ -22,12 +22,11 @@ class RestartLoopTest : public ::testing::Test {
         ::android::base::SetMinimumLogSeverity(::android::base::INFO);
     }
 
-    RestartLoop Loop(SoundTriggerHalClient::SoundModelType type) {
+    RestartLoopParts Parts(SoundTriggerHalClient::SoundModelType type) {
         const int engine = type == SoundTriggerHalClient::SoundModelType::KEYPHRASE ? 1 : 2;
         return {.rounds = 10'000,
                 .trigger = [=, this] { dsp_.With([=](SoakDsp& dsp) { dsp.Detect(engine); }); },
                 .next_payload = [this] { return std::to_string(++starts_); },
-                .longest_wait = std::chrono::microseconds(60),
                 .load =
                         [type](FrameworkMonitor& monitor, auto callback) {
                             const std::vector<uint8_t> bytes = {1, 2, 3};
@@ -41,15 +40,15 @@ class RestartLoopTest : public ::testing::Test {
 };
 
 TEST_F(RestartLoopTest, StartedAnewAfterAStopAModelNeverGetsAnOldDetection) {
-    RunRestartLoop(hal_.get(), Loop(SoundTriggerHalClient::SoundModelType::KEYPHRASE));
+    RestartLoop(hal_.get(), Parts(SoundTriggerHalClient::SoundModelType::KEYPHRASE)).Run();
 }
 
 TEST_F(RestartLoopTest, LoadedAnewAfterAnUnloadAModelNeverGetsAnOldDetection) {
-    RestartLoop loop = Loop(SoundTriggerHalClient::SoundModelType::GENERIC);
-    loop.rounds = 3000;
-    loop.is_unloading = true;
+    RestartLoopParts parts = Parts(SoundTriggerHalClient::SoundModelType::GENERIC);
+    parts.rounds = 3000;
+    parts.is_unloading = true;
 
-    RunRestartLoop(hal_.get(), loop);
+    RestartLoop(hal_.get(), parts).Run();
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <spawn.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -11,7 +12,6 @@
 #include <csignal>
 #include <fstream>
 #include <iterator>
-#include <thread>
 #include <utility>
 
 namespace virtual_dsp {
@@ -21,7 +21,8 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-constexpr milliseconds kPatience{15'000};
+// Only ends a test that hangs.
+constexpr milliseconds kPatience{60'000};
 
 void CloseOnce(int& fd) {
     if (fd >= 0) close(std::exchange(fd, -1));
@@ -79,7 +80,7 @@ std::string DspProcess::ReadLine() {
             return line;
         }
         pollfd wait{.fd = answers_, .events = POLLIN, .revents = 0};
-        if (poll(&wait, 1, 100) <= 0) continue;
+        if (poll(&wait, 1, static_cast<int>(kPatience.count())) <= 0) continue;
         char bytes[512];
         const ssize_t count = read(answers_, bytes, sizeof(bytes));
         if (count <= 0) return "the process has ended";
@@ -98,16 +99,16 @@ void DspProcess::Kill() {
 
 void DspProcess::Await() {
     if (process_ <= 0) return;
-    const auto deadline = steady_clock::now() + kPatience;
-    while (waitpid(process_, nullptr, WNOHANG) == 0) {
-        if (steady_clock::now() > deadline) {
-            ADD_FAILURE() << "process " << process_ << " does not end";
-            kill(process_, SIGKILL);
-            break;
-        }
-        std::this_thread::sleep_for(milliseconds(1));
+    pollfd end{.fd = static_cast<int>(syscall(SYS_pidfd_open, process_, 0)),
+               .events = POLLIN,
+               .revents = 0};
+    EXPECT_GE(end.fd, 0);
+    if (poll(&end, 1, static_cast<int>(kPatience.count())) != 1) {
+        ADD_FAILURE() << "process " << process_ << " does not end";
+        kill(process_, SIGKILL);
     }
-    process_ = -1;
+    close(end.fd);
+    waitpid(std::exchange(process_, -1), nullptr, 0);
 }
 
 size_t MountCount() {

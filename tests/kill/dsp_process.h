@@ -3,15 +3,14 @@
 #include <gtest/gtest.h>
 #include <sys/types.h>
 
-#include <chrono>
 #include <string>
 
 namespace virtual_dsp {
 
 /**
  * A DSP in a process of its own (`sthal dsp`), on the board of this process. It takes requests and
- * can be killed. One at a time. Fails the test when anything takes longer than a few seconds. Used
- * by one thread.
+ * can be killed. One at a time. Fails the test when anything hangs for a minute. Used by one
+ * thread.
  */
 class DspProcess {
   public:

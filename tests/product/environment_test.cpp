@@ -143,8 +143,6 @@ TEST_F(EnvironmentTest, FanChargerSwapsTheMicrophonesAndNothingElseIsTaken) {
     Check(false, hal_->SetParameter(fan));
     ASSERT_EQ(STATUS_OK, fan.ext.setParcelable(AudioConfigBase{}));
     Check(false, hal_->SetParameter(fan));
-    fan.ext.hostSetRaw(Boolean::descriptor, {});
-    Check(false, hal_->SetParameter(fan));
     ASSERT_EQ(STATUS_OK, fan.ext.setParcelable(Boolean{.value = true}));
     fan.id += "s";
     Check(false, hal_->SetParameter(fan));

@@ -2,15 +2,17 @@
 // program sees which system calls each of them makes. Run by syscalls_test.py.
 #include <aidl/android/hardware/soundtrigger3/BnSoundTriggerHwCallback.h>
 #include <aidl/android/media/soundtrigger/RecognitionConfig.h>
+#include <android-base/logging.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <chrono>
-#include <cstdio>
+#include <condition_variable>
 #include <functional>
+#include <future>
 #include <memory>
+#include <mutex>
 #include <string>
-#include <thread>
+#include <utility>
 #include <vector>
 
 #include "audio/hal/aidl/soundtrigger/sound_trigger_driver_operations.h"
@@ -45,19 +47,67 @@ void Between(const std::string& name, const std::function<void()>& work) {
 
 class Callback : public ::aidl::android::hardware::soundtrigger3::BnSoundTriggerHwCallback {
   public:
+    explicit Callback(std::promise<void>* detected) : detected_(detected) {}
+
     ndk::ScopedAStatus modelUnloaded(int32_t) override { return ndk::ScopedAStatus::ok(); }
     ndk::ScopedAStatus phraseRecognitionCallback(
             int32_t, const ::aidl::android::media::soundtrigger::PhraseRecognitionEvent&) override {
         Note("detected");
+        detected_->set_value();
         return ndk::ScopedAStatus::ok();
     }
     ndk::ScopedAStatus recognitionCallback(
             int32_t, const ::aidl::android::media::soundtrigger::RecognitionEvent&) override {
         return ndk::ScopedAStatus::ok();
     }
+
+  private:
+    std::promise<void>* const detected_;
 };
 
-int Load(soundtrigger::SoundTriggerHal& hal) {
+// The HAL's log, which is written nowhere.
+class HalLog {
+  public:
+    static void Hear(android::base::LogId, android::base::LogSeverity, const char*, const char*,
+                     unsigned, const char* text) {
+        std::lock_guard lock(lock_);
+        lines_.emplace_back(text);
+        grown_.notify_all();
+    }
+
+    // Waits for a line with this text, after the one last found.
+    static void Await(const char* text) {
+        std::unique_lock lock(lock_);
+        grown_.wait(lock, [text] { return Find(text); });
+    }
+    // Whether there is one already.
+    static bool Has(const char* text) {
+        std::lock_guard lock(lock_);
+        return Find(text);
+    }
+
+  private:
+    // Drops what it has passed, if it finds one.
+    static bool Find(const char* text) {
+        for (auto line = lines_.begin(); line != lines_.end(); ++line) {
+            if (line->find(text) == std::string::npos) continue;
+            lines_.erase(lines_.begin(), line + 1);
+            return true;
+        }
+        return false;
+    }
+
+    static inline std::mutex lock_;
+    static inline std::condition_variable grown_;
+    static inline std::vector<std::string> lines_;
+};
+
+// What the control thread makes of a request is not of interest; it must not be in the middle of
+// it. These are its last words before it waits again.
+constexpr char kUpdated[] = "get update command";
+constexpr char kRecordRead[] = "read trigger event with model type";
+
+int Load(soundtrigger::SoundTriggerHal& hal, std::promise<void>* detected) {
     const std::vector<uint8_t> bytes = virtual_dsp::BuildSoundModel(
             {virtual_dsp::Engine::kHotword, 0.9F, virtual_dsp::PatternChannel(1 << 30, 1600, 0)},
             kModelBytes);
@@ -68,33 +118,37 @@ int Load(soundtrigger::SoundTriggerHal& hal) {
     model.data.set(memfd_create("model", MFD_CLOEXEC));
     (void)!pwrite(model.data.get(), bytes.data(), bytes.size(), 0);
     int handle = -1;
-    const auto callback = ndk::SharedRefBase::make<Callback>();
+    const auto callback = ndk::SharedRefBase::make<Callback>(detected);
     Between("load", [&] { (void)hal.LoadSoundModel(model, callback, &handle); });
     return handle;
 }
 
 void Probe() {
+    android::base::SetLogger(HalLog::Hear);
     const auto created = virtual_dsp::Board::Create({});
     if (!created.ok()) return;
     virtual_dsp::Board* const board = created->get();
     const auto hal = soundtrigger::SoundTriggerHalBuilder::BuildSoundTriggerHal();
     (void)hal->Initialize();
-    // Before it has its pipe, the control thread cannot be woken.
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    hal->OnSoundCardStateChanged(true);
-    const int handle = Load(*hal);
+    do {
+        hal->OnSoundCardStateChanged(true);
+        // Before it has its pipe, the control thread cannot be woken.
+    } while (HalLog::Has("pipe reader doesn't exist"));
+    HalLog::Await(kUpdated);
+    std::promise<void> detected;
+    const int handle = Load(*hal, &detected);
     const auto start = [&] {
         (void)hal->StartRecognition(handle, 0, kIoHandle, RecognitionConfig{});
     };
     Between("start", start);
-    // What the control thread does of it is not of interest; it must not be in the middle of it.
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    HalLog::Await(kUpdated);
     (void)hal->ForceRecognitionEvent(handle);
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    detected.get_future().wait();
     Between("stop", [&] { (void)hal->StopRecognition(handle); });
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    HalLog::Await(kUpdated);
 
     (void)hal->InternalForceRecognition();
+    HalLog::Await(kRecordRead);
     (void)hal->StartBufferingByIoHandle(kIoHandle, true);
     std::vector<char> buffer(kBulkBytes);
     for (const char* const name : {"first-read", "read"}) {

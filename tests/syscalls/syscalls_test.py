@@ -55,7 +55,7 @@ def steps(log):
         marker = re.match(r'\(-1, "([\w-]+)"', rest)
         if call == "write" and marker:
             if marker.group(1) == "detected":
-                found["detection"] = awake.get(thread)
+                found["detection"] = list(awake.get(thread, []))
             else:
                 name, pid = marker.group(1), thread
         elif call in WAITS:

@@ -1,9 +1,11 @@
 #include "audio/hal/utils/soundcardstate/sound_card_state.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <atomic>
-#include <chrono>
+#include <fstream>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -34,21 +36,30 @@ TEST(SoundCardStateTest, ListenerIsRegisteredOnceAndCanReturn) {
     EXPECT_EQ((std::vector<bool>{true, true}), listener.heard);
 }
 
-// Stays in its callback for a while, to see what the monitor lets happen meanwhile.
+bool IsAsleep(pid_t thread) {
+    std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/stat");
+    std::string stat;
+    std::getline(file, stat);
+    return stat.find(") S ") != std::string::npos;
+}
+
+// Stays in its first callback until both other threads wait for its end, or one has not waited.
 struct Lingering : monitor::SoundCardStateListener {
     explicit Lingering(monitor::SoundCardState* reporter) : state(reporter) {}
 
     void OnSoundCardStateChanged(bool online) override {
-        called = true;
-        const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(50);
-        while (std::chrono::steady_clock::now() < end) {
-            if (state->IsOnline() != online) overtaken = true;
+        if (gone) called_after_leaving = true;
+        if (called.exchange(true)) return;
+        while (!overtaken && !called_after_leaving && !(IsAsleep(next) && IsAsleep(leaving))) {
+            overtaken = state->IsOnline() != online;
             if (gone) called_after_leaving = true;
         }
     }
 
     monitor::SoundCardState* const state;
     std::atomic<bool> called = false;
+    std::atomic<pid_t> next = 0;     // The thread that makes the next report.
+    std::atomic<pid_t> leaving = 0;  // The one that takes this listener away.
     std::atomic<bool> gone = false;
     std::atomic<bool> overtaken = false;
     std::atomic<bool> called_after_leaving = false;
@@ -65,7 +76,11 @@ TEST(SoundCardStateTest, RunningReportIsWaitedForByTheNextOneAndByAListenerThatL
 
     std::thread up([&state] { state.Report(true); });
     while (!leaving.called) std::this_thread::yield();
-    std::thread down([&state] { state.Report(false); });
+    std::thread down([&] {
+        leaving.next = gettid();
+        state.Report(false);
+    });
+    leaving.leaving = gettid();
     state.UnregisterListener(&leaving);
     leaving.gone = true;
     up.join();

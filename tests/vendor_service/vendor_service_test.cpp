@@ -7,7 +7,6 @@
 #include <atomic>
 #include <chrono>
 #include <future>
-#include <thread>
 
 #include "examples/vendor_service/sound_trigger_service.h"
 #include "host/virtual_dsp/dsp/sample_pattern.h"
@@ -221,20 +220,22 @@ TEST_F(VendorServiceTest, ModelThatIsBeingUnloadedIsNotTakenForLost) {
     ASSERT_EQ("ok", Load(HotwordModel("one"), &handle));
     ASSERT_EQ("ok", Outcome(service_->startRecognition(handle, 0, kIoHandle, {})));
     AddFault("on command reply id=267 errno=EIO");
+    const size_t unloading = AddFault("on command reply id=262 times=1 delay=1");
     std::promise<void> delivering;
+    std::promise<void> refused;
     events_->SetAction([&](int) {
         delivering.set_value();
-        // The unload waits for this event with the HAL's lock released, and a capture is refused.
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        refused.get_future().wait();
     });
     ASSERT_EQ("ok", Outcome(service_->forceRecognitionEvent(handle)));
     delivering.get_future().wait();
 
     auto unload = std::async(std::launch::async,
                              [&] { return Outcome(service_->unloadSoundModel(handle)); });
-    while (unload.wait_for(std::chrono::milliseconds(1)) != std::future_status::ready) {
-        EXPECT_FALSE(service_->OpenCapture(kIoHandle, 2, /*zero_latency=*/true));
-    }
+    EXPECT_TRUE(board_->faults().WaitUntilFired(unloading, 1, ::virtual_dsp::kDeadline));
+    // Gets the HAL's lock while the unload waits for the event, which it does without the lock.
+    EXPECT_FALSE(service_->OpenCapture(kIoHandle, 2, /*zero_latency=*/true));
+    refused.set_value();
 
     EXPECT_EQ("ok", unload.get());
     EXPECT_TRUE(events_->unloaded().empty());

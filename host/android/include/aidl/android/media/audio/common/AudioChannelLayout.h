@@ -54,8 +54,9 @@ class AudioChannelLayout {
         value_.emplace<static_cast<size_t>(tag)>(std::forward<Args>(args)...);
     }
 
-    binder_status_t readFromParcel(const AParcel* parcel);
-    binder_status_t writeToParcel(AParcel* parcel) const;
+    // Nothing leaves the process here: there is no layout to read or write.
+    binder_status_t readFromParcel(const AParcel*) { return STATUS_INVALID_OPERATION; }
+    binder_status_t writeToParcel(AParcel*) const { return STATUS_INVALID_OPERATION; }
     std::string toString() const;
 
     bool operator==(const AudioChannelLayout& rhs) const { return value_ == rhs.value_; }
@@ -85,38 +86,6 @@ inline std::string AudioChannelLayout::toString() const {
                        std::to_string(value) + "}";
             },
             value_);
-}
-
-inline binder_status_t AudioChannelLayout::writeToParcel(AParcel* parcel) const {
-    parcel->writeScalar(static_cast<int32_t>(getTag()));
-    std::visit([parcel](int32_t value) { parcel->writeScalar(value); }, value_);
-    return STATUS_OK;
-}
-
-inline binder_status_t AudioChannelLayout::readFromParcel(const AParcel* parcel) {
-    int32_t tag = 0;
-    int32_t value = 0;
-    binder_status_t status = parcel->readScalar(&tag);
-    if (status != STATUS_OK) return status;
-    if ((status = parcel->readScalar(&value)) != STATUS_OK) return status;
-    switch (static_cast<Tag>(tag)) {
-        case Tag::none:
-            set<none>(value);
-            return STATUS_OK;
-        case Tag::invalid:
-            set<invalid>(value);
-            return STATUS_OK;
-        case Tag::indexMask:
-            set<indexMask>(value);
-            return STATUS_OK;
-        case Tag::layoutMask:
-            set<layoutMask>(value);
-            return STATUS_OK;
-        case Tag::voiceMask:
-            set<voiceMask>(value);
-            return STATUS_OK;
-    }
-    return STATUS_BAD_VALUE;
 }
 
 }  // namespace aidl::android::media::audio::common
