@@ -1,16 +1,12 @@
 #pragma once
 
-#include <aidl/android/hardware/soundtrigger3/BnSoundTriggerHwCallback.h>
 #include <gtest/gtest.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <span>
 #include <string>
 #include <thread>
@@ -18,6 +14,8 @@
 
 #include "audio/hal/aidl/soundtrigger/sound_trigger_hal.h"
 #include "host/framework_monitor/framework_monitor.h"
+#include "tests/support/model.h"
+#include "tests/support/recording_callback.h"
 #include "tools/hal_calls.h"
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
@@ -25,49 +23,11 @@ namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 using ::framework::FrameworkMonitor;
 using ::framework::HalCalls;
 
-/** Keeps the payloads of the events since the last Take(). */
-class PayloadCallback final
-    : public ::aidl::android::hardware::soundtrigger3::BnSoundTriggerHwCallback {
-  public:
-    ::ndk::ScopedAStatus modelUnloaded(int32_t) override { return ::ndk::ScopedAStatus::ok(); }
-    ::ndk::ScopedAStatus phraseRecognitionCallback(
-            int32_t,
-            const ::aidl::android::media::soundtrigger::PhraseRecognitionEvent& event) override {
-        return Keep(event.common.data);
-    }
-    ::ndk::ScopedAStatus recognitionCallback(
-            int32_t, const ::aidl::android::media::soundtrigger::RecognitionEvent& event) override {
-        return Keep(event.data);
-    }
-
-    std::vector<std::string> Take() {
-        std::lock_guard lock(lock_);
-        return std::exchange(payloads_, {});
-    }
-
-  private:
-    ::ndk::ScopedAStatus Keep(const std::vector<uint8_t>& data) {
-        std::lock_guard lock(lock_);
-        payloads_.emplace_back(data.begin(), data.end());
-        return ::ndk::ScopedAStatus::ok();
-    }
-
-    std::mutex lock_;
-    std::vector<std::string> payloads_;
-};
-
 inline int LoadModel(FrameworkMonitor& monitor, SoundTriggerHalClient::SoundModelType type,
                      std::span<const uint8_t> bytes, const std::string& vendor_uuid,
                      std::shared_ptr<FrameworkMonitor::Callback> callback) {
-    FrameworkMonitor::SoundModel model;
-    model.type = type;
-    model.vendorUuid = vendor_uuid;
-    model.dataSize = static_cast<int32_t>(bytes.size());
-    model.data.set(memfd_create("model", MFD_CLOEXEC));
-    EXPECT_EQ(static_cast<ssize_t>(bytes.size()),
-              pwrite(model.data.get(), bytes.data(), bytes.size(), 0));
     int handle = -1;
-    (void)monitor.LoadSoundModel(model, std::move(callback), &handle);
+    (void)monitor.LoadSoundModel(ModelOf(type, vendor_uuid, bytes), std::move(callback), &handle);
     return handle;
 }
 
@@ -90,7 +50,7 @@ struct RestartLoop {
  */
 inline void RunRestartLoop(SoundTriggerHal* hal, const RestartLoop& loop) {
     FrameworkMonitor monitor(std::make_unique<HalCalls>(hal));
-    const auto callback = ::ndk::SharedRefBase::make<PayloadCallback>();
+    const auto callback = ::ndk::SharedRefBase::make<RecordingCallback>();
     int handle = loop.load(monitor, callback);
     ASSERT_GT(handle, 0);
 
@@ -126,8 +86,8 @@ inline void RunRestartLoop(SoundTriggerHal* hal, const RestartLoop& loop) {
         } else {
             EXPECT_EQ(0, monitor.StopRecognition(handle));
         }
-        for (const std::string& got : callback->Take()) {
-            EXPECT_EQ(payload, got) << "start " << k << " got an older detection";
+        for (const RecordingCallback::Event& event : callback->Take()) {
+            EXPECT_EQ(payload, event.payload()) << "start " << k << " got an older detection";
             ++events;
         }
         if (loop.is_unloading) handle = loop.load(monitor, callback);
