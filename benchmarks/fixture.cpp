@@ -4,7 +4,6 @@
 #include <android-base/logging.h>
 #include <fcntl.h>
 #include <pthread.h>
-#include <sys/mman.h>
 #include <sys/select.h>
 #include <unistd.h>
 
@@ -21,6 +20,7 @@
 #include "host/virtual_dsp/board/example_tuning.h"
 #include "host/virtual_dsp/dsp/sample_pattern.h"
 #include "host/virtual_dsp/dsp/sound_model.h"
+#include "tests/support/model.h"
 
 namespace bench {
 
@@ -54,28 +54,9 @@ int64_t Arrival::Wait() {
     return std::exchange(at_ns_, 0);
 }
 
-class Fixture::Callback
-    : public ::aidl::android::hardware::soundtrigger3::BnSoundTriggerHwCallback {
-  public:
-    explicit Callback(Arrival* arrival) : arrival_(arrival) {}
-
-    ndk::ScopedAStatus modelUnloaded(int32_t) override { return ndk::ScopedAStatus::ok(); }
-    ndk::ScopedAStatus phraseRecognitionCallback(
-            int32_t, const ::aidl::android::media::soundtrigger::PhraseRecognitionEvent&) override {
-        arrival_->Mark();
-        return ndk::ScopedAStatus::ok();
-    }
-    ndk::ScopedAStatus recognitionCallback(
-            int32_t, const ::aidl::android::media::soundtrigger::RecognitionEvent&) override {
-        arrival_->Mark();
-        return ndk::ScopedAStatus::ok();
-    }
-
-  private:
-    Arrival* const arrival_;
-};
-
-Fixture::Fixture() : callback_(ndk::SharedRefBase::make<Callback>(&arrival_)) {
+Fixture::Fixture()
+    : callback_(ndk::SharedRefBase::make<soundtrigger::RecordingCallback>(
+              [this](int) { arrival_.Mark(); })) {
     android::base::SetLogger([](auto&&...) { log_lines.fetch_add(1, std::memory_order_relaxed); });
     auto board = virtual_dsp::Board::Create({});
     if (!board.ok()) {
@@ -103,17 +84,9 @@ std::vector<uint8_t> Fixture::Model(virtual_dsp::Engine engine, size_t bytes) {
 }
 
 SoundModel Fixture::Prepare(virtual_dsp::Engine engine, const std::vector<uint8_t>& model) {
-    SoundModel sound_model;
-    sound_model.type = engine == virtual_dsp::Engine::kHotword ? SoundModelType::KEYPHRASE
-                                                               : SoundModelType::GENERIC;
-    sound_model.vendorUuid = std::to_string(++models_);
-    sound_model.dataSize = static_cast<int32_t>(model.size());
-    const int fd = memfd_create("model", MFD_CLOEXEC);
-    MustSucceed(write(fd, model.data(), model.size()) == static_cast<ssize_t>(model.size()),
-                "memfd");
-    sound_model.data.set(fd);
-    Rewind(sound_model);
-    return sound_model;
+    return soundtrigger::ModelOf(engine == virtual_dsp::Engine::kHotword ? SoundModelType::KEYPHRASE
+                                                                         : SoundModelType::GENERIC,
+                                 std::to_string(++models_), model);
 }
 
 void Fixture::Rewind(const SoundModel& model) {

@@ -2,7 +2,6 @@
 
 #include <sched.h>
 
-#include <aidl/android/hardware/soundtrigger3/BnSoundTriggerHwCallback.h>
 #include <aidl/android/media/soundtrigger/SoundModel.h>
 
 #include <atomic>
@@ -16,6 +15,7 @@
 
 #include "audio/hal/aidl/soundtrigger/sound_trigger_hal.h"
 #include "host/virtual_dsp/board/board.h"
+#include "tests/support/recording_callback.h"
 
 namespace bench {
 
@@ -78,12 +78,10 @@ class Fixture {
     static void SetLogging(bool on);
 
   private:
-    class Callback;
-
     std::unique_ptr<virtual_dsp::Board> board_;
     std::unique_ptr<soundtrigger::SoundTriggerHal> hal_;
     Arrival arrival_;
-    std::shared_ptr<Callback> callback_;
+    std::shared_ptr<soundtrigger::RecordingCallback> callback_;
     uint64_t heard_frames_ = 0;
     int models_ = 0;
 };

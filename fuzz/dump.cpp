@@ -1,7 +1,6 @@
 // A dump request: arguments, indentation, tags, and descriptors of every kind, closed ones and
 // pipes without a reader among them.
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -9,29 +8,22 @@
 #include "audio/hal/aidl/soundtrigger/sound_trigger_hal.h"
 #include "audio/hal/utils/dumpsys/dumpsys.h"
 #include "fuzz/scripted_nodes.h"
+#include "tests/support/model.h"
 
 namespace fuzz {
 
 namespace {
 
-using ::aidl::android::media::soundtrigger::SoundModel;
-using ::aidl::android::media::soundtrigger::SoundModelType;
 using ::ndk::ScopedFileDescriptor;
+using soundtrigger::MemoryFile;
+using soundtrigger::ModelOf;
+using soundtrigger::SoundModelType;
+using soundtrigger::TextOf;
 using utils::dumpsys::Dumpsys;
 using utils::dumpsys::DumpsysInfo;
 
 constexpr uint8_t kFirstUnwritable = 192;
 constexpr size_t kHalLines = 4;
-
-ScopedFileDescriptor MemoryFile() {
-    return ScopedFileDescriptor(memfd_create("dump", MFD_CLOEXEC));
-}
-
-std::string ReadBack(const ScopedFileDescriptor& file) {
-    std::string text(static_cast<size_t>(lseek(file.get(), 0, SEEK_END)), '\0');
-    Require(pread(file.get(), text.data(), text.size(), 0) == std::ssize(text), "(it is read)");
-    return text;
-}
 
 ScopedFileDescriptor Unwritable(uint8_t kind) {
     if (kind % 5 == 0) return ScopedFileDescriptor(-1);
@@ -55,7 +47,7 @@ struct Line {
 std::vector<Line> LinesOf(soundtrigger::SoundTriggerHal* hal) {
     const auto file = MemoryFile();
     hal->Dump(DumpsysInfo(file.get()));
-    const std::string text = ReadBack(file);
+    const std::string text = TextOf(file);
     std::vector<Line> lines;
     for (size_t at = 0; at < text.size(); at = text.find('\n', at) + 1) {
         const size_t first = text.find_first_not_of(' ', at);
@@ -85,13 +77,10 @@ void Run(Input input) {
     ScriptedNodes nodes;
     soundtrigger::SoundTriggerHal hal(MakeAdapter());
     for (int left = input.Take<uint8_t>() % 4; left > 0; --left) {
-        SoundModel model;
-        model.type = SoundModelType::GENERIC;
-        model.vendorUuid = std::to_string(left);
-        model.dataSize = 1;
-        model.data = MemoryFile();
         int handle = 0;
-        Require(hal.LoadSoundModel(model, nullptr, &handle) == 0, "a model is loaded");
+        Require(hal.LoadSoundModel(ModelOf(SoundModelType::GENERIC, std::to_string(left)), nullptr,
+                                   &handle) == 0,
+                "a model is loaded");
     }
     const std::vector<Line> lines = LinesOf(&hal);
     while (!input.empty()) {
@@ -113,7 +102,7 @@ void Run(Input input) {
         sigpending(&pending);
         Require(sigismember(&pending, SIGPIPE) == 0, "no signal is left behind");
         if (kind >= kFirstUnwritable) continue;
-        Require(ReadBack(file) == Select({{tag, 0, text + "\n"}}, request) + Select(lines, request),
+        Require(TextOf(file) == Select({{tag, 0, text + "\n"}}, request) + Select(lines, request),
                 "the lines whose tag begins like an argument, each with the indentation");
     }
 }

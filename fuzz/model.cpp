@@ -1,7 +1,6 @@
 // A model descriptor of the framework's: type, dataSize, and what there is to read behind it.
 // Models are loaded and unloaded by the HAL while the DSP refuses commands.
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -9,14 +8,15 @@
 
 #include "audio/hal/aidl/soundtrigger/sound_trigger_hal.h"
 #include "fuzz/scripted_nodes.h"
+#include "tests/support/model.h"
 
 namespace fuzz {
 
 namespace {
 
-using ::aidl::android::media::soundtrigger::SoundModel;
-using ::aidl::android::media::soundtrigger::SoundModelType;
 using ::ndk::ScopedFileDescriptor;
+using soundtrigger::SoundModel;
+using soundtrigger::SoundModelType;
 
 constexpr int kUntouched = -77;
 constexpr int kMaxModels = 3;
@@ -37,9 +37,7 @@ Source MakeSource(uint8_t kind, uint16_t size) {
     switch (kind % 6) {
         case 0: {  // A file, from somewhere on.
             const size_t skipped = std::min<size_t>(kind, size);
-            source.descriptor.set(memfd_create("model", MFD_CLOEXEC));
-            Require(write(source.descriptor.get(), content.data(), size) == size,
-                    "(it is written)");
+            source.descriptor = soundtrigger::MemoryFile(content);
             lseek(source.descriptor.get(), static_cast<off_t>(skipped), SEEK_SET);
             source.content =
                     Bytes(content.begin() + static_cast<ptrdiff_t>(skipped), content.end());

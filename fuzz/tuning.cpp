@@ -1,7 +1,5 @@
 // The tuning file: its image, which is the input, and the walk over the records in it, which ends
 // in commands. The manager reads a file of its own, so the image is put into one.
-#include <sys/mman.h>
-#include <unistd.h>
 #include <zlib.h>
 
 #include <cerrno>
@@ -9,6 +7,7 @@
 #include "audio/hal/utils/tamberlo/tamberlo_config_file.h"
 #include "audio/hal/utils/tamberlo/tamberlo_tuning_text.h"
 #include "fuzz/scripted_nodes.h"
+#include "tests/support/model.h"
 
 namespace fuzz {
 
@@ -74,12 +73,11 @@ void Send(soundtrigger::SoundTriggerAdapter* adapter, CommandNode* dsp, int type
 
 void Run(Input input) {
     const Bytes image = input.TakeBytes(SIZE_MAX);
-    const int fd = memfd_create("tuning", MFD_CLOEXEC);
-    Require(write(fd, image.data(), image.size()) == std::ssize(image), "(a file is written)");
+    auto tuning = soundtrigger::MemoryFile(image);
     ScriptedNodes nodes;
     CommandNode dsp(&nodes);
-    const auto adapter = MakeAdapter("/proc/self/fd/" + std::to_string(fd));
-    close(fd);
+    const auto adapter = MakeAdapter("/proc/self/fd/" + std::to_string(tuning.get()));
+    tuning.set(-1);
 
     const auto read = ReadTuningFile(image);
     const TuningFile file = read.ok() ? *read : TuningFile();

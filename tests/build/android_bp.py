@@ -5,6 +5,7 @@ usage: android_bp.py FOLDER
 FOLDER is the project's root. Prints every difference and ends with status 1 if there is one.
 """
 import pathlib
+import posixpath
 import re
 import sys
 
@@ -195,7 +196,7 @@ def cmake_sources(root):
         return CMakeFile(root / folder / "CMakeLists.txt")
 
     def listed(folder, names):
-        return [(pathlib.PurePosixPath(folder) / name).as_posix() for name in names]
+        return [posixpath.normpath(posixpath.join(folder, name)) for name in names]
 
     product = listed("audio", read("audio").arguments("add_library", "sound_trigger_objects"))
     product = [source for source in product if source.endswith(".cpp")]

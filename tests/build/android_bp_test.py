@@ -33,7 +33,7 @@ CMAKE = {
             a.cpp zyl/b.cpp)  # Why.
         add_library(sound_trigger_objects OBJECT ${LIST})""",
     "host/vendor": "add_library(vendor_audio_utils SHARED utils/file.cpp utils/wake_lock.cpp)",
-    "tests/product": "sthal_test(hal_test SOURCES fake.cpp x_test.cpp LIBS internals)",
+    "tests/product": "sthal_test(hal_test SOURCES ../support/fake.cpp x_test.cpp LIBS internals)",
     "fuzz": """
         foreach(original one two)
             foreach(inner ${original})

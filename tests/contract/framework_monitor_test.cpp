@@ -60,7 +60,7 @@ class FrameworkMonitorTest : public ::testing::Test {
     void Load() {
         const std::vector<uint8_t> bytes = {1};
         ASSERT_EQ(1, LoadModel(monitor_, SoundTriggerHalClient::SoundModelType::GENERIC, bytes,
-                               "model", ::ndk::SharedRefBase::make<PayloadCallback>()));
+                               "model", ::ndk::SharedRefBase::make<RecordingCallback>()));
     }
     void Start() { ASSERT_EQ(0, monitor_.StartRecognition(1, 0, {})); }
     void RestartDsp() {

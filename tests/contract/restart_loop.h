@@ -1,26 +1,24 @@
 #pragma once
 
-#include <aidl/android/hardware/soundtrigger3/BnSoundTriggerHwCallback.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <span>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "audio/hal/aidl/soundtrigger/sound_trigger_hal.h"
 #include "host/framework_monitor/framework_monitor.h"
+#include "tests/support/model.h"
+#include "tests/support/recording_callback.h"
 #include "tools/hal_calls.h"
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
@@ -28,59 +26,11 @@ namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 using ::framework::FrameworkMonitor;
 using ::framework::HalCalls;
 
-/** Keeps the payloads of the events since the last Take(). */
-class PayloadCallback final
-    : public ::aidl::android::hardware::soundtrigger3::BnSoundTriggerHwCallback {
-  public:
-    ::ndk::ScopedAStatus modelUnloaded(int32_t) override { return ::ndk::ScopedAStatus::ok(); }
-    ::ndk::ScopedAStatus phraseRecognitionCallback(
-            int32_t,
-            const ::aidl::android::media::soundtrigger::PhraseRecognitionEvent& event) override {
-        return Keep(event.common.data);
-    }
-    ::ndk::ScopedAStatus recognitionCallback(
-            int32_t, const ::aidl::android::media::soundtrigger::RecognitionEvent& event) override {
-        return Keep(event.data);
-    }
-
-    // Waits until there is something to take.
-    void WaitForEvent() {
-        std::unique_lock lock(lock_);
-        EXPECT_TRUE(grown_.wait_for(lock, std::chrono::seconds(30), [this] {
-            return !payloads_.empty();
-        })) << "the detection of a started model was lost";
-    }
-
-    std::vector<std::string> Take() {
-        std::lock_guard lock(lock_);
-        return std::exchange(payloads_, {});
-    }
-
-  private:
-    ::ndk::ScopedAStatus Keep(const std::vector<uint8_t>& data) {
-        std::lock_guard lock(lock_);
-        payloads_.emplace_back(data.begin(), data.end());
-        grown_.notify_all();
-        return ::ndk::ScopedAStatus::ok();
-    }
-
-    std::mutex lock_;
-    std::condition_variable grown_;
-    std::vector<std::string> payloads_;
-};
-
 inline int LoadModel(FrameworkMonitor& monitor, SoundTriggerHalClient::SoundModelType type,
                      std::span<const uint8_t> bytes, const std::string& vendor_uuid,
                      std::shared_ptr<FrameworkMonitor::Callback> callback) {
-    FrameworkMonitor::SoundModel model;
-    model.type = type;
-    model.vendorUuid = vendor_uuid;
-    model.dataSize = static_cast<int32_t>(bytes.size());
-    model.data.set(memfd_create("model", MFD_CLOEXEC));
-    EXPECT_EQ(static_cast<ssize_t>(bytes.size()),
-              pwrite(model.data.get(), bytes.data(), bytes.size(), 0));
     int handle = -1;
-    (void)monitor.LoadSoundModel(model, std::move(callback), &handle);
+    (void)monitor.LoadSoundModel(ModelOf(type, vendor_uuid, bytes), std::move(callback), &handle);
     return handle;
 }
 
@@ -146,9 +96,9 @@ class RestartLoop {
         const std::string payload = parts_.next_payload();
         EXPECT_EQ(0, monitor_.StartRecognition(handle_, 1, {}));
         parts_.trigger();
-        callback_->WaitForEvent();
+        EXPECT_TRUE(callback_->WaitForEvents(1)) << "the detection of a started model was lost";
         Stop();
-        EXPECT_THAT(callback_->Take(), ::testing::ElementsAre(payload));
+        EXPECT_THAT(TakePayloads(), ::testing::ElementsAre(payload));
         LoadAgain();
     }
 
@@ -160,7 +110,7 @@ class RestartLoop {
         EXPECT_EQ(0, monitor_.StartRecognition(handle_, 1, {}));
         Spin(k * 97 % kMoments);
         Stop();
-        EXPECT_THAT(callback_->Take(), ::testing::Each(payload))
+        EXPECT_THAT(TakePayloads(), ::testing::Each(payload))
                 << "start " << k << " got an older detection";
         LoadAgain();
     }
@@ -187,14 +137,19 @@ class RestartLoop {
         EXPECT_EQ(0, parts_.is_unloading ? monitor_.UnloadSoundModel(handle_)
                                          : monitor_.StopRecognition(handle_));
     }
+    std::vector<std::string> TakePayloads() {
+        std::vector<std::string> payloads;
+        for (const auto& event : callback_->Take()) payloads.push_back(event.payload());
+        return payloads;
+    }
     void LoadAgain() {
         if (parts_.is_unloading) handle_ = parts_.load(monitor_, callback_);
     }
 
     const RestartLoopParts parts_;
     FrameworkMonitor monitor_;
-    const std::shared_ptr<PayloadCallback> callback_ =
-            ::ndk::SharedRefBase::make<PayloadCallback>();
+    const std::shared_ptr<RecordingCallback> callback_ =
+            ::ndk::SharedRefBase::make<RecordingCallback>();
     int handle_ = -1;
     std::chrono::steady_clock::duration longest_wait_{};
     std::atomic<int> round_{-1};

@@ -2,7 +2,7 @@
 
 #include <android-base/logging.h>
 
-#include "tests/soak/soak_dsp.h"
+#include "tests/support/simple_dsp.h"
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 
@@ -25,7 +25,7 @@ class RestartLoopTest : public ::testing::Test {
     RestartLoopParts Parts(SoundTriggerHalClient::SoundModelType type) {
         const int engine = type == SoundTriggerHalClient::SoundModelType::KEYPHRASE ? 1 : 2;
         return {.rounds = 10'000,
-                .trigger = [=, this] { dsp_.With([=](SoakDsp& dsp) { dsp.Detect(engine); }); },
+                .trigger = [=, this] { dsp_.With([=](SimpleDsp& dsp) { dsp.Detect(engine); }); },
                 .next_payload = [this] { return std::to_string(++starts_); },
                 .load =
                         [type](FrameworkMonitor& monitor, auto callback) {
@@ -34,7 +34,7 @@ class RestartLoopTest : public ::testing::Test {
                         }};
     }
 
-    SharedSoakDsp dsp_;
+    SharedSimpleDsp dsp_;
     std::unique_ptr<SoundTriggerHal> hal_;
     int starts_ = 0;
 };

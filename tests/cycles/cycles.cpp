@@ -1,23 +1,19 @@
 // cycles [--cycles N]: the life of a hotword, over and over: load, start, detect, capture, stop,
 // unload, with a DSP that crashes in every tenth cycle, each time at another point. Prints what the
 // process holds before and after, and ends with status 1 when that has grown or a step fails.
-#include <aidl/android/hardware/soundtrigger3/BnSoundTriggerHwCallback.h>
 #include <android-base/logging.h>
 #include <malloc.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <charconv>
 #include <chrono>
-#include <condition_variable>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <iterator>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
@@ -30,6 +26,8 @@
 #include "host/virtual_dsp/board/enter_board.h"
 #include "host/virtual_dsp/dsp/sample_pattern.h"
 #include "host/virtual_dsp/dsp/sound_model.h"
+#include "tests/support/model.h"
+#include "tests/support/recording_callback.h"
 
 #if defined(__SANITIZE_ADDRESS__)
 #include <sanitizer/allocator_interface.h>
@@ -38,9 +36,6 @@
 namespace {
 
 using namespace ::vendor::quarno::brindlecove::audio::hal::soundtrigger;
-using ::aidl::android::media::soundtrigger::PhraseRecognitionEvent;
-using ::aidl::android::media::soundtrigger::RecognitionEvent;
-using ::aidl::android::media::soundtrigger::SoundModelType;
 using ::virtual_dsp::Board;
 using ::virtual_dsp::Engine;
 
@@ -52,7 +47,6 @@ constexpr int kIoHandle = 7;
 constexpr uint64_t kFirst = 12000;
 constexpr uint64_t kFrames = 1600;
 constexpr size_t kModelBytes = 20000;
-constexpr std::chrono::seconds kPatience{20};
 constexpr std::chrono::milliseconds kSettled{100};
 // Chunks that the allocator keeps for the next request count as used; a leak of 8 bytes a cycle
 // comes to more in the long form.
@@ -71,7 +65,7 @@ size_t EntriesOf(const char* directory) {
 
 // The control thread closes the notification device, and the board ends a call, in their own time.
 void Settle() {
-    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    const auto deadline = std::chrono::steady_clock::now() + kDeadline;
     auto same_since = std::chrono::steady_clock::now();
     size_t last = EntriesOf("/proc/self/fd");
     while (std::chrono::steady_clock::now() < std::min(deadline, same_since + kSettled)) {
@@ -90,39 +84,6 @@ struct Holdings {
 #else
     size_t heap_bytes = mallinfo2().uordblks + mallinfo2().hblkhd;
 #endif
-};
-
-class Framework : public ::aidl::android::hardware::soundtrigger3::BnSoundTriggerHwCallback {
-  public:
-    ::ndk::ScopedAStatus modelUnloaded(int32_t) override { return ::ndk::ScopedAStatus::ok(); }
-    ::ndk::ScopedAStatus phraseRecognitionCallback(int32_t,
-                                                   const PhraseRecognitionEvent&) override {
-        return Count();
-    }
-    ::ndk::ScopedAStatus recognitionCallback(int32_t, const RecognitionEvent&) override {
-        return Count();
-    }
-
-    bool WaitFor(size_t count) {
-        std::unique_lock lock(lock_);
-        return counted_.wait_for(lock, kPatience, [&] { return count_ >= count; });
-    }
-    size_t count() {
-        std::lock_guard lock(lock_);
-        return count_;
-    }
-
-  private:
-    ::ndk::ScopedAStatus Count() {
-        std::lock_guard lock(lock_);
-        ++count_;
-        counted_.notify_all();
-        return ::ndk::ScopedAStatus::ok();
-    }
-
-    std::mutex lock_;
-    std::condition_variable counted_;
-    size_t count_ = 0;
 };
 
 /** One phone, and one framework that leads the life. A step that fails says which and why. */
@@ -154,7 +115,7 @@ class Life {
 
     int highest_handle() const { return highest_handle_; }
     size_t crashes() const { return crashes_; }
-    size_t events() const { return framework_->count(); }
+    size_t events() const { return events_ + framework_->events().size(); }
     size_t commands() const { return commands_; }
     size_t wraps() const { return wraps_; }
     size_t gaps() const { return gaps_; }
@@ -169,12 +130,7 @@ class Life {
     bool Load(SoundModelType type, int* handle) {
         const bool is_music = type == SoundModelType::GENERIC;
         const auto& bytes = is_music ? music_model_ : hotword_model_;
-        SoundTriggerHal::SoundModel model;
-        model.type = type;
-        model.vendorUuid = is_music ? "music" : "hotword";
-        model.data.set(memfd_create("model", MFD_CLOEXEC));
-        model.dataSize = static_cast<int32_t>(bytes.size());
-        if (pwrite(model.data.get(), bytes.data(), bytes.size(), 0) != model.dataSize) return false;
+        const SoundModel model = ModelOf(type, is_music ? "music" : "hotword", bytes);
         if (!Check("LoadSoundModel", hal_->LoadSoundModel(model, framework_, handle))) return false;
         highest_handle_ = std::max(highest_handle_, *handle);
         return true;
@@ -186,11 +142,9 @@ class Life {
     }
 
     bool Detect() {
-        const size_t before = framework_->count();
+        events_ += framework_->Take().size();
         Say();
-        if (framework_->WaitFor(before + 1)) return true;
-        fprintf(stderr, "no event came\n");
-        return false;
+        return Check("Waiting for an event", framework_->WaitForEvents(1) ? 0 : -1);
     }
 
     // After a crash nothing is detected any more, and the hotword has to be said again.
@@ -256,7 +210,9 @@ class Life {
     Board& board_;
     const std::vector<uint8_t> hotword_model_ = Model(Engine::kHotword);
     const std::vector<uint8_t> music_model_ = Model(Engine::kAmbientMusic);
-    const std::shared_ptr<Framework> framework_ = ::ndk::SharedRefBase::make<Framework>();
+    const std::shared_ptr<RecordingCallback> framework_ =
+            ::ndk::SharedRefBase::make<RecordingCallback>();
+    size_t events_ = 0;
     const std::unique_ptr<SoundTriggerHal> hal_ = SoundTriggerHalBuilder::BuildSoundTriggerHal();
     int hotword_ = -1;
     int highest_handle_ = 0;

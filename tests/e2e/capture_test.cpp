@@ -3,7 +3,6 @@
 // swapped unnoticed.
 #include <aidl/android/media/soundtrigger/RecognitionConfig.h>
 #include <gtest/gtest.h>
-#include <sys/mman.h>
 
 #include <atomic>
 #include <chrono>
@@ -23,15 +22,14 @@
 #include "host/virtual_dsp/dsp/sample_pattern.h"
 #include "host/virtual_dsp/dsp/sound_model.h"
 #include "tests/board/board_fixture.h"
-#include "tests/product/recording_callback.h"
+#include "tests/support/model.h"
+#include "tests/support/recording_callback.h"
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 
 namespace {
 
 using ::aidl::android::media::soundtrigger::RecognitionConfig;
-using ::aidl::android::media::soundtrigger::SoundModel;
-using ::aidl::android::media::soundtrigger::SoundModelType;
 using std::chrono::steady_clock;
 using ::virtual_dsp::Engine;
 using ::virtual_dsp::PatternSample;
@@ -73,19 +71,15 @@ class CaptureTest : public ::virtual_dsp::BoardTest {
     }
 
     int Load(Engine engine, size_t bytes = 0, uint64_t template_first = kTemplateFirst) {
-        const std::vector<uint8_t> model = ::virtual_dsp::BuildSoundModel(
-                {engine, 0.7F, ::virtual_dsp::PatternChannel(template_first, kTemplateFrames, 0)},
-                bytes);
-        SoundModel sound_model;
-        sound_model.type =
-                engine == Engine::kHotword ? SoundModelType::KEYPHRASE : SoundModelType::GENERIC;
-        sound_model.vendorUuid = std::to_string(++models_);
-        sound_model.dataSize = static_cast<int32_t>(model.size());
-        sound_model.data.set(memfd_create("model", MFD_CLOEXEC));
-        EXPECT_EQ(static_cast<ssize_t>(model.size()),
-                  pwrite(sound_model.data.get(), model.data(), model.size(), 0));
+        const SoundModel model = ModelOf(
+                engine == Engine::kHotword ? SoundModelType::KEYPHRASE : SoundModelType::GENERIC,
+                std::to_string(++models_),
+                ::virtual_dsp::BuildSoundModel(
+                        {engine, 0.7F,
+                         ::virtual_dsp::PatternChannel(template_first, kTemplateFrames, 0)},
+                        bytes));
         int handle = -1;
-        EXPECT_EQ(0, hal_->LoadSoundModel(sound_model, callback_, &handle));
+        EXPECT_EQ(0, hal_->LoadSoundModel(model, callback_, &handle));
         return handle;
     }
 
@@ -196,7 +190,7 @@ TEST_P(CaptureOfEachKindTest, StaysWholeWhileModelsLoadDumpsRunAndThePhoneIsDock
     const Engine other = is_ambient ? Engine::kHotword : Engine::kAmbientMusic;
     (void)LoadAndStart(engine, kHotwordIo);
     Play();
-    ASSERT_NO_FATAL_FAILURE(callback_->WaitForEvents(1));
+    ASSERT_TRUE(callback_->WaitForEvents(1));
     const auto stream = Open(kHotwordIo, channels);
 
     constexpr size_t kBigModel = 16 * 1024 * 1024;
@@ -241,7 +235,7 @@ TEST_F(CaptureTest, TwoEnginesAreCapturedAtOnceAndTheirAudioDoesNotMix) {
     (void)LoadAndStart(Engine::kHotword, kHotwordIo);
     (void)LoadAndStart(Engine::kAmbientMusic, kAmbientIo);
     Play();
-    ASSERT_NO_FATAL_FAILURE(callback_->WaitForEvents(2));
+    ASSERT_TRUE(callback_->WaitForEvents(2));
     const auto hotword = Open(kHotwordIo, 2);
     const auto ambient = Open(kAmbientIo, 1);
 
@@ -257,7 +251,7 @@ TEST_F(CaptureTest, TwoEnginesAreCapturedAtOnceAndTheirAudioDoesNotMix) {
 TEST_F(CaptureTest, FailedReadsBecomeSilenceAndNoFrameIsLostOverThem) {
     (void)LoadAndStart(Engine::kHotword, kHotwordIo);
     Play();
-    ASSERT_NO_FATAL_FAILURE(callback_->WaitForEvents(1));
+    ASSERT_TRUE(callback_->WaitForEvents(1));
     const auto stream = Open(kHotwordIo, 2);
     const std::vector<int16_t> before = ReadBulks(*stream, 2, 2);
 
@@ -278,7 +272,7 @@ TEST_F(CaptureTest, FailedReadsBecomeSilenceAndNoFrameIsLostOverThem) {
 TEST_F(CaptureTest, StreamRunsOnSilenceWhileTheDspIsGoneAndHasAudioAgainAfterTheNextHotword) {
     (void)LoadAndStart(Engine::kHotword, kHotwordIo);
     Play(0, kTemplateFirst + kTemplateFrames + kPrerollFrames);
-    ASSERT_NO_FATAL_FAILURE(callback_->WaitForEvents(1));
+    ASSERT_TRUE(callback_->WaitForEvents(1));
     const auto stream = Open(kHotwordIo, 2);
     (void)ExpectPattern(ReadBulk(*stream, 2), 2, Plain);
 
@@ -292,7 +286,7 @@ TEST_F(CaptureTest, StreamRunsOnSilenceWhileTheDspIsGoneAndHasAudioAgainAfterThe
     board_->dsp().Boot();
     hal_->OnSoundCardStateChanged(true);
     Play();
-    ASSERT_NO_FATAL_FAILURE(callback_->WaitForEvents(2));
+    ASSERT_TRUE(callback_->WaitForEvents(2));
     const auto next = Open(kHotwordIo, 2);
     uint64_t first = 0;
     (void)ExpectPattern(ReadBulks(*next, 2, 20), 2, Plain, &first);

@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "host/virtual_dsp/board/enter_board.h"
-#include "tests/faults/bench.h"
+#include "tests/faults/result_tables.h"
 
 int main(int argc, char** argv) {
     if (const auto status = virtual_dsp::EnterBoard(argc, argv)) return *status;
@@ -16,7 +16,7 @@ int main(int argc, char** argv) {
         delete listeners.Release(listeners.default_result_printer());
     }
     const int failed = RUN_ALL_TESTS();
-    using ::vendor::quarno::brindlecove::audio::hal::soundtrigger::Report;
-    if (markdown) Report::Get().PrintMarkdown();
+    using ::vendor::quarno::brindlecove::audio::hal::soundtrigger::ResultTables;
+    if (markdown) ResultTables::Get().PrintMarkdown();
     return failed;
 }

@@ -1,7 +1,7 @@
 // How long each operation takes with a DSP that has stopped answering before it began.
 #include <algorithm>
 
-#include "tests/faults/board_bench.h"
+#include "tests/faults/board_rig.h"
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 namespace {
@@ -49,11 +49,11 @@ constexpr SilentRow kSilentRows[] = {
         {"SetParameter", "", "fan"},
 };
 
-class SilentDspTest : public BoardBenchTest, public ::testing::WithParamInterface<size_t> {
+class SilentDspTest : public BoardRigTest, public ::testing::WithParamInterface<size_t> {
   protected:
     static void SetUpTestSuite() {
-        Report::Get().Begin("A DSP that is silent from the start",
-                            {"Operation", "From", "Answers never", "Devices gone"});
+        ResultTables::Get().Begin("A DSP that is silent from the start",
+                                  {"Operation", "From", "Answers never", "Devices gone"});
     }
 
     void SetUp() override { tuning_ = TuningOf({275, 277, 279, 297}); }
@@ -66,10 +66,10 @@ class SilentDspTest : public BoardBenchTest, public ::testing::WithParamInterfac
     milliseconds Measure(milliseconds limit, Spoil spoil) {
         milliseconds took{0};
         for (int attempt = 0; attempt < 3; ++attempt) {
-            NewBench(kLargeModelBytes);
-            bench_->Reach(row().setup);
+            NewRig(kLargeModelBytes);
+            rig_->Reach(row().setup);
             [[maybe_unused]] const auto spoilt = spoil();
-            took = bench_->CarryOut(row().request).took;
+            took = rig_->CarryOut(row().request).took;
             if (took < limit) break;
         }
         EXPECT_LT(took, limit) << row().operation << " from " << row().setup;
@@ -91,8 +91,8 @@ TEST_P(SilentDspTest, EveryOperationEndsInLessThanASecond) {
         }
         return missing;
     });
-    Report::Get().Add({row().operation, *row().setup == '\0' ? "idle" : row().setup,
-                       Milliseconds(silent), Milliseconds(gone)});
+    ResultTables::Get().Add({row().operation, *row().setup == '\0' ? "idle" : row().setup,
+                             Milliseconds(silent), Milliseconds(gone)});
 }
 
 INSTANTIATE_TEST_SUITE_P(, SilentDspTest, ::testing::Range<size_t>(0, std::size(kSilentRows)));

@@ -22,7 +22,7 @@
 #include "host/virtual_dsp/dsp/sample_pattern.h"
 #include "host/virtual_dsp/dsp/sound_model.h"
 #include "tests/kill/dsp_process.h"
-#include "tests/product/recording_callback.h"
+#include "tests/support/recording_callback.h"
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 namespace {
@@ -171,7 +171,7 @@ class KillTest : public ::testing::Test {
     void ExpectDetection() {
         const size_t events = callback_->events().size();
         dsp_->Ask("play pattern " + std::to_string(kFirst) + " " + std::to_string(kFrames + 640));
-        callback_->WaitForEvents(events + 1);
+        EXPECT_TRUE(callback_->WaitForEvents(events + 1));
     }
 
     // Kills the DSP when `fault` has struck inside `call`; returns what the call came to.

@@ -1,9 +1,9 @@
 // A client by itself: every request in every state, its events, its reads and its engine.
 #include <array>
 #include <chrono>
-#include <sstream>
 
 #include "tests/product/hal_test.h"
+#include "tests/support/client_table.h"
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 namespace {
@@ -19,6 +19,7 @@ struct Operation {
     const char* name;
     int (Client::*request)();
 };
+// In the order of Request.
 constexpr Operation kOperations[] = {
         {"ToUnloadState", &Client::RequestUnloadModel},
         {"ToLoadState", &Client::RequestLoadModel},
@@ -28,17 +29,13 @@ constexpr Operation kOperations[] = {
         {"ToInternalForceRecognition", &Client::RequestInternalForceRecognition},
 };
 
-// By state and operation: the DSP calls, E standing for the client's engine, with how the failure
-// of each is logged (p plain, s as of a stop, u as of an unload), then the number of the next
-// state. Empty: refused in silence. That a restart fails in the words of a stop is no mistake.
-constexpr const char* kTable[6][6] = {
-        {"0", "Load(E,5,model)p 1", "", "", "", "Start(E)p Internal(0)p 5"},
-        {"Unload(E)p 0", "1", "Start(E)p 2", "", "", "Start(E)p Internal(0)p 5"},
-        {"Stop(E)s Unload(E)u 0", "Stop(E)p 1", "2", "3", "", "Internal(0)p 5"},
-        {"Stop(E)s Unload(E)u 0", "Stop(E)s 1", "Start(E)s 2", "", "4", ""},
-        {"Stop(E)s Unload(E)u 0", "Stop(E)s 1", "Start(E)s 2", "", "", ""},
-        {"Stop(E)s Unload(E)u 0", "Stop(E)s 1", "5", "", "4", ""},
-};
+// How the journal shows a call to an engine.
+std::string CallOf(DspOp op, int engine) {
+    if (op == DspOp::kInternal) return "Internal(0)";
+    constexpr const char* kNames[] = {"Load", "Unload", "Start", "Stop"};
+    return kNames[static_cast<int>(op)] + ("(" + std::to_string(engine)) +
+           (op == DspOp::kLoad ? ",5,model)" : ")");
+}
 
 class ClientTest : public ::testing::TestWithParam<EngineType> {
   protected:
@@ -63,32 +60,21 @@ class ClientTest : public ::testing::TestWithParam<EngineType> {
     }
 
     // Makes a request of it, where the DSP fails at its call number `failing`.
-    void Walk(RuntimeState state, const Operation& operation, std::string cell, size_t failing) {
+    void Walk(RuntimeState state, Request request, size_t failing) {
+        const Operation& operation = kOperations[static_cast<int>(request)];
         SCOPED_TRACE(operation.name + (" in " + toString(state)) + ": " + std::to_string(failing));
-        // Only the hotword engine is ever run without a detection.
-        const bool is_hotword = GetParam() == EngineType::Hotword;
-        if (!is_hotword && cell.ends_with("Internal(0)p 5")) cell.clear();
-        std::ranges::replace(cell, 'E', is_hotword || state == InternalForceDetected ? '1' : '2');
-        const bool is_allowed = !cell.empty();
+        const Transition& transition = TransitionOf(state, request, GetParam());
+        const bool is_allowed = transition.is_allowed();
         std::vector<std::string> calls;
-        RuntimeState next = state;
         LogCapture::Lines lines;
-        std::istringstream tokens(cell);
-        for (std::string token; lines.empty() && tokens >> token;) {
-            if (token.size() == 1) {
-                next = static_cast<RuntimeState>(token[0] - '0');
-                continue;
-            }
-            calls.push_back(token.substr(0, token.size() - 1));
+        for (const auto& [op, failure] : transition.calls) {
+            calls.push_back(CallOf(op, EngineOf(state, GetParam())));
             if (calls.size() <= failing) continue;
-            const char kind = token.back();
-            lines = {"E RuntimeState: "s + operation.name + ": " +
-                     (kind == 's'   ? "stop detection "
-                      : kind == 'u' ? "unload model "
-                                    : "") +
-                     "failure due to 5"};
+            lines = {"E RuntimeState: "s + operation.name + ": " + failure + "failure due to 5"};
+            break;
         }
         const bool is_done = is_allowed && lines.empty();
+        const auto next = is_done ? static_cast<RuntimeState>(transition.next) : state;
         if (is_done && next != state) {
             lines = {"I Client: ChangeStateTo: client 1 transits from " + toString(state) + " to " +
                      toString(next)};
@@ -115,9 +101,8 @@ class ClientTest : public ::testing::TestWithParam<EngineType> {
 
 TEST_P(ClientTest, EachRequestIsCarriedOutOrRefusedInEachStateAndEndsWhereTheDspFails) {
     for (int walk = 0; walk < 6 * 6 * 3; ++walk) {
-        const int operation = walk / 3 % 6;
-        Walk(static_cast<RuntimeState>(walk / 18), kOperations[operation],
-             kTable[walk / 18][operation], static_cast<size_t>(walk % 3));
+        Walk(static_cast<RuntimeState>(walk / 18), static_cast<Request>(walk / 3 % 6),
+             static_cast<size_t>(walk % 3));
     }
 }
 

@@ -49,7 +49,7 @@ TEST_F(ControlThreadTest, BurstOfMessagesCausesOneRebuild) {
     leave_.release();
     log_.WaitFor("I Hal: ControlThreadLoop: get update command", 5);
     dsp_.WaitForCall("Watch", 2);
-    callback_->WaitForEvents(1);
+    EXPECT_TRUE(callback_->WaitForEvents(1));
     Detect(kAmbient);
     std::vector<std::string> calls = dsp_.Take();
     calls.resize(3);  // The rebuild after the event may be there already.
@@ -197,7 +197,7 @@ TEST_F(ControlThreadTest, PayloadArrivesByteByByteAndDoesNotOutliveItsEvent) {
     (void)Start(GENERIC, 10);
     Detect(kAmbient, payload);
     dsp_.Notify({.engine = kAmbient});
-    callback_->WaitForEvents(2);
+    EXPECT_TRUE(callback_->WaitForEvents(2));
     const auto events = callback_->events();
     EXPECT_EQ(std::vector<uint8_t>(payload.begin(), payload.end()), events[0].event.common.data);
     EXPECT_TRUE(events[1].event.common.data.empty());

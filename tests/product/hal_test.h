@@ -3,8 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/ioctl.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -16,9 +14,11 @@
 #include <vector>
 
 #include "audio/hal/aidl/soundtrigger/sound_trigger_hal.h"
-#include "tests/product/log_capture.h"
-#include "tests/product/recording_callback.h"
-#include "tests/product/scripted_adapter.h"
+#include "tests/support/deadline.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/model.h"
+#include "tests/support/recording_callback.h"
+#include "tests/support/scripted_adapter.h"
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 
@@ -51,30 +51,15 @@ class SoundTriggerHalPeer {
     const std::lock_guard<std::mutex> lock_;
 };
 
-inline SoundTriggerHal::SoundModel ModelOf(SoundTriggerHalClient::SoundModelType type,
-                                           const std::string& vendor_uuid,
-                                           std::string_view bytes = "model") {
-    SoundTriggerHal::SoundModel model;
-    model.type = type;
-    model.uuid = "uuid of any";
-    model.vendorUuid = vendor_uuid;
-    model.data.set(memfd_create("model", MFD_CLOEXEC));
-    EXPECT_LE(0, pwrite(model.data.get(), bytes.data(), bytes.size(), 0));
-    model.dataSize = static_cast<int32_t>(bytes.size());
-    return model;
-}
-
 /** What `dumped` writes for these arguments. */
 template <typename T>
 std::string DumpOf(T& dumped, std::vector<std::string_view> args = {}, int indentation = 0) {
-    const ::ndk::ScopedFileDescriptor file(memfd_create("dump", MFD_CLOEXEC));
+    const ::ndk::ScopedFileDescriptor file = MemoryFile();
     utils::dumpsys::DumpsysInfo info(file.get());
     info.args = std::move(args);
     info.indentation = indentation;
     dumped.Dump(info);
-    std::string text(static_cast<size_t>(lseek(file.get(), 0, SEEK_END)), '\0');
-    EXPECT_LE(0, pread(file.get(), text.data(), text.size(), 0));
-    return text;
+    return TextOf(file);
 }
 
 inline std::vector<pid_t> ControlThreads() {
@@ -135,7 +120,7 @@ class HalTest : public ::testing::Test {
     void Detect(int engine, const std::string& payload = "payload") {
         const size_t events = callback_->events().size();
         dsp_.Notify({.engine = engine, .payload = payload});
-        callback_->WaitForEvents(events + 1);
+        EXPECT_TRUE(callback_->WaitForEvents(events + 1)) << "no event";
     }
     // Keeps the control thread in a callback, for an ambient model with handle 1, until `leave_` is
     // released.

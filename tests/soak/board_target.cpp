@@ -72,6 +72,8 @@ uint16_t CommandOf(DspCall call) {
             return static_cast<uint16_t>(kTunedParameter);
         case DspOp::kQuery:
             return CMD_AUDIO_INPUT_GET_LIBRARY_ARCHITECTURE;
+        case DspOp::kRead:
+            break;  // No command.
     }
     return 0;
 }

@@ -14,6 +14,7 @@
 #include <string>
 
 #include "host/virtual_dsp/board/enter_board.h"
+#include "tests/soak/memory_target.h"
 #include "tests/soak/soak_run.h"
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
@@ -110,7 +111,7 @@ class Soak {
     explicit Soak(const Options& options)
         : options_(options), seed_(options.seed.value_or(std::random_device()())) {
         make_target_ = [this]() -> std::unique_ptr<SoakTarget> {
-            if (!options_.on_board) return MakeMemoryTarget();
+            if (!options_.on_board) return std::make_unique<MemoryTarget>();
             auto target = MakeBoardTarget();
             if (!target.ok()) {
                 std::cerr << "soak: " << target.error() << '\n';

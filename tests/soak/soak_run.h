@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "tests/soak/soak_target.h"
-#include "tests/soak/step.h"
+#include "tests/soak/step_generator.h"
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 

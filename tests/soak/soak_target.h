@@ -7,7 +7,7 @@
 
 #include "audio/hal/aidl/soundtrigger/sound_trigger_hal.h"
 #include "host/common/result.h"
-#include "tests/soak/soak_dsp.h"
+#include "tests/support/simple_dsp.h"
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 
@@ -27,14 +27,11 @@ class SoakTarget {
     virtual void Fail(DspCall call, int times) = 0;
     virtual void FailNextRead(int status) = 0;
     virtual void SetAudioFault(bool is_silent) = 0;
-    // Whether the payloads are those of SoakDsp.
+    // Whether the payloads are those of SimpleDsp.
     virtual bool has_plain_payloads() const = 0;
     // A fault that no result shows; empty when there is none.
     virtual std::string Complaint() { return ""; }
 };
-
-/** A target in memory. */
-std::unique_ptr<SoakTarget> MakeMemoryTarget();
 
 /** A target on the virtual board. */
 [[nodiscard]] host::Result<std::unique_ptr<SoakTarget>> MakeBoardTarget();

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "tests/soak/memory_target.h"
 #include "tests/soak/soak_run.h"
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
@@ -12,40 +13,19 @@ namespace {
 
 using Kind = Step::Kind;
 
-/** A target that spoils one thing. */
-class SpoiltTarget : public SoakTarget {
-  public:
-    std::unique_ptr<SoundTriggerHal> BuildHal() override { return inner_->BuildHal(); }
-    std::vector<uint8_t> Model(int engine, int number) const override {
-        return inner_->Model(engine, number);
-    }
-    DspView View() override { return inner_->View(); }
-    bool HasRecord() override { return inner_->HasRecord(); }
-    void Detect(int engine) override { inner_->Detect(engine); }
-    void Crash() override { inner_->Crash(); }
-    void Boot() override { inner_->Boot(); }
-    void Fail(DspCall call, int times) override { inner_->Fail(call, times); }
-    void FailNextRead(int status) override { inner_->FailNextRead(status); }
-    void SetAudioFault(bool is_silent) override { inner_->SetAudioFault(is_silent); }
-    bool has_plain_payloads() const override { return true; }
-
-  protected:
-    const std::unique_ptr<SoakTarget> inner_ = MakeMemoryTarget();
-};
-
 /** Does not start the ambient engine when it is back. */
-class LosesAStartAfterCrash : public SpoiltTarget {
+class LosesAStartAfterCrash : public MemoryTarget {
   public:
     void Boot() override {
-        if (!View().up) inner_->Fail({DspOp::kStart, 2}, 1);
-        inner_->Boot();
+        if (!View().up) Fail({DspOp::kStart, 2}, 1);
+        MemoryTarget::Boot();
     }
 };
 
-class LosesDetections : public SpoiltTarget {
+class LosesDetections : public MemoryTarget {
   public:
     void Detect(int engine) override {
-        if (engine != 1) inner_->Detect(engine);
+        if (engine != 1) MemoryTarget::Detect(engine);
     }
 };
 

@@ -1,6 +1,5 @@
 // A framework that answers an event from inside its callback, while another thread unloads the very
 // model. Whatever comes first: no dead end, no event too late, and the model is gone in the end.
-#include <aidl/android/hardware/soundtrigger3/BnSoundTriggerHwCallback.h>
 #include <android-base/logging.h>
 #include <gtest/gtest.h>
 
@@ -12,7 +11,8 @@
 #include <thread>
 
 #include "tests/contract/restart_loop.h"
-#include "tests/soak/soak_dsp.h"
+#include "tests/support/recording_callback.h"
+#include "tests/support/simple_dsp.h"
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 
@@ -20,28 +20,7 @@ namespace {
 
 using SoundModelType = SoundTriggerHalClient::SoundModelType;
 
-constexpr std::chrono::seconds kAnswerDeadline{20};
 constexpr int kRounds = 50;
-
-class AnsweringCallback final
-    : public ::aidl::android::hardware::soundtrigger3::BnSoundTriggerHwCallback {
-  public:
-    explicit AnsweringCallback(std::function<void(int)> answer) : answer_(std::move(answer)) {}
-    ::ndk::ScopedAStatus modelUnloaded(int32_t) override { return ::ndk::ScopedAStatus::ok(); }
-    ::ndk::ScopedAStatus phraseRecognitionCallback(
-            int32_t handle,
-            const ::aidl::android::media::soundtrigger::PhraseRecognitionEvent&) override {
-        answer_(handle);
-        return ::ndk::ScopedAStatus::ok();
-    }
-    ::ndk::ScopedAStatus recognitionCallback(
-            int32_t, const ::aidl::android::media::soundtrigger::RecognitionEvent&) override {
-        return ::ndk::ScopedAStatus::ok();
-    }
-
-  private:
-    const std::function<void(int)> answer_;
-};
 
 struct Answer {
     const char* name;
@@ -100,7 +79,7 @@ class CallbackTest : public ::testing::TestWithParam<Answer> {
         // Shared: the callback may still be in its last line when the test goes on.
         const auto answered = std::make_shared<std::promise<void>>();
         const auto callback =
-                ::ndk::SharedRefBase::make<AnsweringCallback>([&, answered](int handle) {
+                ::ndk::SharedRefBase::make<RecordingCallback>([&, answered](int handle) {
                     before_answer();
                     GetParam().give(*hal_, *monitor_, handle);
                     answered->set_value();
@@ -112,17 +91,17 @@ class CallbackTest : public ::testing::TestWithParam<Answer> {
             before_unload();
             (void)monitor_->UnloadSoundModel(handle);
         });
-        dsp_.With([](SoakDsp& dsp) { dsp.Detect(1); });
+        dsp_.With([](SimpleDsp& dsp) { dsp.Detect(1); });
         auto has_answered = answered->get_future();
         // Nothing else can be done about a dead end: the threads hold what the end needs.
-        if (has_answered.wait_for(kAnswerDeadline) != std::future_status::ready) abort();
+        if (has_answered.wait_for(kDeadline) != std::future_status::ready) abort();
         unloading.join();
         EXPECT_EQ(-EINVAL, monitor_->UnloadSoundModel(handle)) << "the model is still there";
         EXPECT_TRUE(monitor_->violations().empty())
                 << ::testing::PrintToString(monitor_->violations());
     }
 
-    SharedSoakDsp dsp_;
+    SharedSimpleDsp dsp_;
     std::unique_ptr<FrameworkMonitor> monitor_;
     std::unique_ptr<SoundTriggerHal> hal_;
 };
@@ -132,7 +111,7 @@ TEST_P(CallbackTest, AnswersWhileTheUnloadWaitsForTheCallback) {
     UnloadWhileAnswering(
             [&] {
                 in_callback.set_value();
-                const auto is_loaded = [](SoakDsp& dsp) { return dsp.view().hotword.model != 0; };
+                const auto is_loaded = [](SimpleDsp& dsp) { return dsp.view().hotword.model != 0; };
                 while (dsp_.With(is_loaded)) std::this_thread::yield();
             },
             [&] { in_callback.get_future().wait(); });

@@ -1,8 +1,6 @@
 // Everything at once: eight threads of framework calls, environment events, captures and dumps
 // against a storm of detections and restarts of the DSP. What ThreadSanitizer has to say of it is
 // half of the test.
-#include <aidl/android/media/audio/common/AudioUsage.h>
-#include <aidl/android/media/audio/common/Boolean.h>
 #include <android-base/logging.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -16,39 +14,30 @@
 
 #include "audio/hal/aidl/soundtrigger/sound_trigger_driver_operations.h"
 #include "tests/contract/restart_loop.h"
-#include "tests/soak/soak_dsp.h"
+#include "tests/support/hal_driver.h"
+#include "tests/support/simple_dsp.h"
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 
 namespace {
 
+using Kind = Step::Kind;
 using Rule = FrameworkMonitor::Rule;
 using SoundModelType = SoundTriggerHalClient::SoundModelType;
-using ::aidl::android::media::audio::common::AudioUsage;
 
 constexpr std::chrono::seconds kDuration{3};
-constexpr std::chrono::seconds kDeadline{20};
 
 class StressTest : public ::testing::Test {
   protected:
     StressTest() {
         ::android::base::SetMinimumLogSeverity(::android::base::FATAL);
         dsp_.MakeSlow();
-        hal_ = SoundTriggerHalBuilder::BuildSoundTriggerHal(dsp_.MakeAdapter());
-        monitor_ = std::make_unique<FrameworkMonitor>(std::make_unique<HalCalls>(hal_.get()));
         (void)hal_->Initialize();
-        ReportOnline(true);
+        Report(Kind::kOnline, true);
     }
-    ~StressTest() override {
-        hal_.reset();
-        ::android::base::SetMinimumLogSeverity(::android::base::INFO);
-    }
+    ~StressTest() override { ::android::base::SetMinimumLogSeverity(::android::base::INFO); }
 
-    void ReportOnline(bool is_online) {
-        if (is_online) monitor_->BeginDspRestart();
-        hal_->OnSoundCardStateChanged(is_online);
-        if (is_online) monitor_->EndDspRestart();
-    }
+    void Report(Kind kind, int value) { EXPECT_EQ(0, driver_.Apply({kind, value}).value_or(0)); }
 
     // Each: one round of a thread, over and over until the time is up.
     using Round = std::function<void(std::minstd_rand&)>;
@@ -59,11 +48,13 @@ class StressTest : public ::testing::Test {
     void ParameterRound(std::minstd_rand& random);
     void RestartRound(std::minstd_rand& random);
 
-    SharedSoakDsp dsp_;
-    std::unique_ptr<FrameworkMonitor> monitor_;
-    std::unique_ptr<SoundTriggerHal> hal_;
-    const std::shared_ptr<PayloadCallback> callback_ =
-            ::ndk::SharedRefBase::make<PayloadCallback>();
+    SharedSimpleDsp dsp_;
+    const std::shared_ptr<RecordingCallback> callback_ =
+            ::ndk::SharedRefBase::make<RecordingCallback>();
+    HalDriver driver_{SoundTriggerHalBuilder::BuildSoundTriggerHal(dsp_.MakeAdapter()), nullptr,
+                      callback_};
+    SoundTriggerHal* const hal_ = &driver_.hal();
+    FrameworkMonitor* const monitor_ = &driver_.monitor();
     std::atomic<uint64_t> events_{0};
 };
 
@@ -96,7 +87,7 @@ void StressTest::DumpRound(std::minstd_rand&) {
 // Every other capture is one without a detection.
 void StressTest::CaptureRound(std::minstd_rand& random) {
     SoundTriggerDriverOperationsBuilder builder;
-    builder.hal = hal_.get();
+    builder.hal = hal_;
     builder.io_handle = 1;
     builder.channel_count = 2;
     builder.is_internal_force = random() % 2 == 0;
@@ -114,31 +105,21 @@ void StressTest::CaptureRound(std::minstd_rand& random) {
 }
 
 void StressTest::EnvironmentRound(std::minstd_rand& random) {
-    hal_->OnDockChargerConnected(random() % 2 == 0);
-    SoundTriggerHal::RoutingGraph graph;
-    if (random() % 2 == 0) graph.edges.push_back({"primary-playback", "speaker"});
-    hal_->OnRoutingGraphChanged(graph);
+    Report(Kind::kDock, random() % 2);
+    Report(Kind::kRoute, random() % 2);
 }
 
 void StressTest::ParameterRound(std::minstd_rand& random) {
-    SoundTriggerHal::SourceMetadata metadata;
-    metadata.tracks.resize(random() % 2);
-    for (auto& track : metadata.tracks) track.usage = AudioUsage::MEDIA;
-    hal_->OnSourceMetadataChanged("primary-playback", metadata);
-    SoundTriggerHal::VendorParameter parameter;
-    parameter.id = hal_->GetPrefix() + "wireless.charger.with.fan";
-    ::aidl::android::media::audio::common::Boolean value;
-    value.value = random() % 2 == 0;
-    (void)parameter.ext.setParcelable(value);
-    EXPECT_TRUE(hal_->SetParameter(parameter));
+    (void)driver_.Apply({Kind::kMetadata, 0, static_cast<int>(random() % 2)});
+    Report(Kind::kMicSwap, random() % 2);
 }
 
 void StressTest::RestartRound(std::minstd_rand& random) {
-    dsp_.With([](SoakDsp& dsp) { dsp.Crash(); });
+    dsp_.With([](SimpleDsp& dsp) { dsp.Crash(); });
     if (random() % 2 == 0) std::this_thread::yield();
-    ReportOnline(false);
-    dsp_.With([](SoakDsp& dsp) { dsp.Boot(); });
-    ReportOnline(true);
+    Report(Kind::kOnline, false);
+    dsp_.With([](SimpleDsp& dsp) { dsp.Boot(); });
+    Report(Kind::kOnline, true);
     // Some time for the others to find a DSP.
     for (auto turns = random() % 400; turns > 0; --turns) std::this_thread::yield();
 }
@@ -148,7 +129,7 @@ TEST_F(StressTest, EightThreadsLeaveAWorkingHalAndAContentFramework) {
             FrameworkRound(SoundModelType::KEYPHRASE, 1),
             FrameworkRound(SoundModelType::GENERIC, 2),
             [this](std::minstd_rand& random) {
-                dsp_.With([&](SoakDsp& dsp) { dsp.Detect(1 + static_cast<int>(random() % 2)); });
+                dsp_.With([&](SimpleDsp& dsp) { dsp.Detect(1 + static_cast<int>(random() % 2)); });
                 std::this_thread::yield();
             },
             [this](std::minstd_rand& random) { DumpRound(random); },
@@ -183,12 +164,8 @@ TEST_F(StressTest, EightThreadsLeaveAWorkingHalAndAContentFramework) {
     const int handle = LoadModel(*monitor_, SoundModelType::GENERIC, bytes, "last", callback_);
     EXPECT_EQ(1, handle);
     EXPECT_EQ(0, monitor_->StartRecognition(handle, 9, {}));
-    dsp_.With([](SoakDsp& dsp) { dsp.Detect(2); });
-    const auto deadline = std::chrono::steady_clock::now() + kDeadline;
-    while (callback_->Take().empty()) {
-        ASSERT_LT(std::chrono::steady_clock::now(), deadline) << "no event any more";
-        std::this_thread::yield();
-    }
+    dsp_.With([](SimpleDsp& dsp) { dsp.Detect(2); });
+    EXPECT_TRUE(callback_->WaitForEvents(1)) << "no event any more";
 }
 
 }  // namespace

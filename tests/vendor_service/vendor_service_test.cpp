@@ -12,7 +12,7 @@
 #include "host/virtual_dsp/dsp/sample_pattern.h"
 #include "host/virtual_dsp/dsp/sound_model.h"
 #include "tests/board/board_fixture.h"
-#include "tests/product/recording_callback.h"
+#include "tests/support/recording_callback.h"
 
 namespace vendor_service_example {
 
@@ -107,7 +107,7 @@ TEST_F(VendorServiceTest, SpokenHotwordReachesTheFrameworkAndIsCaptured) {
 
     (void)board_->microphone().Play(::virtual_dsp::PatternFrames(0, 48000));
 
-    events_->WaitForEvents(1);
+    EXPECT_TRUE(events_->WaitForEvents(1));
     ASSERT_EQ(1u, events_->events().size());
     EXPECT_EQ(handle, events_->events()[0].handle);
     EXPECT_TRUE(events_->events()[0].is_phrase);

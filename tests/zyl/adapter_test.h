@@ -21,7 +21,7 @@
 #include "host/virtual_dsp/dsp/sample_pattern.h"
 #include "host/virtual_dsp/dsp/sound_model.h"
 #include "tests/board/board_fixture.h"
-#include "tests/product/log_capture.h"
+#include "tests/support/log_capture.h"
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger::zyl {
 

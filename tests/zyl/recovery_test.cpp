@@ -1,12 +1,10 @@
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <set>
 
 #include "audio/hal/aidl/soundtrigger/sound_trigger_driver_operations.h"
 #include "audio/hal/aidl/soundtrigger/sound_trigger_hal.h"
 #include "audio/hal/utils/wakelock/wake_lock.h"
-#include "tests/product/recording_callback.h"
+#include "tests/support/model.h"
+#include "tests/support/recording_callback.h"
 #include "tests/zyl/adapter_test.h"
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger::zyl {
@@ -38,12 +36,8 @@ class RecoveryTest : public AdapterTest {
     }
 
     void LoadModel() {
-        SoundTriggerHal::SoundModel model;
-        model.type = ::aidl::android::media::soundtrigger::SoundModelType::KEYPHRASE;
-        model.data.set(memfd_create("model", MFD_CLOEXEC));
-        model.dataSize = static_cast<int32_t>(model_.size());
-        ASSERT_EQ(model.dataSize, pwrite(model.data.get(), model_.data(), model_.size(), 0));
-        ASSERT_EQ(0, hal_->LoadSoundModel(model, callback_, &handle_));
+        ASSERT_EQ(0, hal_->LoadSoundModel(ModelOf(SoundModelType::KEYPHRASE, "hotword", model_),
+                                          callback_, &handle_));
     }
 
     void StartRecognition() { ASSERT_EQ(0, hal_->StartRecognition(handle_, 0, kIoHandle, {})); }
@@ -52,7 +46,7 @@ class RecoveryTest : public AdapterTest {
     void SayUntilEvent(size_t count) {
         const auto audio = PatternFrames(kTemplateFirst, kTemplateFrames + 640);
         (void)board_->microphone().Play(audio);
-        callback_->WaitForEvents(count);
+        EXPECT_TRUE(callback_->WaitForEvents(count));
         ASSERT_EQ(count, callback_->events().size());
     }
 

@@ -1,15 +1,15 @@
 #pragma once
 
 #include <aidl/android/hardware/soundtrigger3/BnSoundTriggerHwCallback.h>
-#include <gtest/gtest.h>
 
 #include <condition_variable>
 #include <functional>
 #include <mutex>
+#include <string>
 #include <utility>
 #include <vector>
 
-#include "tests/product/scripted_adapter.h"
+#include "tests/support/deadline.h"
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 
@@ -24,11 +24,16 @@ class RecordingCallback
         int handle;
         bool is_phrase;
         ::aidl::android::media::soundtrigger::PhraseRecognitionEvent event;  // Or its common part.
-    };
 
-    // Runs `action` inside every event call from now on. An event counts as received when `action`
-    // has returned.
-    void SetAction(std::function<void(int handle)> action) {
+        std::string payload() const { return {event.common.data.begin(), event.common.data.end()}; }
+    };
+    using Action = std::function<void(int handle)>;
+
+    explicit RecordingCallback(Action action = nullptr) : action_(std::move(action)) {}
+
+    // Runs `action` inside every event call from now on, before anything else. An event counts as
+    // received when `action` has returned.
+    void SetAction(Action action) {
         std::lock_guard lock(lock_);
         action_ = std::move(action);
     }
@@ -36,10 +41,15 @@ class RecordingCallback
         std::lock_guard lock(lock_);
         return events_;
     }
-    void WaitForEvents(size_t count) {
+    // Removes and returns the events.
+    std::vector<Event> Take() {
+        std::lock_guard lock(lock_);
+        return std::exchange(events_, {});
+    }
+    // Whether there are so many events in time.
+    [[nodiscard]] bool WaitForEvents(size_t count) {
         std::unique_lock lock(lock_);
-        EXPECT_TRUE(grown_.wait_for(lock, kDeadline, [&] { return events_.size() >= count; }))
-                << events_.size() << " events came in time, not " << count;
+        return grown_.wait_for(lock, kDeadline, [&] { return events_.size() >= count; });
     }
 
     // The handles that modelUnloaded() named.
@@ -56,21 +66,25 @@ class RecordingCallback
     ::ndk::ScopedAStatus phraseRecognitionCallback(
             int handle,
             const ::aidl::android::media::soundtrigger::PhraseRecognitionEvent& event) override {
+        Act(handle);
         return Keep({handle, true, event});
     }
     ::ndk::ScopedAStatus recognitionCallback(
             int handle,
             const ::aidl::android::media::soundtrigger::RecognitionEvent& event) override {
+        Act(handle);
         return Keep({handle, false, {.common = event, .phraseExtras = {}}});
     }
 
   private:
-    ::ndk::ScopedAStatus Keep(Event event) {
+    void Act(int handle) {
         std::unique_lock lock(lock_);
-        const std::function<void(int)> action = action_;
+        const Action action = action_;
         lock.unlock();
-        if (action) action(event.handle);
-        lock.lock();
+        if (action) action(handle);
+    }
+    ::ndk::ScopedAStatus Keep(Event event) {
+        std::lock_guard lock(lock_);
         events_.push_back(std::move(event));
         grown_.notify_all();
         return ::ndk::ScopedAStatus::fromExceptionCode(EX_ILLEGAL_STATE);
@@ -80,7 +94,7 @@ class RecordingCallback
     std::condition_variable grown_;
     std::vector<Event> events_;
     std::vector<int> unloaded_;
-    std::function<void(int)> action_;
+    Action action_;
 };
 
 }  // namespace vendor::quarno::brindlecove::audio::hal::soundtrigger

@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "tests/product/scripted_adapter.h"
+#include "tests/support/deadline.h"
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 

@@ -1,4 +1,4 @@
-#include "tests/soak/oracle.h"
+#include "tests/support/oracle.h"
 
 #include <cerrno>
 #include <sstream>
@@ -6,10 +6,10 @@
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 
 using Kind = Step::Kind;
+using enum client_table::State;
 
 namespace {
 
-constexpr int kHotword = 1;
 constexpr int kMaxHandle = 3;
 // The usecases in the order in which steps number them: primary, deep buffer, compress, haptic.
 constexpr std::array<bool, 4> kCountsByTracks = {true, false, false, true};
@@ -81,13 +81,13 @@ std::optional<int> Oracle::ApplyStep(const Step& step) {
         case Kind::kStartBuffering:
             return StartBuffering(step.a, step.b != 0);
         case Kind::kRead:
-            return Read(step.b != 0);
+            return Read(step.a, step.b != 0);
         case Kind::kDock:
             Dock(step.a != 0);
             break;
         case Kind::kMicSwap:
             MicSwap(step.a != 0);
-            break;
+            return 0;
         case Kind::kRoute:
             Route(step.a);
             break;
@@ -141,7 +141,7 @@ int Oracle::Load(int type, int model, int defect) {
     client.engine = type == 0 ? 1 : 2;
     client.model = model;
     client.crc = model_crcs_[static_cast<size_t>(type)][static_cast<size_t>(model)];
-    if (is_online_ && !GoToLoaded(client)) return -EINVAL;
+    if (is_online_ && !Carry(client, Request::kLoad)) return -EINVAL;
     client.is_loaded = true;
     clients_[handle] = client;
     return handle;
@@ -149,19 +149,19 @@ int Oracle::Load(int type, int model, int defect) {
 
 int Oracle::Unload(int handle) {
     if (Find(handle) == nullptr) return -EINVAL;
-    if (Find(handle)->engine == kHotword && StopInternalForce() != 0) return -EINVAL;
+    if (Find(handle)->engine == kHotwordEngine && StopInternalForce() != 0) return -EINVAL;
     if (Find(handle) == nullptr) return -EINVAL;
-    if (is_online_ && !GoToUnloaded(*Find(handle))) return -EINVAL;
+    if (is_online_ && !Carry(*Find(handle), Request::kUnload)) return -EINVAL;
     clients_.erase(handle);
     return 0;
 }
 
 int Oracle::Start(int handle, int io_handle, int configuration) {
     if (Find(handle) == nullptr) return -EINVAL;
-    if (Find(handle)->engine == kHotword && StopInternalForce() != 0) return -EINVAL;
+    if (Find(handle)->engine == kHotwordEngine && StopInternalForce() != 0) return -EINVAL;
     Client* const client = Find(handle);
     if (client == nullptr) return -EINVAL;
-    if (is_online_ && !GoToDetecting(*client)) return -EINVAL;
+    if (is_online_ && !Carry(*client, Request::kDetect)) return -EINVAL;
     client->configuration = configuration;
     client->is_started = true;
     client->io_handle = io_handle;
@@ -171,11 +171,11 @@ int Oracle::Start(int handle, int io_handle, int configuration) {
 
 int Oracle::Stop(int handle) {
     if (Find(handle) == nullptr || !Find(handle)->is_started) return -EINVAL;
-    if (Find(handle)->engine == kHotword && StopInternalForce() != 0) return -EINVAL;
+    if (Find(handle)->engine == kHotwordEngine && StopInternalForce() != 0) return -EINVAL;
     Client* const client = Find(handle);
     if (client == nullptr) return -EINVAL;
     SwitchAec(false);
-    if (is_online_ && !GoToLoaded(*client)) return -EINVAL;
+    if (is_online_ && !Carry(*client, Request::kLoad)) return -EINVAL;
     client->is_started = false;
     return 0;
 }
@@ -195,7 +195,7 @@ int Oracle::InternalForce() {
     if (!is_online_) return -EINVAL;
     Client* target = nullptr;
     for (auto& [handle, client] : clients_) {
-        if (client.engine != kHotword) continue;
+        if (client.engine != kHotwordEngine) continue;
         if (client.state == kCallback || client.state == kBuffering) return -EINVAL;
         target = &client;
     }
@@ -204,10 +204,10 @@ int Oracle::InternalForce() {
         if (handle > kMaxHandle) return -EINVAL;
         target = &clients_[handle];
         target->handle = handle;
-        target->engine = kHotword;
+        target->engine = kHotwordEngine;
         target->is_internal = true;
     }
-    if (!GoToForced(*target)) {
+    if (!Carry(*target, Request::kForce)) {
         clients_.erase(target->handle);
         return -EINVAL;
     }
@@ -219,18 +219,18 @@ int Oracle::InternalForce() {
 int Oracle::StopInternalForce() {
     Client* target = nullptr;
     for (auto& [handle, client] : clients_) {
-        if (client.engine == kHotword && client.is_forced) target = &client;
+        if (client.engine == kHotwordEngine && client.is_forced) target = &client;
     }
     if (target == nullptr || !is_online_) return 0;
-    bool is_done = GoToLoaded(*target);
+    bool is_done = Carry(*target, Request::kLoad);
     UpdateAec();
     if (target->is_internal) {
-        is_done = GoToUnloaded(*target);
+        is_done = Carry(*target, Request::kUnload);
         clients_.erase(target->handle);
     } else {
         target->is_forced = false;
         if (target->is_started) {
-            is_done = GoToDetecting(*target);
+            is_done = Carry(*target, Request::kDetect);
             UpdateAec();
         }
     }
@@ -242,16 +242,16 @@ int Oracle::StartBuffering(int io_handle, bool is_forced) {
         const bool is_meant =
                 is_forced ? client.is_forced : client.is_started && client.io_handle == io_handle;
         if (!is_meant) continue;
-        if (client.state != kCallback && client.state != kForced) return -EINVAL;
-        client.state = kBuffering;
-        return is_forced ? kHotword : client.engine;
+        if (!Carry(client, Request::kBuffer)) return -EINVAL;
+        return is_forced ? kHotwordEngine : client.engine;
     }
     return -EINVAL;
 }
 
-// A DSP without audio makes silence, which is no error; whether it is silence the caller sees.
-int Oracle::Read(bool) const {
-    return is_online_ ? 0 : -ENODEV;
+// A DSP without audio makes silence, which is no error.
+int Oracle::Read(int engine, bool is_silent) {
+    if (!is_online_) return -ENODEV;
+    return dsp_.Answer({DspOp::kRead, engine}) == 0 && !is_silent ? 1 : 0;
 }
 
 // --- the environment ---
@@ -287,8 +287,8 @@ void Oracle::Online(bool is_online) {
         return;
     }
     for (auto& [handle, client] : clients_) {
-        if (client.is_loaded) (void)GoToLoaded(client);
-        if (client.is_started) (void)GoToDetecting(client);
+        if (client.is_loaded) (void)Carry(client, Request::kLoad);
+        if (client.is_started) (void)Carry(client, Request::kDetect);
     }
     (void)Ask(DspOp::kMicSwap, is_mic_swapped_);
     (void)Ask(DspOp::kReference, is_docked_);
@@ -329,38 +329,14 @@ bool Oracle::Ask(DspOp op, int argument, uint32_t model) {
     return dsp_.Answer({op, argument}, model) == 0;
 }
 
-bool Oracle::GoToUnloaded(Client& client) {
-    const int engine = client.state == kForced ? kHotword : client.engine;
-    if (client.state == kUnloaded) return true;
-    if (client.state != kLoaded && !Ask(DspOp::kStop, engine)) return false;
-    if (!Ask(DspOp::kUnload, engine)) return false;
-    client.state = kUnloaded;
-    return true;
-}
-
-// The load of a model, and the stop of its detection.
-bool Oracle::GoToLoaded(Client& client) {
-    if (client.state == kLoaded) return true;
-    const bool is_done = client.state == kUnloaded ? Ask(DspOp::kLoad, client.engine, client.crc)
-                                                   : Ask(DspOp::kStop, client.engine);
-    if (is_done) client.state = kLoaded;
-    return is_done;
-}
-
-bool Oracle::GoToDetecting(Client& client) {
-    if (client.state == kUnloaded) return false;
-    if (client.state == kDetecting || client.state == kForced) return true;
-    if (!Ask(DspOp::kStart, client.engine)) return false;
-    client.state = kDetecting;
-    return true;
-}
-
-bool Oracle::GoToForced(Client& client) {
-    if (client.state > kDetecting) return false;
-    if (client.state != kDetecting && !Ask(DspOp::kStart, kHotword)) return false;
-    if (!Ask(DspOp::kInternal, 0)) return false;
-    client.state = kForced;
-    return true;
+bool Oracle::Carry(Client& client, Request request) {
+    const Transition& transition = TransitionOf(client.state, request, client.engine);
+    for (const auto& [op, failure] : transition.calls) {
+        const int engine = op == DspOp::kInternal ? 0 : EngineOf(client.state, client.engine);
+        if (!Ask(op, engine, client.crc)) return false;
+    }
+    if (transition.is_allowed()) client.state = transition.next;
+    return transition.is_allowed();
 }
 
 // --- the rest ---
@@ -377,12 +353,11 @@ void Oracle::Deliver() {
         has_read_ = true;
         for (auto& [handle, client] : clients_) {
             if (!client.is_started || client.engine != record.engine) continue;
-            if (client.is_forced || client.state != kDetecting) break;
-            client.state = kCallback;
+            if (client.is_forced || !Carry(client, Request::kCallback)) break;
             if (client.is_internal) break;
             const StartConfiguration& asked =
                     kConfigurations[static_cast<size_t>(client.configuration)];
-            const bool is_phrase = client.engine == kHotword;
+            const bool is_phrase = client.engine == kHotwordEngine;
             events_.push_back({handle, is_phrase, !is_phrase || asked.is_capture_requested,
                                is_phrase ? asked.extra : -1, record.payload});
             break;
@@ -400,7 +375,7 @@ void Oracle::UpdateAec() {
 
 void Oracle::SwitchAec(bool is_wanted) {
     for (auto& [handle, client] : clients_) {
-        if (client.engine != kHotword || client.is_aec_enabled == is_wanted) continue;
+        if (client.engine != kHotwordEngine || client.is_aec_enabled == is_wanted) continue;
         if (is_wanted && !client.is_started) continue;
         client.is_aec_enabled = is_wanted;
         if (!is_online_) continue;

@@ -10,8 +10,9 @@
 #include "host/virtual_dsp/dsp/sample_pattern.h"
 #include "host/virtual_dsp/dsp/sound_model.h"
 #include "tests/board/board_fixture.h"
-#include "tests/faults/bench.h"
-#include "tests/product/log_capture.h"
+#include "tests/faults/result_tables.h"
+#include "tests/faults/rig.h"
+#include "tests/support/log_capture.h"
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 
@@ -30,14 +31,14 @@ class MissingNode {
     const std::filesystem::path away_;
 };
 
-/** The library on a virtual board. Say() plays what the models listen for. */
-class BoardBenchTest : public ::virtual_dsp::BoardTest {
+/** The library on a virtual board. */
+class BoardRigTest : public ::virtual_dsp::BoardTest {
   protected:
     // Three chunks, so that there is a first, a middle and a last one.
     static constexpr size_t kModelBytes = 40000;
 
-    void NewBench(size_t model_bytes = kModelBytes) {
-        bench_.reset();
+    void NewRig(size_t model_bytes = kModelBytes) {
+        rig_.reset();
         board_.reset();
         ::virtual_dsp::BoardTest::SetUp();
         board_->SetTuningFile(tuning_);
@@ -45,8 +46,8 @@ class BoardBenchTest : public ::virtual_dsp::BoardTest {
     }
 
     void BuildHal(size_t model_bytes = kModelBytes) {
-        bench_.reset();
-        bench_ = std::make_unique<Bench>(
+        rig_.reset();
+        rig_ = std::make_unique<Rig>(
                 SoundTriggerHalBuilder::BuildSoundTriggerHal(), [this](int) { PlayHotword(); },
                 Model(::virtual_dsp::Engine::kHotword, model_bytes),
                 Model(::virtual_dsp::Engine::kAmbientMusic, model_bytes));
@@ -64,10 +65,9 @@ class BoardBenchTest : public ::virtual_dsp::BoardTest {
         for (const auto& rule : script->rules) board_->faults().Add(rule);
     }
 
-    static std::string Model(::virtual_dsp::Engine engine, size_t bytes) {
-        const auto model = ::virtual_dsp::BuildSoundModel(
+    static std::vector<uint8_t> Model(::virtual_dsp::Engine engine, size_t bytes) {
+        return ::virtual_dsp::BuildSoundModel(
                 {engine, 0.7F, ::virtual_dsp::PatternChannel(kFirst, kFrames, 0)}, bytes);
-        return {model.begin(), model.end()};
     }
 
     // A tuning file that sets each of these parameters, in both modes.
@@ -89,11 +89,11 @@ class BoardBenchTest : public ::virtual_dsp::BoardTest {
     static constexpr uint64_t kFrames = 1600;
 
     void SetUp() override {}
-    void TearDown() override { bench_.reset(); }
+    void TearDown() override { rig_.reset(); }
 
     LogCapture log_;
     std::vector<uint8_t> tuning_;
-    std::unique_ptr<Bench> bench_;
+    std::unique_ptr<Rig> rig_;
 };
 
 }  // namespace vendor::quarno::brindlecove::audio::hal::soundtrigger

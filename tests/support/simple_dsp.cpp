@@ -1,4 +1,4 @@
-#include "tests/soak/soak_dsp.h"
+#include "tests/support/simple_dsp.h"
 
 #include <sys/eventfd.h>
 #include <unistd.h>
@@ -42,11 +42,11 @@ DspCall FaultKey(DspCall call) {
 
 }  // namespace
 
-void SoakDsp::Fail(DspCall call, int times) {
+void SimpleDsp::Fail(DspCall call, int times) {
     faults_[FaultKey(call)] += times;
 }
 
-int SoakDsp::Answer(DspCall call, uint32_t model) {
+int SimpleDsp::Answer(DspCall call, uint32_t model) {
     if (!view_.up) return -ENODEV;
     // The bytes come first, then the command; where that fails they stay for the next one.
     if (call.op == DspOp::kLoad && model != 0) staged_[call.argument] = model;
@@ -56,10 +56,15 @@ int SoakDsp::Answer(DspCall call, uint32_t model) {
         ++failures_;
         return -EIO;
     }
+    if (Fault& fault = any_faults_[call.op]; fault.times > 0) {
+        --fault.times;
+        ++failures_;
+        return fault.status;
+    }
     return CarryOut(call);
 }
 
-int SoakDsp::CarryOut(DspCall call) {
+int SimpleDsp::CarryOut(DspCall call) {
     const int argument = call.argument;
     const bool is_on = argument != 0;
     DspView::EngineView& engine = view_.engine(argument);
@@ -108,12 +113,13 @@ int SoakDsp::CarryOut(DspCall call) {
             view_.tuning = argument;
             return 0;
         case DspOp::kQuery:
+        case DspOp::kRead:
             return 0;
     }
     return -EINVAL;
 }
 
-int SoakDsp::Start(int engine) {
+int SimpleDsp::Start(int engine) {
     DspView::EngineView& started = view_.engine(engine);
     if (started.state == State::kDetected) DropRecords(engine);
     if (started.model == 0 && engine != 1) return -EINVAL;
@@ -122,32 +128,32 @@ int SoakDsp::Start(int engine) {
     return 0;
 }
 
-void SoakDsp::Stop(int engine) {
+void SimpleDsp::Stop(int engine) {
     DropRecords(engine);
     view_.engine(engine).state = State::kIdle;
 }
 
-void SoakDsp::Detect(int engine) {
+void SimpleDsp::Detect(int engine) {
     if (view_.engine(engine).state == State::kDetecting) Raise(engine);
 }
 
-void SoakDsp::Raise(int engine) {
+void SimpleDsp::Raise(int engine) {
     view_.engine(engine).state = State::kDetected;
     records_.push_back({engine, std::to_string(starts_[engine])});
 }
 
-void SoakDsp::DropRecords(int engine) {
+void SimpleDsp::DropRecords(int engine) {
     std::erase_if(records_, [engine](const DspRecord& record) { return record.engine == engine; });
 }
 
-void SoakDsp::Crash() {
+void SimpleDsp::Crash() {
     view_ = {};
     view_.up = false;
     records_.clear();
     staged_.clear();
 }
 
-std::optional<DspRecord> SoakDsp::TakeRecord() {
+std::optional<DspRecord> SimpleDsp::TakeRecord() {
     if (records_.empty()) return std::nullopt;
     DspRecord record = std::move(records_.front());
     records_.pop_front();
@@ -156,9 +162,9 @@ std::optional<DspRecord> SoakDsp::TakeRecord() {
 
 // --- the adapter ---
 
-class SoakAdapter final : public SoundTriggerAdapter {
+class SimpleAdapter final : public SoundTriggerAdapter {
   public:
-    explicit SoakAdapter(SharedSoakDsp* dsp) : dsp_(dsp) {}
+    explicit SimpleAdapter(SharedSimpleDsp* dsp) : dsp_(dsp) {}
 
     int LoadSoundModelToDsp(int engine, int size, const char* data) override {
         const auto* const bytes = reinterpret_cast<const uint8_t*>(data);
@@ -178,7 +184,7 @@ class SoakAdapter final : public SoundTriggerAdapter {
     int SendTuningToDsp(int type) override { return Call(DspOp::kTuning, type); }
 
     std::optional<LibraryArchitecture> GetLibraryArchitecture() override {
-        if (dsp_->With([](SoakDsp& dsp) { return dsp.Answer({DspOp::kQuery, 0}); }) != 0) {
+        if (dsp_->With([](SimpleDsp& dsp) { return dsp.Answer({DspOp::kQuery, 0}); }) != 0) {
             return std::nullopt;
         }
         return LibraryArchitecture{.library_version = 7, .architecture = "arm"};
@@ -196,20 +202,20 @@ class SoakAdapter final : public SoundTriggerAdapter {
   private:
     int Call(DspOp op, int argument) { return dsp_->Call({op, argument}); }
 
-    SharedSoakDsp* const dsp_;
+    SharedSimpleDsp* const dsp_;
 };
 
-SharedSoakDsp::SharedSoakDsp() : event_fd_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {}
+SharedSimpleDsp::SharedSimpleDsp() : event_fd_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {}
 
-SharedSoakDsp::~SharedSoakDsp() {
+SharedSimpleDsp::~SharedSimpleDsp() {
     close(event_fd_);
 }
 
-std::unique_ptr<SoundTriggerAdapter> SharedSoakDsp::MakeAdapter() {
-    return std::make_unique<SoakAdapter>(this);
+std::unique_ptr<SoundTriggerAdapter> SharedSimpleDsp::MakeAdapter() {
+    return std::make_unique<SimpleAdapter>(this);
 }
 
-int SharedSoakDsp::Call(DspCall call, uint32_t model) {
+int SharedSimpleDsp::Call(DspCall call, uint32_t model) {
     int result;
     {
         std::lock_guard lock(lock_);
@@ -224,7 +230,7 @@ int SharedSoakDsp::Call(DspCall call, uint32_t model) {
     return result;
 }
 
-int SharedSoakDsp::ReadRecord(int* engine, std::string* payload) {
+int SharedSimpleDsp::ReadRecord(int* engine, std::string* payload) {
     std::lock_guard lock(lock_);
     const Finally sync{this};
     if (!dsp_.has_record()) return 0;  // As the driver: it was dropped since it could be seen.
@@ -235,29 +241,29 @@ int SharedSoakDsp::ReadRecord(int* engine, std::string* payload) {
     return 0;
 }
 
-int SharedSoakDsp::ReadAudio(char* buffer, unsigned size) {
+int SharedSimpleDsp::ReadAudio(char* buffer, unsigned size) {
     std::lock_guard lock(lock_);
     if (audio_fault_ || !dsp_.view().up) return -ETIMEDOUT;
     std::memset(buffer, 1, size);
     return static_cast<int>(size);
 }
 
-void SharedSoakDsp::FailNextRead(int status) {
+void SharedSimpleDsp::FailNextRead(int status) {
     std::lock_guard lock(lock_);
     read_fault_ = status;
 }
 
-void SharedSoakDsp::SetAudioFault(bool is_silent) {
+void SharedSimpleDsp::SetAudioFault(bool is_silent) {
     std::lock_guard lock(lock_);
     audio_fault_ = is_silent;
 }
 
-int SharedSoakDsp::overlaps() const {
+int SharedSimpleDsp::overlaps() const {
     std::lock_guard lock(lock_);
     return overlaps_;
 }
 
-void SharedSoakDsp::UpdateReadiness() {
+void SharedSimpleDsp::UpdateReadiness() {
     if (is_readable_ == dsp_.has_record()) return;
     is_readable_ = dsp_.has_record();
     eventfd_t count;

@@ -9,8 +9,9 @@
 #include <utility>
 #include <vector>
 
-#include "tests/soak/soak_dsp.h"
-#include "tests/soak/step.h"
+#include "tests/support/client_table.h"
+#include "tests/support/simple_dsp.h"
+#include "tests/support/step.h"
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 
@@ -55,9 +56,11 @@ inline constexpr std::array<StartConfiguration, 4> kConfigurations = {
 
 /**
  * What the framework, the environment and the DSP may expect of the HAL, as a plain sequential
- * program. It has no threads and no state classes, and uses nothing of the HAL.
+ * program. It has no threads and no state classes, and uses nothing of the HAL. A client's states
+ * are those of client_table.h.
  *
- * The result of each step is what the HAL's operation must return. For a load it is the handle.
+ * The result of each step is what the HAL's operation must return. For a load it is the handle, for
+ * a read 1 for audio and 0 for silence.
  */
 class Oracle {
   public:
@@ -74,7 +77,7 @@ class Oracle {
     std::vector<EventView> TakeEvents() { return std::exchange(events_, {}); }
     std::vector<ClientView> clients() const;
     int ModelHandleOf(int io_handle) const;
-    const DspView& dsp() const { return dsp_.view(); }
+    SimpleDsp& dsp() { return dsp_; }
     // Whether the control thread has taken a record from the DSP in the last step, or may have.
     bool has_read() const { return has_read_; }
     // What the DSP has to hold after a recovery in which nothing failed, derived from the
@@ -82,9 +85,6 @@ class Oracle {
     std::optional<DspView> Wanted() const;
 
   private:
-    // As RuntimeState numbers them.
-    enum State { kUnloaded, kLoaded, kDetecting, kCallback, kBuffering, kForced };
-
     struct Client : ClientView {
         int model = -1;  // Its vendor uuid.
         uint32_t crc = 0;
@@ -102,19 +102,16 @@ class Oracle {
     int InternalForce();
     int StopInternalForce();
     int StartBuffering(int io_handle, bool is_forced);
-    int Read(bool is_silent) const;
+    int Read(int engine, bool is_silent);
     void Dock(bool is_docked);
     void MicSwap(bool is_on);
     void Route(int usecases);
     void Online(bool is_online);
     void Recover();
 
-    // What the DSP does for a client. Each returns whether it succeeded.
+    // Whether the DSP, and the client, do it.
     bool Ask(DspOp op, int argument, uint32_t model = 0);
-    bool GoToUnloaded(Client& client);
-    bool GoToLoaded(Client& client);
-    bool GoToDetecting(Client& client);
-    bool GoToForced(Client& client);
+    bool Carry(Client& client, Request request);
 
     Client* Find(int handle);
     int SmallestFree(int from) const;
@@ -123,7 +120,7 @@ class Oracle {
     void Deliver();
 
     const std::array<std::array<uint32_t, kStepModels>, 2> model_crcs_;
-    SoakDsp dsp_;
+    SimpleDsp dsp_;
     std::map<int, Client> clients_;
     bool is_online_ = false;
     bool is_docked_ = false;

@@ -14,7 +14,7 @@
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 
-/** The operations of the DSP, without the audio and the detections. */
+/** The operations of the DSP, without the detections. */
 enum class DspOp {
     kLoad,
     kUnload,
@@ -29,6 +29,7 @@ enum class DspOp {
     kApProcess,
     kTuning,
     kQuery,
+    kRead,  // Of captured audio.
 };
 
 /** One call: the argument is an engine, a switch, a tuning type, or 0. */
@@ -76,7 +77,7 @@ struct DspRecord {
  * an unload and a start after a detection drop the engine's unread records. It refuses what it does
  * not know with -EINVAL and, while it is down, everything with -ENODEV. Not thread-safe.
  */
-class SoakDsp {
+class SimpleDsp {
   public:
     // `model` is the CRC of the model that a kLoad brings; 0 for no bytes.
     int Answer(DspCall call, uint32_t model = 0);
@@ -84,6 +85,9 @@ class SoakDsp {
     void Detect(int engine);
     // The next `times` such calls do nothing and return -EIO.
     void Fail(DspCall call, int times);
+    // The next `times` calls of an operation return `status`, whatever their argument is.
+    void FailAny(DspOp op, int times, int status) { any_faults_[op] = {times, status}; }
+    void Mend() { any_faults_.clear(); }
     // Forgets all but the faults.
     void Crash();
     void Boot() { view_.up = true; }
@@ -95,6 +99,11 @@ class SoakDsp {
     std::optional<DspRecord> TakeRecord();
 
   private:
+    struct Fault {
+        int times = 0;
+        int status = 0;
+    };
+
     int CarryOut(DspCall call);
     int Start(int engine);
     void Stop(int engine);
@@ -106,19 +115,20 @@ class SoakDsp {
     std::map<int, uint64_t> starts_;
     std::map<int, uint32_t> staged_;  // Models that were received but not loaded, by engine.
     std::map<DspCall, int> faults_;
+    std::map<DspOp, Fault> any_faults_;
     uint64_t failures_ = 0;
 };
 
 /**
- * A SoakDsp behind the HAL's adapter interface, for a HAL and other threads at once. The
+ * A SimpleDsp behind the HAL's adapter interface, for a HAL and other threads at once. The
  * notification descriptor is readable while records are unread. Outlives its adapters.
  */
-class SharedSoakDsp {
+class SharedSimpleDsp {
   public:
-    SharedSoakDsp();
-    ~SharedSoakDsp();
-    SharedSoakDsp(const SharedSoakDsp&) = delete;
-    SharedSoakDsp& operator=(const SharedSoakDsp&) = delete;
+    SharedSimpleDsp();
+    ~SharedSimpleDsp();
+    SharedSimpleDsp(const SharedSimpleDsp&) = delete;
+    SharedSimpleDsp& operator=(const SharedSimpleDsp&) = delete;
 
     std::unique_ptr<SoundTriggerAdapter> MakeAdapter();
 
@@ -140,13 +150,13 @@ class SharedSoakDsp {
     int overlaps() const;
 
   private:
-    friend class SoakAdapter;
+    friend class SimpleAdapter;
 
     // Keeps the descriptor in step with the records.
     struct Finally {
-        explicit Finally(SharedSoakDsp* shared) : owner(shared) {}
+        explicit Finally(SharedSimpleDsp* shared) : owner(shared) {}
         ~Finally() { owner->UpdateReadiness(); }
-        SharedSoakDsp* const owner;
+        SharedSimpleDsp* const owner;
     };
 
     int Call(DspCall call, uint32_t model = 0);
@@ -155,7 +165,7 @@ class SharedSoakDsp {
     void UpdateReadiness();
 
     mutable std::mutex lock_;
-    SoakDsp dsp_;
+    SimpleDsp dsp_;
     int event_fd_;
     bool is_readable_ = false;
     int read_fault_ = 0;

@@ -1,4 +1,4 @@
-#include "tests/product/scripted_adapter.h"
+#include "tests/support/scripted_adapter.h"
 
 #include <gtest/gtest.h>
 #include <sys/eventfd.h>
@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <utility>
+
+#include "tests/support/deadline.h"
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 

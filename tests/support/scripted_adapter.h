@@ -1,7 +1,6 @@
 #pragma once
 
 #include <atomic>
-#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
@@ -14,9 +13,6 @@
 #include "audio/hal/aidl/soundtrigger/sound_trigger_adapter.h"
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
-
-// How long a test waits for another thread before it fails. Only a fault ever takes so long.
-inline constexpr std::chrono::seconds kDeadline{20};
 
 /**
  * A DSP that a test scripts and watches. Every call succeeds unless a step says otherwise. The

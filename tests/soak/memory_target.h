@@ -1,10 +1,16 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
 #include "tests/soak/soak_target.h"
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 
-namespace {
-
-class MemoryTarget final : public SoakTarget {
+/** A target in memory. */
+class MemoryTarget : public SoakTarget {
   public:
     std::unique_ptr<SoundTriggerHal> BuildHal() override {
         return SoundTriggerHalBuilder::BuildSoundTriggerHal(dsp_.MakeAdapter());
@@ -14,22 +20,22 @@ class MemoryTarget final : public SoakTarget {
     }
 
     DspView View() override {
-        return dsp_.With([](SoakDsp& dsp) { return dsp.view(); });
+        return dsp_.With([](SimpleDsp& dsp) { return dsp.view(); });
     }
     bool HasRecord() override {
-        return dsp_.With([](SoakDsp& dsp) { return dsp.has_record(); });
+        return dsp_.With([](SimpleDsp& dsp) { return dsp.has_record(); });
     }
     void Detect(int engine) override {
-        dsp_.With([&](SoakDsp& dsp) { dsp.Detect(engine); });
+        dsp_.With([&](SimpleDsp& dsp) { dsp.Detect(engine); });
     }
     void Crash() override {
-        dsp_.With([](SoakDsp& dsp) { dsp.Crash(); });
+        dsp_.With([](SimpleDsp& dsp) { dsp.Crash(); });
     }
     void Boot() override {
-        dsp_.With([](SoakDsp& dsp) { dsp.Boot(); });
+        dsp_.With([](SimpleDsp& dsp) { dsp.Boot(); });
     }
     void Fail(DspCall call, int times) override {
-        dsp_.With([&](SoakDsp& dsp) { dsp.Fail(call, times); });
+        dsp_.With([&](SimpleDsp& dsp) { dsp.Fail(call, times); });
     }
     void FailNextRead(int status) override { dsp_.FailNextRead(status); }
     void SetAudioFault(bool is_silent) override { dsp_.SetAudioFault(is_silent); }
@@ -39,13 +45,7 @@ class MemoryTarget final : public SoakTarget {
     }
 
   private:
-    SharedSoakDsp dsp_;
+    SharedSimpleDsp dsp_;
 };
-
-}  // namespace
-
-std::unique_ptr<SoakTarget> MakeMemoryTarget() {
-    return std::make_unique<MemoryTarget>();
-}
 
 }  // namespace vendor::quarno::brindlecove::audio::hal::soundtrigger
