@@ -11,7 +11,7 @@ common = ["audio/a.cpp",] /* over
 two lines */ + ["audio/zyl/b.cpp"]
 vendor_sources = ["host/vendor/utils/wake_lock.cpp"]
 cc_defaults { name: "settings", vendor: true, cflags: ["-DX=\\"//\\""], nested: { a: { b: 1 } } }
-filegroup { name: "shared_tests", srcs: ["tests/product/fake.cpp"] }
+filegroup { name: "shared_tests", srcs: ["tests/support/fake.cpp"] }
 cc_library_shared { name: "libsoundtrigger_hal", defaults: ["settings"], srcs: common }
 cc_test {
     name: "soundtrigger_hal_test",
@@ -69,7 +69,7 @@ class AndroidBpTest(unittest.TestCase):
             ["soundtrigger_hal_test: tests/product/new_test.cpp is only in CMake's list",
              "soundtrigger_hal_test: tests/product/x_test.cpp is only in Android.bp"],
             self.differences(
-                **{"tests/product": "sthal_test(hal_test SOURCES fake.cpp new_test.cpp)"}))
+                **{"tests/product": "sthal_test(hal_test SOURCES ../support/fake.cpp new_test.cpp)"}))
 
     def test_every_module_with_the_common_list_is_told(self):
         found = self.differences(BLUEPRINT.replace('["audio/a.cpp",]', '["audio/c.cpp"]'))
@@ -79,9 +79,9 @@ class AndroidBpTest(unittest.TestCase):
 
     def test_source_listed_twice_is_told(self):
         self.assertEqual(
-            ["soundtrigger_hal_test: tests/product/fake.cpp is in Android.bp twice"],
+            ["soundtrigger_hal_test: tests/support/fake.cpp is in Android.bp twice"],
             self.differences(BLUEPRINT.replace('[":shared_tests",',
-                                               '[":shared_tests", "tests/product/fake.cpp",')))
+                                               '[":shared_tests", "tests/support/fake.cpp",')))
 
     def test_module_that_only_one_of_the_two_has_is_named(self):
         renamed = BLUEPRINT.replace("hal_fuzz_dump", "hal_fuzz_dumps")
