@@ -19,7 +19,7 @@ Verdict VerdictOn(RunOutcome outcome) {
     Verdict verdict{.kind = KindOf(outcome),
                     .subject = std::move(outcome.subject),
                     .failure = std::move(outcome.failure),
-                    .delivery = std::move(outcome.delivery)};
+                    .delivery = outcome.delivery};
     // A run that ended before has its reason already.
     const bool is_done =
             outcome.verbs == VerbsEnd::kDone || outcome.verbs == VerbsEnd::kNothingSpoken;

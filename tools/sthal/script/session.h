@@ -159,7 +159,7 @@ class Session {
     // The latest, running or not; null before the first.
     CaptureReader* capture() { return capture_.get(); }
     // What became of the detection that the run is about, for its verdict.
-    void SetDelivery(Delivery delivery) { delivery_ = std::move(delivery); }
+    void SetDelivery(const Delivery& delivery) { delivery_ = delivery; }
     const std::optional<Delivery>& delivery() const { return delivery_; }
 
     // --- around the HAL ---
