@@ -8,7 +8,7 @@ namespace {
 // The fact that a line states.
 template <typename Kind>
 Kind Said(const char* line) {
-    const auto fact = ReadHalLog({.text = line});
+    const auto fact = ReadHalLine({.text = line});
     const Kind* const said = fact ? fact->As<Kind>() : nullptr;
     EXPECT_NE(nullptr, said) << line;
     return said == nullptr ? Kind{} : *said;
@@ -51,7 +51,7 @@ TEST(HalLog, OtherLinesStateNothing) {
                              "ChangeStateTo: client one transits from ModelUnloaded to Buffering",
                              "UnloadSoundModel: Unload model with handle ",
                              "OnSoundCardStateChanged: true, once more"}) {
-        EXPECT_FALSE(ReadHalLog({.text = line})) << line;
+        EXPECT_FALSE(ReadHalLine({.text = line})) << line;
     }
 }
 

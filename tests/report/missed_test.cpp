@@ -16,8 +16,7 @@ namespace {
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
-using virtual_dsp::AnswerCause;
-using virtual_dsp::CommandAnswered;
+using virtual_dsp::Engine;
 using virtual_dsp::PowerChanged;
 using virtual_dsp::RecordDropped;
 using virtual_dsp::VoidedBy;
@@ -94,21 +93,26 @@ const Case kCases[] = {
          [](WrittenRun& run) {
              run.Online();
              run.facts.models[0].handle = 0;
-             run.Journal(21, CommandAnswered{.id = wire::CMD_AUDIO_INPUT_HOTWORD_LOAD_MODEL,
-                                             .bytes = {},
-                                             .status = -22,
-                                             .cause = AnswerCause::kModelOfOtherEngine,
-                                             .value = 2});
+             run.LoadIntoOtherEngine(10, "another", /*made_for=*/3);
+             run.LoadIntoOtherEngine(19, "hey", /*made_for=*/2);
          },
          Why::kLoadedIntoOtherEngine, "made for engine 2"},
         {"OnlyAnotherEngineStartedInHal",
          [](WrittenRun& run) {
              run.Start();
              run.Call(400, Operation::kStopRecognition);
-             run.Call(410, Operation::kStartRecognition, 0, /*handle=*/2);
+             run.AddStarted(Engine::kAmbientMusic);
              run.DetectAndRead();
          },
          Why::kOnlyOtherEnginesStarted, "other engines"},
+        {"AnotherModelOfThisEngineStartedInHal",
+         [](WrittenRun& run) {
+             run.Start();
+             run.Call(400, Operation::kStopRecognition);
+             run.AddStarted(Engine::kHotword);
+             run.DetectAndRead();
+         },
+         Why::kNotStarted, "had ended it"},
         {"RefusedTransition",
          [](WrittenRun& run) {
              run.Start();
@@ -174,7 +178,7 @@ const Case kCases[] = {
              run.DetectAndRead();
              run.Log(2014, "ControlThreadLoop: received Hotword recognition");
          },
-         Why::kStoppedMeanwhile, "stopped or unloaded"},
+         Why::kTakenNotDelivered, "stopped or unloaded"},
         {"ListenedInVain", [](WrittenRun& run) { run.Start(); }, Why::kNotDetected,
          "was listening"},
 };

@@ -95,10 +95,23 @@ TEST(ReportTest, OfALongRunItShowsTheEnd) {
 
 TEST(ReportTest, FaultsThatTheRunSetAreToldApartFromThePhonesOwn) {
     WrittenRun run;
-    run.Journal(100, virtual_dsp::FaultHit{.rule = "on model_data write errno=EIO", .count = 1});
+    run.Journal(100, virtual_dsp::FaultHit{.rule = "on model_data write errno=EIO",
+                                           .count = 1,
+                                           .is_last_reported = true});
 
     EXPECT_THAT(ReportHtml(run.facts), HasSubstr("<tr class=\"fault\">"));
+    EXPECT_THAT(ReportHtml(run.facts), HasSubstr("<dd>at least 1</dd>"));
     EXPECT_THAT(TraceJson(run.facts), HasSubstr("\"faults\""));
+}
+
+TEST(ReportTest, OnlyWhatWasHeardCountsAsDetected) {
+    using Origin = virtual_dsp::DetectionRaised::Origin;
+    WrittenRun run;
+    for (const Origin origin : {Origin::kHeard, Origin::kForced, Origin::kInternal}) {
+        run.Journal(100, virtual_dsp::DetectionRaised{.origin = origin});
+    }
+
+    EXPECT_EQ(1, PageData(run.facts, RunFindings(run.facts))["detected"]);
 }
 
 TEST(ReportTest, NothingFromOutsideGetsIntoThePageAsMarkup) {

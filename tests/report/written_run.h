@@ -50,7 +50,18 @@ class WrittenRun {
     }
     void Log(int64_t ms, const std::string& text) {
         facts.log.push_back({.ns = ms * kMs, .text = text});
-        if (const auto said = ReadHalLog(facts.log.back())) facts.hal.push_back(*said);
+        facts.hal = ReadHalLog(facts.log);
+    }
+    // A load that the HAL refuses, of a model that the DSP refuses within it.
+    void LoadIntoOtherEngine(int64_t ms, const std::string& name, int made_for) {
+        Call(ms, Operation::kLoadPhraseSoundModel, -22, /*handle=*/0);
+        facts.calls.back().name = name;
+        Journal(ms,
+                virtual_dsp::CommandAnswered{.id = wire::CMD_AUDIO_INPUT_HOTWORD_LOAD_MODEL,
+                                             .bytes = {},
+                                             .status = -22,
+                                             .cause = virtual_dsp::AnswerCause::kModelOfOtherEngine,
+                                             .value = made_for});
     }
     // Model 1 loaded and started, in the DSP, too.
     void Start(int64_t ms = 30) {
@@ -59,6 +70,15 @@ class WrittenRun {
         Command(21, wire::CMD_AUDIO_INPUT_HOTWORD_LOAD_MODEL);
         Call(ms, Operation::kStartRecognition);
         Command(ms, wire::CMD_AUDIO_INPUT_HOTWORD_START);
+    }
+    // Model 2, with a pattern of its own, loaded and started in the HAL.
+    void AddStarted(virtual_dsp::Engine engine) {
+        facts.models.push_back({.ns = 405 * kMs,
+                                .handle = 2,
+                                .name = "other",
+                                .engine = engine,
+                                .pattern = std::vector<int16_t>(16000, 2)});
+        Call(410, Operation::kStartRecognition, 0, /*handle=*/2);
     }
     // The DSP detects the hotword, and the HAL reads the record.
     void Detect(int64_t ms = 2010, uint64_t frame = 32999) {

@@ -121,7 +121,7 @@ std::vector<std::string> StepTexts(const char* text, const NamedTexts& values = 
     const auto scenario = ParseScenario(text, "bug.sthal", {.values = values});
     if (!scenario.ok()) return {scenario.error()};
     std::vector<std::string> texts;
-    for (const Scenario::Step& step : scenario->steps) texts.push_back(step.text);
+    for (const Scenario::Line& step : scenario->steps) texts.push_back(step.text);
     return texts;
 }
 
@@ -138,7 +138,7 @@ TEST(ScenarioTest, ReadsSettingsQuotesUnitsAndComments) {
     EXPECT_EQ(42U, scenario->seed);
     EXPECT_EQ(4.0, scenario->speed);
     ASSERT_EQ(3U, scenario->steps.size());
-    const Scenario::Step& load = scenario->steps[0];
+    const Scenario::Line& load = scenario->steps[0];
     EXPECT_EQ(3, load.line);
     EXPECT_TRUE(load.command.values.Has("keyphrase"));
     EXPECT_FALSE(load.command.values.Has("generic"));

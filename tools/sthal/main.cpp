@@ -1,4 +1,6 @@
 // sthal, the command-line tool: runs the HAL on the virtual board.
+#include <android-base/strings.h>
+
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
@@ -27,16 +29,13 @@ constexpr int kUsage = 2;
 std::string CommandProblem(const CLI::App& app, int argc, char** argv) {
     if (argc < 2 || argv[1][0] == '-') return {};
     std::vector<std::string> names;
-    std::string list;
     for (const CLI::App* const command :
          app.get_subcommands([](const CLI::App*) { return true; })) {
         names.push_back(command->get_name());
-        list += (list.empty() ? "" : ", ") + names.back();
     }
     if (std::ranges::find(names, argv[1]) != names.end()) return {};
-    const auto nearest = NearestMatch(argv[1], names);
-    return std::string("sthal: there is no command '") + argv[1] + "'; the commands are " + list +
-           (nearest ? "; did you mean '" + *nearest + "'?" : "");
+    return std::string("sthal: there is no command '") + argv[1] + "'; the commands are " +
+           android::base::Join(names, ", ") + DidYouMean(argv[1], names);
 }
 
 int Run(int argc, char** argv) {
@@ -59,16 +58,14 @@ int Run(int argc, char** argv) {
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : kUsage;
     }
-    if (tuning.IsChosen()) return tuning.Run();
-    if (shell.IsChosen() && shell.WantsHelpOnly()) return shell.Run();
-    if (!demo.IsChosen() && !run.IsChosen() && !shell.IsChosen() && !dsp.IsChosen()) {
-        return kUsage;
-    }
+    const auto is_chosen = [&](const char* command) { return app.got_subcommand(command); };
+    if (is_chosen("tuning")) return tuning.Run();
+    if (is_chosen("shell") && shell.WantsHelpOnly()) return shell.Run();
     if (const auto status = virtual_dsp::EnterBoard(argc, argv)) return *status;
     CatchInterrupts();
-    if (run.IsChosen()) return run.Run();
-    if (shell.IsChosen()) return shell.Run();
-    if (dsp.IsChosen()) return dsp.Run();
+    if (is_chosen("run")) return run.Run();
+    if (is_chosen("shell")) return shell.Run();
+    if (is_chosen("dsp")) return dsp.Run();
     return demo.Run();
 }
 

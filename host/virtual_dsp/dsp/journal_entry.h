@@ -81,6 +81,8 @@ struct RecordTaken {
 
 // What makes a detection void.
 enum class VoidedBy { kStart, kStop, kUnload, kInternalRecognition };
+// "stop", "internal recognition".
+const char* Name(VoidedBy cause);
 
 struct RecordDropped {
     Engine engine = Engine::kHotword;

@@ -58,13 +58,6 @@ constexpr std::pair<ModelFault, const char*> kModelFaults[] = {
 };
 static_assert(std::size(kModelFaults) == static_cast<size_t>(ModelFault::kSilentTemplate) + 1);
 
-constexpr std::pair<VoidedBy, const char*> kVoidedBy[] = {
-        {VoidedBy::kStart, "start"},
-        {VoidedBy::kStop, "stop"},
-        {VoidedBy::kUnload, "unload"},
-        {VoidedBy::kInternalRecognition, "internal recognition"},
-};
-
 template <typename Table, typename Key>
 std::string TextOf(const Table& table, Key key) {
     const auto* row = std::ranges::find(table, key, [](const auto& entry) { return entry.first; });
@@ -110,12 +103,11 @@ std::string ToText(const RecordTaken& taken) {
 }
 
 std::string ToText(const RecordDropped& dropped) {
-    return "unread " + Name(dropped.engine) + " record dropped by " +
-           TextOf(kVoidedBy, dropped.cause);
+    return "unread " + Name(dropped.engine) + " record dropped by " + Name(dropped.cause);
 }
 
 std::string ToText(const CaptureEnded& ended) {
-    return Name(ended.engine) + " capture ended by " + TextOf(kVoidedBy, ended.cause) + " after " +
+    return Name(ended.engine) + " capture ended by " + Name(ended.cause) + " after " +
            std::to_string(ended.bytes) + " bytes";
 }
 
@@ -155,6 +147,20 @@ constexpr const char* kSources[] = {"command",      "model-data", "detector", "n
 static_assert(std::size(kSources) == std::variant_size_v<JournalEntry::What>);
 
 }  // namespace
+
+const char* Name(VoidedBy cause) {
+    switch (cause) {
+        case VoidedBy::kStart:
+            return "start";
+        case VoidedBy::kStop:
+            return "stop";
+        case VoidedBy::kUnload:
+            return "unload";
+        case VoidedBy::kInternalRecognition:
+            return "internal recognition";
+    }
+    return "";
+}
 
 bool IsRefusal(const JournalEntry& entry) {
     if (const auto* answer = entry.As<CommandAnswered>()) return answer->status != 0;

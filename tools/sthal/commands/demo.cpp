@@ -112,7 +112,6 @@ DemoCommand::DemoCommand(CLI::App& app) : story_(kStories) {
     demo->footer(kDemoFooter);
     AddValues(*demo);
     AddStories(*demo);
-    demo->callback([this] { is_chosen_ = true; });
 }
 
 void DemoCommand::AddValues(CLI::App& demo) {
@@ -190,8 +189,8 @@ int DemoCommand::Run() const {
     Terminal terminal;
     // The story's headings say what its verbs would.
     const auto is_shown = [](const Fact& fact) {
-        const auto* const step = std::get_if<Step>(&fact);
-        return step == nullptr || step->kind != Step::Kind::kVerb;
+        const auto* const step = std::get_if<StoryStep>(&fact);
+        return step == nullptr || step->kind != StoryStep::Kind::kVerb;
     };
     Session session({.speed = speed_,
                      .output_folder = output_folder_,

@@ -23,10 +23,7 @@ class DemoCommand {
   public:
     explicit DemoCommand(CLI::App& app);
 
-    bool IsChosen() const { return is_chosen_; }
-    // To be called on the board. The exit status: 0 the event came at the right place and the
-    // capture is what the microphone heard, 1 it did not, 2 the files make no run, 3 there was no
-    // hotword and no event came, 130 interrupted.
+    // To be called on the board, with interrupts caught. The exit status, as its help tells it.
     int Run() const;
 
   private:
@@ -42,7 +39,6 @@ class DemoCommand {
     // Those that were given.
     NamedTexts Values() const;
 
-    bool is_chosen_ = false;
     const DemoStory* story_;
     std::vector<ValueOption> values_;
     double speed_ = 1.0;

@@ -101,7 +101,6 @@ DspCommand::DspCommand(CLI::App& app) : directory_(virtual_dsp::kBoardDirectory)
     dsp->add_option("--fault", faults_, "a fault rule as docs/virtual_board.md has them")
             ->allow_extra_args(false);
     dsp->add_flag("--control", control_, "take verbs from the standard input (see below)");
-    dsp->callback([this] { chosen_ = true; });
 }
 
 int DspCommand::Run() const {
@@ -110,7 +109,6 @@ int DspCommand::Run() const {
     Session session({.speed = speed_,
                      .is_interrupted = Interrupted,
                      .is_shown = [](const Fact&) { return false; },
-                     .parts = PhoneParts::kBoard,
                      .boot =
                              [this](RunRecord& record) {
                                  return BootVirtualDsp(directory_, speed_, record);

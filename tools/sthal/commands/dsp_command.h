@@ -21,13 +21,10 @@ class DspCommand {
   public:
     explicit DspCommand(CLI::App& app);
 
-    bool IsChosen() const { return chosen_; }
-    // On the board (virtual_dsp::EnterBoard), with interrupts caught. The exit status: 0 when it
-    // was told to end, 1 when the nodes cannot be served, 2 for a wrong fault rule.
+    // To be called on the board, with interrupts caught. The exit status, as its help tells it.
     int Run() const;
 
   private:
-    bool chosen_ = false;
     bool control_ = false;
     double speed_ = 1.0;
     std::string directory_;

@@ -41,7 +41,6 @@ RunCommand::RunCommand(CLI::App& app) {
             });
     AddOutputOption(*run, output_folder_);
     AddRunFileOptions(*run, files_);
-    run->callback([this] { is_chosen_ = true; });
 }
 
 int RunCommand::Run() const {

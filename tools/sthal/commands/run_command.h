@@ -17,14 +17,10 @@ class RunCommand {
   public:
     explicit RunCommand(CLI::App& app);
 
-    bool IsChosen() const { return is_chosen_; }
-    // To be called on the board. The exit status: 0 all expectations held, 1 one did not, 2 the
-    // file is wrong or cannot be had, 3 there was nothing in the recording to be detected, 130
-    // interrupted.
+    // To be called on the board, with interrupts caught. The exit status, as its help tells it.
     int Run() const;
 
   private:
-    bool is_chosen_ = false;
     std::string file_;
     std::optional<double> speed_;
     std::optional<uint32_t> seed_;

@@ -32,14 +32,4 @@ void AddOutputOption(CLI::App& command, std::string& folder) {
             });
 }
 
-int ExitStatus(const Verdict& verdict, bool is_written) {
-    constexpr int kFailed = 1;
-    constexpr int kNothingSpoken = 3;
-    constexpr int kInterrupted = 130;
-    if (verdict.kind == Verdict::Kind::kInterrupted) return kInterrupted;
-    if (!is_written) return kFailed;
-    if (verdict.kind == Verdict::Kind::kNothingSpoken) return kNothingSpoken;
-    return verdict.kind == Verdict::Kind::kHeld ? 0 : kFailed;
-}
-
 }  // namespace sthal

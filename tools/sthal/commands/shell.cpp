@@ -179,7 +179,7 @@ bool Shell::RunLine(const std::string& line) {
     }
     if (command->verb == nullptr) return true;
     const VerbResult result = RunCommand(*command, line);
-    if (result.kind == VerbResult::Kind::kInterrupted) {
+    if (result.end == VerbsEnd::kInterrupted) {
         session_.terminal().Print("interrupted\n");
     } else if (result.failure) {
         session_.terminal().Print(ToText(*result.failure) + "\n");
@@ -207,7 +207,7 @@ VerbResult Shell::RunCommand(const Command& command, const std::string& line) {
     }
     const std::string pause = PauseSinceLastVerb();
     VerbResult result = verb.run(session_, command.values);
-    if (result.kind != VerbResult::Kind::kInterrupted) {
+    if (result.end != VerbsEnd::kInterrupted) {
         if (!pause.empty()) carried_out_.push_back(pause);
         carried_out_.push_back(line);
     }
@@ -236,7 +236,7 @@ VerbResult Shell::RunFile(const std::string& path) {
     }
     VerbResult result = RunScenario(*scenario, session_);
     if (result.ok()) {
-        for (const Scenario::Step& step : scenario->steps) carried_out_.push_back(step.text);
+        for (const Scenario::Line& step : scenario->steps) carried_out_.push_back(step.text);
     } else {
         carried_out_.push_back("# 'run " + path + "' did not come to its end");
     }

@@ -37,7 +37,6 @@ ShellCommand::ShellCommand(CLI::App& app) {
     shell->add_option("--seed", seed_, "of noise and faults")->capture_default_str();
     AddOutputOption(*shell, output_folder_);
     AddRunFileOptions(*shell, files_);
-    shell->callback([this] { is_chosen_ = true; });
 }
 
 int ShellCommand::Run() const {
@@ -65,8 +64,7 @@ int ShellCommand::Run() const {
     }
     const auto ended = session.End(verdict, files_);
     if (!ended.ok()) std::cerr << "sthal shell: " << ended.error() << '\n';
-    if (LineInterrupted()) return kInterrupted;
-    return verdict.kind == Verdict::Kind::kEnded && ended.ok() ? 0 : kFailed;
+    return LineInterrupted() ? kInterrupted : ExitStatus(verdict, ended.ok());
 }
 
 }  // namespace sthal

@@ -16,15 +16,12 @@ class ShellCommand {
   public:
     explicit ShellCommand(CLI::App& app);
 
-    bool IsChosen() const { return is_chosen_; }
     // Whether no board is needed, since only the verbs are asked for.
     bool WantsHelpOnly() const { return wants_verbs_; }
-    // To be called on the board, unless it is for help. The exit status: 0; 1 when a line that did
-    // not come from a terminal failed, or the HAL broke a rule; 130 interrupted.
+    // To be called on the board, unless it is for help. The exit status, as its help tells it.
     int Run() const;
 
   private:
-    bool is_chosen_ = false;
     bool wants_verbs_ = false;
     double speed_ = 1.0;
     uint32_t seed_ = 1;

@@ -13,7 +13,6 @@ class TuningCommand {
   public:
     explicit TuningCommand(CLI::App& app);
 
-    bool IsChosen() const { return show_ || build_; }
     // The exit status: 0, or 2 after a message when a file is wrong or cannot be had.
     int Run() const;
 

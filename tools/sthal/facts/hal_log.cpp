@@ -1,7 +1,8 @@
 #include "tools/sthal/facts/hal_log.h"
 
+#include <algorithm>
 #include <charconv>
-#include <span>
+#include <cstddef>
 
 #include "tools/sthal/facts/run_facts.h"
 
@@ -64,6 +65,9 @@ constexpr Text kTexts[] = {
 };
 
 constexpr size_t kMostWords = 3;
+static_assert(std::ranges::all_of(kTexts, [](const Text& one) {
+    return std::ranges::count(one.text, '%') <= ptrdiff_t{kMostWords};
+}));
 
 // The words of `line` in the places of `text`; none when it is another text.
 std::optional<std::array<std::string_view, kMostWords>> Match(std::string_view text,
@@ -115,13 +119,24 @@ std::optional<ClientState> ClientStateOf(std::string_view name) {
     return std::nullopt;
 }
 
-std::optional<HalFact> ReadHalLog(const LogLine& line) {
+std::optional<HalFact> ReadHalLine(const LogLine& line) {
     for (const Text& text : kTexts) {
         const auto words = Match(text.text, line.text);
         if (!words) continue;
-        if (auto what = text.read(*words)) return HalFact{line.ns, line.thread, *what};
+        if (auto what = text.read(*words)) return HalFact{line.ns, line.thread, 0, *what};
     }
     return std::nullopt;
+}
+
+std::vector<HalFact> ReadHalLog(std::span<const LogLine> log) {
+    std::vector<HalFact> facts;
+    for (size_t i = 0; i < log.size(); ++i) {
+        auto fact = ReadHalLine(log[i]);
+        if (!fact) continue;
+        fact->line = i;
+        facts.push_back(*fact);
+    }
+    return facts;
 }
 
 }  // namespace sthal

@@ -1,11 +1,14 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <variant>
+#include <vector>
 
 // What only the HAL's own log tells. Its texts are fixed; the one table of them is in hal_log.cpp.
 namespace sthal {
@@ -63,6 +66,7 @@ struct EventRefused {
 struct HalFact {
     int64_t ns = 0;
     int thread = 0;
+    size_t line = 0;  // Of the log.
     std::variant<ControlThreadStarted, SoundCardReported, ClientChanged, ClientRemoved, RecordRead,
                  RecordReadFailed, RecordClaimed, EventRefused>
             what;
@@ -75,6 +79,8 @@ struct HalFact {
 };
 
 // The fact that a line of the HAL's log states; none for a line that states nothing of these.
-std::optional<HalFact> ReadHalLog(const LogLine& line);
+std::optional<HalFact> ReadHalLine(const LogLine& line);
+// Those of a whole log, in its order.
+std::vector<HalFact> ReadHalLog(std::span<const LogLine> log);
 
 }  // namespace sthal

@@ -15,7 +15,6 @@
 
 #include "host/framework_monitor/framework_monitor.h"
 #include "host/virtual_dsp/dsp/journal_entry.h"
-#include "tools/audio/compare.h"
 #include "tools/audio/sound.h"
 #include "tools/sthal/facts/hal_log.h"
 #include "tools/sthal/facts/heard_times.h"
@@ -25,7 +24,6 @@
 namespace sthal {
 
 // --- said by the tool: the calls that it makes into the HAL
-// ---------------------------------------
 
 enum class Operation {
     // Of the audio service.
@@ -83,7 +81,6 @@ struct Model {
 };
 
 // --- said by the framework's end of the callback
-// --------------------------------------------------
 
 struct Event {
     int handle = 0;
@@ -106,7 +103,6 @@ struct BrokenRule {
 bool IsNoteOnly(const framework::FrameworkMonitor::Violation& violation);
 
 // --- said by the readers of capture streams
-// -------------------------------------------------------
 
 // Audio that the DSP holds ready for a reader, in frames.
 struct BufferFill {
@@ -160,7 +156,6 @@ struct Stream {
 };
 
 // --- said by the board: what the microphones heard
-// ------------------------------------------------
 
 struct PlayedRecording {
     int64_t ns = 0;  // It was asked for; others may be heard before it.
@@ -183,7 +178,6 @@ struct WakeLocksHeld {
 };
 
 // --- said by the HAL itself
-// -----------------------------------------------------------------------
 
 struct LogLine {
     int64_t ns = 0;
@@ -199,9 +193,8 @@ struct Dump {
 };
 
 // --- said by the story that is told
-// ---------------------------------------------------------------
 
-struct Step {
+struct StoryStep {
     enum class Kind {
         kHeading,      // Of a part of the story.
         kExplanation,  // Of the heading before it.
@@ -213,16 +206,16 @@ struct Step {
     std::string text;
 };
 
-// What a step wanted and what was seen instead. `seen` may be empty: then `expected` says all.
+// A verb that failed.
 struct Failure {
-    std::string file{};  // Of the scenario, with the line; empty where there is none.
-    int line = 0;
-    std::string verb{};  // As it stands there.
+    std::string file{};  // The scenario's; empty in the shell.
+    int line = 0;        // Of the file, from 1.
+    std::string verb{};  // The whole line.
     std::string expected{};
-    std::string seen{};
+    std::string seen{};  // Instead; empty where `expected` says all that is wrong.
 };
 
-// How a delivered detection, or a capture without one, is to be judged and was.
+// The judgement on one detection and its capture, or on one capture without a detection.
 struct Delivery {
     enum class Problem {
         kNone,
@@ -239,11 +232,9 @@ struct Delivery {
     Problem problem = Problem::kNone;
     bool wants_event = true;  // Else a capture without a detection.
     bool is_ambient = false;
-    bool was_spoken = true;  // The model's sound is in the recording.
     bool has_event = false;
     int64_t callback_latency_ns = 0;  // From the record to the callback.
     int64_t timestamp_error_ns = 0;   // The stream's timestamp of the hotword, less the truth.
-    audio::Comparison comparison{};
 };
 
 struct Verdict {
@@ -263,7 +254,6 @@ struct Verdict {
 };
 
 // --- all of it
-// ------------------------------------------------------------------------------------
 
 /** Everything that was recorded of a run, each list in the order of time. */
 struct RunFacts {
@@ -282,7 +272,7 @@ struct RunFacts {
     std::vector<HalFact> hal{};  // What the log lines say.
     std::vector<Dump> dumps{};
     std::vector<WakeLocksHeld> wake_locks{};
-    std::vector<Step> steps{};
+    std::vector<StoryStep> steps{};
     Verdict verdict{};
     size_t left_out = 0;  // Facts beyond what a record keeps.
 };

@@ -37,7 +37,7 @@ void RunRecord::Add(Fact fact) {
 }
 
 void RunRecord::AddRemark(std::string text) {
-    Add(Step{BoottimeNow(), Step::Kind::kRemark, std::move(text)});
+    Add(StoryStep{BoottimeNow(), StoryStep::Kind::kRemark, std::move(text)});
 }
 
 template <typename Kind>
@@ -73,11 +73,10 @@ void RunRecord::KeepFact(Fact fact) {
         if (auto* const command = std::get_if<CommandAnswered>(&entry->what)) command->bytes = {};
         Keep(facts_.journal, std::move(*entry));
     } else if (auto* const line = std::get_if<LogLine>(&fact)) {
-        if (auto said = ReadHalLog(*line)) Keep(facts_.hal, *said);
         Keep(facts_.log, std::move(*line));
     } else if (auto* const dump = std::get_if<Dump>(&fact)) {
         Keep(facts_.dumps, std::move(*dump));
-    } else if (auto* const step = std::get_if<Step>(&fact)) {
+    } else if (auto* const step = std::get_if<StoryStep>(&fact)) {
         Keep(facts_.steps, std::move(*step));
     } else if (auto* const held = std::get_if<WakeLocksHeld>(&fact)) {
         Keep(facts_.wake_locks, std::move(*held));
@@ -95,8 +94,9 @@ size_t RunRecord::AddRecording(PlayedRecording played) {
                        other.recording->samples == played.recording->samples;
             });
     if (same != facts_.recordings.end()) played.recording = same->recording;
-    facts_.recordings.push_back(std::move(played));
-    return facts_.recordings.size() - 1;
+    const size_t index = facts_.recordings.size();  // Of one that is not kept, nobody has this.
+    Keep(facts_.recordings, std::move(played));
+    return index;
 }
 
 void RunRecord::AddHeard(size_t recording, uint64_t first_frame, size_t end, int64_t end_ns) {
@@ -110,7 +110,7 @@ void RunRecord::AddHeard(size_t recording, uint64_t first_frame, size_t end, int
 size_t RunRecord::AddStream(Stream stream) {
     if (listener_) listener_(stream);
     std::lock_guard lock(lock_);
-    const size_t index = facts_.streams.size();  // Of one that is not kept, nobody has this.
+    const size_t index = facts_.streams.size();  // As above.
     if (enabled_) Keep(facts_.streams, std::move(stream));
     return index;
 }
@@ -130,8 +130,8 @@ RunFacts RunRecord::Snapshot() const {
     SortByTime(facts.fills, &BufferFill::ns);
     SortByTime(facts.journal, &JournalEntry::boottime_ns);
     SortByTime(facts.log, &LogLine::ns);
-    SortByTime(facts.hal, &HalFact::ns);
-    SortByTime(facts.steps, &Step::ns);
+    SortByTime(facts.steps, &StoryStep::ns);
+    facts.hal = ReadHalLog(facts.log);
     return facts;
 }
 

@@ -14,10 +14,21 @@
 
 namespace sthal {
 
-// What a run's record is told. A call is told twice: when it begins, and when it has returned.
+/**
+ * What a source of facts tells a run's record.
+ *
+ * Always: each Call, when it begins (`end_ns` is 0) and when it has returned; each Event, when the
+ * callback is entered (`returned_ns` is 0) and when it returns; each Model that is handed to the
+ * HAL; each stream with its reads and its closing. Times are set by the source, from the clock of
+ * virtual_dsp::BoottimeNow().
+ *
+ * May be missing, where a phone cannot tell: the DSP's journal, buffer fills, wake locks,
+ * HeardTimes and the record's time of an event. Findings then know less: without the journal no
+ * latencies and no detections, without HeardTimes no missed hotwords.
+ */
 using Fact = std::variant<Call, Model, Event, BrokenRule, Stream, StreamRead, StreamClosed,
                           BufferFill, virtual_dsp::JournalEntry, PlayedRecording, WakeLocksHeld,
-                          LogLine, Dump, Step>;
+                          LogLine, Dump, StoryStep>;
 
 /**
  * Takes the facts of a run as they come, and tells a listener of them, who shows them. Keeps them

@@ -1,7 +1,6 @@
 #include "tools/sthal/findings/delivery.h"
 
 #include <cstdlib>
-#include <utility>
 
 namespace sthal {
 
@@ -47,27 +46,9 @@ Delivery Judge(const DeliveryFacts& known) {
     return {.problem = FindProblem(known),
             .wants_event = known.wants_event,
             .is_ambient = known.is_ambient,
-            .was_spoken = known.expected.has_value(),
             .has_event = known.event_handle.has_value(),
             .callback_latency_ns = known.callback_latency_ns,
-            .timestamp_error_ns = known.timestamp_error_ns,
-            .comparison = known.comparison};
-}
-
-Verdict VerdictOn(Delivery delivery) {
-    Verdict verdict{.kind = Verdict::Kind::kHeld};
-    if (delivery.problem != Delivery::Problem::kNone) {
-        verdict.kind = Verdict::Kind::kFailed;
-    } else if (delivery.wants_event && !delivery.has_event) {
-        verdict.kind = Verdict::Kind::kNothingSpoken;
-    }
-    verdict.delivery = std::move(delivery);
-    return verdict;
-}
-
-audio::Comparison Compare(const audio::Sound& heard, const audio::Sound& capture, bool is_ambient) {
-    return is_ambient ? audio::CompareMulawCapture(heard, capture)
-                      : audio::CompareCapture(heard, capture);
+            .timestamp_error_ns = known.timestamp_error_ns};
 }
 
 }  // namespace sthal

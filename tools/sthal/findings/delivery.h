@@ -30,10 +30,4 @@ struct DeliveryFacts {
 
 Delivery Judge(const DeliveryFacts& known);
 
-// The verdict on a run that was made for this delivery only.
-Verdict VerdictOn(Delivery delivery);
-
-// Holds a capture against what the microphones heard; ambient audio after the same companding.
-audio::Comparison Compare(const audio::Sound& heard, const audio::Sound& capture, bool is_ambient);
-
 }  // namespace sthal

@@ -46,12 +46,27 @@ Answer FirstAnswer(std::span<const Question> questions, const Case& one) {
     return std::nullopt;
 }
 
+// The load that the HAL answered with this model; null when it is not known.
+const Call* LoadOf(const RunFacts& facts, const Model& model) {
+    const Call* load = nullptr;
+    for (const Call& call : facts.calls) {
+        if (call.end_ns > model.ns) break;
+        const bool is_load = call.operation == Operation::kLoadSoundModel ||
+                             call.operation == Operation::kLoadPhraseSoundModel;
+        if (is_load && call.name == model.name) load = &call;
+    }
+    return load;
+}
+
 // The DSP refuses a model that was made for another engine than the one it is loaded into.
 Answer AskOtherEngine(const Case& one) {
     if (!one.WasRefused()) return std::nullopt;
+    const Call* const load = LoadOf(one.facts, one.model);
+    if (load == nullptr) return std::nullopt;
     for (const JournalEntry& entry : one.facts.journal) {
+        if (entry.boottime_ns < load->begin_ns) continue;
+        if (entry.boottime_ns > load->end_ns) break;
         const auto* const answered = entry.As<virtual_dsp::CommandAnswered>();
-        if (entry.boottime_ns > one.end_ns) break;
         if (answered == nullptr || answered->status == 0) continue;
         if (answered->cause != virtual_dsp::AnswerCause::kModelOfOtherEngine) continue;
         return MissReason{.kind = Why::kLoadedIntoOtherEngine, .refusal = entry};
@@ -62,7 +77,7 @@ Answer AskOtherEngine(const Case& one) {
 Answer AskOffline(const Case& one) {
     if (one.StateOf(Subject::Dsp()) == State(DspState::kDown)) return MissReason{Why::kDspDown};
     const auto report = one.StateOf(Subject::SoundCardReport());
-    if (report == State(ReportState::kOnline)) return std::nullopt;
+    if (report == State(SoundCardState::kOnline)) return std::nullopt;
     return MissReason{report ? Why::kReportedOffline : Why::kNeverReportedOnline};
 }
 
@@ -124,10 +139,9 @@ constexpr int64_t kAtOnceNs = 500'000'000;
 // The first line of the HAL's log within kAtOnceNs that states a fact of this kind.
 template <typename Kind>
 const LogLine* LineAfter(const RunFacts& facts, int64_t ns) {
-    const auto first = std::ranges::lower_bound(facts.log, ns, {}, &LogLine::ns);
-    for (auto line = first; line != facts.log.end() && line->ns <= ns + kAtOnceNs; ++line) {
-        const auto said = ReadHalLog(*line);
-        if (said && said->As<Kind>() != nullptr) return &*line;
+    const auto first = std::ranges::lower_bound(facts.hal, ns, {}, &HalFact::ns);
+    for (auto fact = first; fact != facts.hal.end() && fact->ns <= ns + kAtOnceNs; ++fact) {
+        if (fact->As<Kind>() != nullptr) return &facts.log[fact->line];
     }
     return nullptr;
 }
@@ -156,21 +170,16 @@ Answer AskRefusedTransition(const Case& one) {
     return MissReason{.kind = Why::kTransitionRefused, .logged = line->text};
 }
 
-// Whether models with other patterns were started, and none with this one.
+// Whether models were started, and all of them are of other engines.
 Answer AskOthersStarted(const Case& one) {
-    if (!AskStarted(one)) return std::nullopt;
-    std::set<int> started;
-    for (const Call& call : one.facts.calls) {
-        if (call.end_ns > one.end_ns || call.result != 0) continue;
-        if (call.operation == Operation::kStartRecognition) started.insert(call.handle);
-        if (call.operation == Operation::kStopRecognition ||
-            call.operation == Operation::kUnloadSoundModel) {
-            started.erase(call.handle);
-        }
+    size_t started = 0;
+    for (const auto& [handle, model] : HoldersAt(one.facts, one.end_ns)) {
+        const Call* const latest = LatestStartOrEnd(one.facts, {handle}, one.end_ns);
+        if (latest == nullptr || latest->operation != Operation::kStartRecognition) continue;
+        if (model->engine == one.model.engine) return std::nullopt;
+        ++started;
     }
-    const bool are_others =
-            std::ranges::any_of(started, [&](int handle) { return !one.handles.contains(handle); });
-    if (!are_others) return std::nullopt;
+    if (started == 0) return std::nullopt;
     return MissReason{Why::kOnlyOtherEnginesStarted};
 }
 
@@ -182,7 +191,7 @@ Answer SayNoClient(const Case&) {
 Answer AskClaimed(const Case& one) {
     const int64_t read_ns = one.trail->At(LatencyStep::kRead);
     if (LineAfter<RecordClaimed>(one.facts, read_ns) != nullptr)
-        return MissReason{Why::kStoppedMeanwhile};
+        return MissReason{Why::kTakenNotDelivered};
     constexpr Question kWhyUnclaimed[] = {AskInternalRecognition, AskOthersStarted, AskStarted,
                                           SayNoClient};
     return FirstAnswer(kWhyUnclaimed, one);

@@ -35,7 +35,8 @@ struct MissReason {
         kTransitionRefused,  // `logged`.
         kOnlyOtherEnginesStarted,
         kNoClient,
-        kStoppedMeanwhile,  // Or the model has no callback.
+        kTakenNotDelivered,  // By the HAL, which dropped it: the model was stopped or unloaded at
+                             // that moment, or has no callback.
     };
     Kind kind = Kind::kNotDetected;
     virtual_dsp::JournalEntry refusal{};

@@ -36,19 +36,6 @@ std::vector<Problem> SilentCaptures(const RunFacts& facts) {
     return problems;
 }
 
-std::optional<Problem> FaultsSet(const RunFacts& facts) {
-    problem::FaultsSet faults;
-    for (const JournalEntry& entry : facts.journal) {
-        const auto* const hit = entry.As<FaultHit>();
-        if (hit == nullptr) continue;
-        ++faults.hits;
-        // Of a rule that hits again and again, the journal tells of the first hits only.
-        if (hit->is_last_reported) faults.is_at_least = true;
-    }
-    if (faults.hits == 0) return std::nullopt;
-    return faults;
-}
-
 void AddFailures(const RunFacts& facts, std::vector<Problem>* problems) {
     for (size_t i = 0; i < facts.calls.size(); ++i) {
         if (facts.calls[i].result.value_or(0) != 0) problems->push_back(problem::CallFailed{i});
@@ -77,21 +64,6 @@ RunFindings::RunFindings(const RunFacts& facts)
       spoken(FindSpoken(facts)),
       missed(ExplainMissed(facts, states, trails, spoken)) {}
 
-Grade GradeOf(Verdict::Kind kind) {
-    switch (kind) {
-        case Verdict::Kind::kHeld:
-        case Verdict::Kind::kNothingSpoken:
-            return Grade::kGood;
-        case Verdict::Kind::kNone:
-        case Verdict::Kind::kFailed:
-            return Grade::kBad;
-        case Verdict::Kind::kEnded:
-        case Verdict::Kind::kInterrupted:
-            return Grade::kUnjudged;
-    }
-    return Grade::kUnjudged;
-}
-
 ProblemsAndNotes Problems(const RunFacts& facts, const RunFindings& found) {
     ProblemsAndNotes all;
     auto& [problems, notes] = all;
@@ -108,7 +80,7 @@ ProblemsAndNotes Problems(const RunFacts& facts, const RunFindings& found) {
     AddFailures(facts, &problems);
     // Where failures are listed, the reader has to know of the faults first.
     auto& beside = problems.empty() ? meant : problems;
-    if (const auto faults = FaultsSet(facts)) beside.insert(beside.begin(), *faults);
+    if (const auto faults = FaultsSetIn(facts)) beside.insert(beside.begin(), *faults);
     if (grade == Grade::kBad) problems.insert(problems.begin(), problem::BadVerdict{});
     if (problems.size() > kMostProblems) {
         const size_t more = problems.size() - kMostProblems;
@@ -116,6 +88,19 @@ ProblemsAndNotes Problems(const RunFacts& facts, const RunFindings& found) {
         problems.push_back(problem::More{more});
     }
     return all;
+}
+
+std::optional<problem::FaultsSet> FaultsSetIn(const RunFacts& facts) {
+    problem::FaultsSet faults;
+    for (const JournalEntry& entry : facts.journal) {
+        const auto* const hit = entry.As<FaultHit>();
+        if (hit == nullptr) continue;
+        ++faults.hits;
+        // Of a rule that hits again and again, the journal tells of the first hits only.
+        if (hit->is_last_reported) faults.is_at_least = true;
+    }
+    if (faults.hits == 0) return std::nullopt;
+    return faults;
 }
 
 }  // namespace sthal

@@ -10,6 +10,7 @@
 #include "tools/sthal/findings/missed.h"
 #include "tools/sthal/findings/spoken.h"
 #include "tools/sthal/findings/states.h"
+#include "tools/sthal/findings/verdict.h"
 
 namespace sthal {
 
@@ -22,9 +23,6 @@ struct RunFindings {
     std::vector<SpokenHotword> spoken;
     std::vector<MissedHotword> missed;
 };
-
-enum class Grade { kGood, kBad, kUnjudged };
-Grade GradeOf(Verdict::Kind kind);
 
 // What was wrong with a run, or is worth knowing of it. Facts are named by their index.
 namespace problem {
@@ -75,11 +73,22 @@ using Problem = std::variant<problem::BadVerdict, problem::RuleBroken, problem::
                              problem::RecordTooLong, problem::More>;
 
 struct ProblemsAndNotes {
-    std::vector<Problem> problems;  // Begin with the verdict, if that is bad.
-    std::vector<Problem> notes;     // Not wrong.
+    std::vector<Problem> problems;
+    std::vector<Problem> notes;  // Not wrong.
 };
 
-// At most 250 problems, and how many more there are.
+/**
+ * What was wrong with a run, in this order: a bad verdict; faults that were set on purpose; broken
+ * rules but for the verdict's; hotwords of which no event came; silent captures; failed calls;
+ * refused streams; ERROR lines; what the DSP refused; facts that the record has not kept. At most
+ * 250, then how many more.
+ *
+ * Of a run that went well, missed hotwords and silent captures are notes, and so are faults, if
+ * nothing else was wrong. Rules that are a note only always are.
+ */
 ProblemsAndNotes Problems(const RunFacts& facts, const RunFindings& found);
+
+// The calls that the run's own faults hit; none where there were no such calls.
+std::optional<problem::FaultsSet> FaultsSetIn(const RunFacts& facts);
 
 }  // namespace sthal

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <functional>
-#include <map>
 #include <memory>
 #include <utility>
 
@@ -126,13 +125,17 @@ bool IsSamePattern(const Model& a, const Model& b) {
     return a.engine == b.engine && a.pattern == b.pattern;
 }
 
-std::set<int> HandlesAt(const RunFacts& facts, const Model& pattern, int64_t ns) {
+std::map<int, const Model*> HoldersAt(const RunFacts& facts, int64_t ns) {
     std::map<int, const Model*> holders;
     for (const Model& model : facts.models) {
         if (model.handle != 0 && model.ns <= ns) holders[model.handle] = &model;
     }
+    return holders;
+}
+
+std::set<int> HandlesAt(const RunFacts& facts, const Model& pattern, int64_t ns) {
     std::set<int> handles;
-    for (const auto& [handle, model] : holders) {
+    for (const auto& [handle, model] : HoldersAt(facts, ns)) {
         if (IsSamePattern(pattern, *model)) handles.insert(handle);
     }
     return handles;

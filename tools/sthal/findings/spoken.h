@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <set>
 #include <vector>
 
@@ -27,8 +28,11 @@ std::vector<SpokenHotword> FindSpoken(const RunFacts& facts);
 
 bool IsSamePattern(const Model& a, const Model& b);
 
-// The handles that models of this pattern have at a time. A handle that was freed goes to the next
-// model, whatever that one is for.
+// The models that have the handles at a time. A handle that was freed goes to the next model,
+// whatever that one is for.
+std::map<int, const Model*> HoldersAt(const RunFacts& facts, int64_t ns);
+
+// The handles that models of this pattern have at a time.
 std::set<int> HandlesAt(const RunFacts& facts, const Model& pattern, int64_t ns);
 
 // The framework's latest successful call, before a time, that started or ended recognition of one

@@ -112,7 +112,8 @@ class HalFollower {
             spans_.Change(Subject::Client(removed->handle), std::nullopt, fact.ns);
         } else if (const auto* report = fact.As<SoundCardReported>()) {
             spans_.Change(Subject::SoundCardReport(),
-                          report->online ? ReportState::kOnline : ReportState::kOffline, fact.ns);
+                          report->online ? SoundCardState::kOnline : SoundCardState::kOffline,
+                          fact.ns);
             if (report->online) return;
             // The HAL says no word of it, client by client.
             for (const int handle : clients_) {
@@ -132,8 +133,8 @@ const char* Name(DspState state) {
     return state == DspState::kUp ? "up" : "down";
 }
 
-const char* Name(ReportState state) {
-    return state == ReportState::kOnline ? "online" : "offline";
+const char* Name(SoundCardState state) {
+    return state == SoundCardState::kOnline ? "online" : "offline";
 }
 
 const char* Name(EngineState state) {

@@ -14,7 +14,7 @@ namespace sthal {
 
 enum class DspState { kDown, kUp };
 // What the HAL has been told of the sound card.
-enum class ReportState { kOffline, kOnline };
+enum class SoundCardState { kOffline, kOnline };
 enum class EngineState {
     kIdle,
     kLoaded,
@@ -23,10 +23,10 @@ enum class EngineState {
     kDetected,
     kInternalRecognition,
 };
-using State = std::variant<DspState, ReportState, EngineState, ClientState>;
+using State = std::variant<DspState, SoundCardState, EngineState, ClientState>;
 
 const char* Name(DspState state);
-const char* Name(ReportState state);
+const char* Name(SoundCardState state);
 const char* Name(EngineState state);
 // "down", "online", "detecting", "StartDetecting".
 const char* Name(const State& state);

@@ -96,7 +96,7 @@ const char* ClassOf(RecordingMark::Kind kind) {
 
 // What a state means for a detection, as a class of the template's style.
 const char* ClassOf(const State& state) {
-    if (state == State(DspState::kDown) || state == State(ReportState::kOffline)) return "bad";
+    if (state == State(DspState::kDown) || state == State(SoundCardState::kOffline)) return "bad";
     if (const auto* const engine = std::get_if<EngineState>(&state)) {
         if (*engine == EngineState::kDetecting) return "listening";
         if (*engine == EngineState::kDetected) return "active";

@@ -1,8 +1,11 @@
 #include "tools/sthal/output/finding_texts.h"
 
+#include <android-base/strings.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <variant>
+#include <vector>
 
 #include "tools/sthal/output/units.h"
 
@@ -12,10 +15,6 @@ namespace {
 
 std::string Number(size_t number) {
     return std::to_string(number);
-}
-
-std::string Joined(std::string text, const std::string& next) {
-    return text.empty() ? next : std::move(text) + ", " + next;
 }
 
 // --- verdicts ---
@@ -62,18 +61,7 @@ std::string WhatFailed(const Verdict& verdict) {
 
 std::string DropCauseText(const DropCause& cause) {
     const auto* const voided_by = std::get_if<virtual_dsp::VoidedBy>(&cause);
-    if (voided_by == nullptr) return "the DSP's crash";
-    switch (*voided_by) {
-        case virtual_dsp::VoidedBy::kStart:
-            return "start";
-        case virtual_dsp::VoidedBy::kStop:
-            return "stop";
-        case virtual_dsp::VoidedBy::kUnload:
-            return "unload";
-        case virtual_dsp::VoidedBy::kInternalRecognition:
-            return "internal recognition";
-    }
-    return "";
+    return voided_by == nullptr ? "the DSP's crash" : Name(*voided_by);
 }
 
 std::string NotStartedText(const MissReason& reason, const Model& model) {
@@ -191,27 +179,29 @@ const char* CallName(Operation operation) {
 }
 
 std::string CallDetail(const Call& call) {
-    std::string model = "model " + std::to_string(call.handle);
+    const std::string model = "model " + std::to_string(call.handle);
     std::string text;
+    std::vector<std::string> list;
     switch (call.operation) {
         case Operation::kInitialize:
         case Operation::kDump:
         case Operation::kGetProperties:
             break;
         case Operation::kOnSoundCardStateChanged:
-            return Name(call.on ? ReportState::kOnline : ReportState::kOffline);
+            return Name(call.on ? SoundCardState::kOnline : SoundCardState::kOffline);
         case Operation::kOnDockChargerConnected:
             return call.on ? "true" : "false";
         case Operation::kSetParameter:
             return call.on ? "fan: true" : "fan: false";
         case Operation::kOnRoutingGraphChanged:
             for (const Route& route : call.routes) {
-                text = Joined(text, route.usecase + " to " + route.device);
+                list.push_back(route.usecase + " to " + route.device);
             }
-            break;
+            return android::base::Join(list, ", ");
         case Operation::kOnSourceMetadataChanged:
-            for (const auto usage : call.usages) text = Joined(text, toString(usage));
-            return text.empty() ? call.name : call.name + " plays " + text;
+            for (const auto usage : call.usages) list.push_back(toString(usage));
+            return list.empty() ? call.name
+                                : call.name + " plays " + android::base::Join(list, ", ");
         case Operation::kLoadSoundModel:
         case Operation::kLoadPhraseSoundModel:
             text = "\"" + call.name + "\", " + Number(call.bytes) + " bytes";
@@ -373,7 +363,7 @@ std::string MissedText(const MissedHotword& missed, const RunFacts& facts) {
                    " engine's; only models of other engines were started.";
         case kNoClient:
             return "The HAL read the record and found no client of it.";
-        case kStoppedMeanwhile:
+        case kTakenNotDelivered:
             return "The HAL took the record, but did not deliver the event: its model was stopped "
                    "or unloaded at that moment, or has no callback.";
     }

@@ -51,25 +51,31 @@ const char* ClassOf(Grade grade) {
     return grade == Grade::kGood ? "good" : grade == Grade::kBad ? "bad" : "";
 }
 
+std::string HitsText(const problem::FaultsSet& faults) {
+    return (faults.is_at_least ? "at least " : "") + std::to_string(faults.hits);
+}
+
 // The run in a few numbers.
 json Glance(const RunFacts& facts, const RunFindings& found) {
     const auto crashes = std::ranges::count_if(facts.journal, [](const JournalEntry& entry) {
         const auto* const power = entry.As<virtual_dsp::PowerChanged>();
         return power != nullptr && !power->is_up;
     });
-    const auto hits = std::ranges::count_if(facts.journal, [](const JournalEntry& entry) {
-        return entry.As<virtual_dsp::FaultHit>() != nullptr;
+    // What is forced, or comes of an internal recognition, nobody had to hear.
+    const auto heard = std::ranges::count_if(found.trails, [](const DetectionTrail& trail) {
+        return trail.raised.origin == virtual_dsp::DetectionRaised::Origin::kHeard;
     });
+    const auto faults = FaultsSetIn(facts);
     const auto longest_from = [&](LatencyStep step) {
         const auto way = StatisticsBetween(found.trails, step, LatencyStep::kCallback);
         return way ? DurationText(way->max_ns) : "";
     };
     return {{"spoken", found.spoken.size()},
-            {"detected", found.trails.size()},
+            {"detected", heard},
             {"events", facts.events.size()},
             {"missed", found.missed.size()},
             {"crashes", crashes == 0 ? json() : json(crashes)},
-            {"fault_hits", hits == 0 ? json() : json(hits)},
+            {"fault_hits", faults ? json(HitsText(*faults)) : json()},
             {"longest_from_record", longest_from(LatencyStep::kReadable)},
             {"longest_from_hotword", longest_from(LatencyStep::kHotwordEnd)}};
 }

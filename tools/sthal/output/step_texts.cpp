@@ -9,25 +9,6 @@
 
 namespace sthal {
 
-namespace {
-
-std::string RoutesText(const std::vector<Route>& routes) {
-    std::string text;
-    for (const Route& route : routes) {
-        text += (text.empty() ? "" : ", ") + route.usecase + " to " + route.device;
-    }
-    return text.empty() ? "nothing" : text;
-}
-
-std::string TracksText(const Call& call) {
-    std::string text;
-    for (const auto usage : call.usages)
-        text += (text.empty() ? " plays " : ", ") + toString(usage);
-    return call.name + (text.empty() ? " ends" : text);
-}
-
-}  // namespace
-
 std::string ResultText(int result) {
     if (result == 0) return "0";
     std::string text = std::to_string(result);
@@ -37,6 +18,7 @@ std::string ResultText(int result) {
 
 std::string BeginText(const Call& call) {
     const std::string name = CallName(call.operation);
+    const std::string detail = CallDetail(call);
     switch (call.operation) {
         case Operation::kInitialize:
             return "the audio service initialises the HAL";
@@ -46,9 +28,9 @@ std::string BeginText(const Call& call) {
             return call.on ? "the phone is put on its dock: " + name + "(true)"
                            : "the phone is taken off its dock: " + name + "(false)";
         case Operation::kOnRoutingGraphChanged:
-            return "routed: " + RoutesText(call.routes) + ": " + name;
+            return "routed: " + (detail.empty() ? "nothing" : detail) + ": " + name;
         case Operation::kOnSourceMetadataChanged:
-            return TracksText(call) + ": " + name;
+            return detail + (call.usages.empty() ? " ends: " : ": ") + name;
         case Operation::kSetParameter:
             return call.on ? "the charger has a fan: the microphones are swapped"
                            : "the fan has gone";
@@ -88,9 +70,9 @@ std::string ToText(const PlayedRecording& played) {
 
 std::vector<DoneStep> StepsOf(const RunFacts& facts) {
     std::vector<DoneStep> steps;
-    for (const Step& step : facts.steps) {
-        if (step.kind == Step::Kind::kExplanation) continue;
-        steps.push_back({step.ns, (step.kind == Step::Kind::kVerb ? "> " : "") + step.text});
+    for (const StoryStep& step : facts.steps) {
+        if (step.kind == StoryStep::Kind::kExplanation) continue;
+        steps.push_back({step.ns, (step.kind == StoryStep::Kind::kVerb ? "> " : "") + step.text});
     }
     for (const Call& call : facts.calls) {
         if (IsOfFramework(call.operation)) continue;

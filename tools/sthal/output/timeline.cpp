@@ -80,7 +80,7 @@ void Timeline::Show(const Fact& fact) {
         Line(held->ns, Lane::kTool, ToText(*held));
     } else if (const auto* const played = std::get_if<PlayedRecording>(&fact)) {
         Line(played->ns, Lane::kTool, ToText(*played));
-    } else if (const auto* const step = std::get_if<Step>(&fact)) {
+    } else if (const auto* const step = std::get_if<StoryStep>(&fact)) {
         ShowStep(*step);
     }
 }
@@ -94,7 +94,7 @@ void Timeline::ShowCall(const Call& call) {
 }
 
 void Timeline::ShowLogLine(const LogLine& line) {
-    const auto said = ReadHalLog(line);
+    const auto said = ReadHalLine(line);
     const bool is_change = said && said->As<ClientChanged>() != nullptr;
     if (line.severity < shown_from_ && !is_change) return;
     std::string shown;
@@ -124,9 +124,9 @@ void Timeline::ShowRead(const StreamRead& read) {
     Line(read.read.end_ns, Lane::kCapture, text);
 }
 
-void Timeline::ShowStep(const Step& step) {
+void Timeline::ShowStep(const StoryStep& step) {
     switch (step.kind) {
-        case Step::Kind::kHeading: {
+        case StoryStep::Kind::kHeading: {
             int number = 0;
             {
                 std::lock_guard lock(lock_);
@@ -134,11 +134,11 @@ void Timeline::ShowStep(const Step& step) {
             }
             return Print("\n" + std::to_string(number) + ". " + step.text + "\n");
         }
-        case Step::Kind::kExplanation:
+        case StoryStep::Kind::kExplanation:
             return Print(Wrapped(step.text, "   "));
-        case Step::Kind::kVerb:
+        case StoryStep::Kind::kVerb:
             return Line(step.ns, Lane::kTool, "> " + step.text);
-        case Step::Kind::kRemark:
+        case StoryStep::Kind::kRemark:
             return Line(step.ns, Lane::kTool, step.text);
     }
 }

@@ -42,7 +42,7 @@ class Timeline {
     void ShowCall(const Call& call);
     void ShowLogLine(const LogLine& line);
     void ShowRead(const StreamRead& read);
-    void ShowStep(const Step& step) EXCLUDES(lock_);
+    void ShowStep(const StoryStep& step) EXCLUDES(lock_);
     void Line(int64_t ns, Lane lane, std::string_view text);
     void Print(const std::string& text) EXCLUDES(lock_);
 

@@ -38,7 +38,7 @@ void CaptureReader::ReadUntil(const Until& until) {
 }
 
 // Where the capture began, its first bulk tells.
-size_t CaptureReader::FramesUntilEndOf(const Playback& playback) const {
+size_t CaptureReader::FramesUntilEndOf(const PlayingRecording& playback) const {
     const audio::Comparison begin = CompareWithMicrophones();
     const uint64_t end = playback.first_frame() + playback.frames();
     const uint64_t first = begin.found ? begin.first_frame : playback.first_frame();
@@ -54,15 +54,19 @@ host::Result<void> CaptureReader::Stop() {
     return audio::WriteWav(file_, stream_->sound());
 }
 
-audio::Comparison CaptureReader::CompareWithMicrophones(size_t frames) const {
-    const uint64_t first = opened_at_ - std::min(opened_at_, kHistoryFrames);
-    const uint64_t end = phone_.HeardFrames();
-    const audio::Sound heard = phone_.Heard(first, end + audio::kSampleRateHz - first);
+audio::Comparison CaptureReader::CompareWith(const audio::Sound& heard, size_t frames) const {
     audio::Sound captured = stream_->sound();
     captured.samples.resize(std::min(frames, captured.frames()) *
                             static_cast<size_t>(captured.channels));
-    audio::Comparison comparison = is_ambient_ ? audio::CompareMulawCapture(heard, captured)
-                                               : audio::CompareCapture(heard, captured);
+    return is_ambient_ ? audio::CompareMulawCapture(heard, captured)
+                       : audio::CompareCapture(heard, captured);
+}
+
+audio::Comparison CaptureReader::CompareWithMicrophones(size_t frames) const {
+    const uint64_t first = opened_at_ - std::min(opened_at_, kHistoryFrames);
+    const uint64_t end = phone_.HeardFrames();
+    audio::Comparison comparison =
+            CompareWith(phone_.Heard(first, end + audio::kSampleRateHz - first), frames);
     comparison.CountFrom(first);
     return comparison;
 }

@@ -24,8 +24,9 @@ class CaptureReader {
   public:
     // When to stop reading by oneself.
     struct Until {
-        std::optional<size_t> frames{};            // So many were read.
-        std::shared_ptr<const Playback> end_of{};  // The capture has caught up with its end.
+        std::optional<size_t> frames{};  // So many were read.
+        std::shared_ptr<const PlayingRecording>
+                end_of{};  // The capture has caught up with its end.
     };
 
     // `file`: a WAV is written there at the end; empty: none is.
@@ -39,8 +40,11 @@ class CaptureReader {
     // Ends it after the read under way, and writes the file.
     host::Result<void> Stop();
 
-    // How the capture, or its first `frames`, lies within what the microphones have heard since
-    // the phone was started. Frames of the microphones count as the DSP counts them.
+    // How the capture, or its first `frames`, lies within what was heard; an ambient one after the
+    // same companding. Frames count from the beginning of `heard`.
+    audio::Comparison CompareWith(const audio::Sound& heard, size_t frames = SIZE_MAX) const;
+    // The same within what the microphones have heard since the phone was started; frames count as
+    // the DSP counts them.
     audio::Comparison CompareWithMicrophones(size_t frames = SIZE_MAX) const;
     const CaptureStream& stream() const { return *stream_; }
     const std::string& file() const { return file_; }
@@ -48,7 +52,7 @@ class CaptureReader {
 
   private:
     void ReadUntil(const Until& until);
-    size_t FramesUntilEndOf(const Playback& playback) const;
+    size_t FramesUntilEndOf(const PlayingRecording& playback) const;
 
     Phone& phone_;
     const std::unique_ptr<CaptureStream> stream_;

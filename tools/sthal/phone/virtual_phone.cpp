@@ -39,9 +39,9 @@ class VirtualPhone final : public Phone {
 
     Service* service() override { return service_ ? &*service_ : nullptr; }
     virtual_dsp::Board* board() override { return board_.get(); }
-    std::shared_ptr<Playback> Play(const audio::Sound& recording,
-                                   std::shared_ptr<const audio::Sound> said,
-                                   size_t said_at) override;
+    std::shared_ptr<PlayingRecording> Play(const audio::Sound& recording,
+                                           std::shared_ptr<const audio::Sound> said,
+                                           size_t said_at) override;
     void StopPlaying() override { board_->microphone().Stop(); }
     uint64_t HeardFrames() const override { return board_->microphone().Position(); }
     audio::Sound Heard(uint64_t first, size_t count) const override;
@@ -118,16 +118,16 @@ void VirtualPhone::NoteFault(const virtual_dsp::FaultRule& rule, uint64_t count)
                                                       .is_last_reported = count == kNoted});
 }
 
-std::shared_ptr<Playback> VirtualPhone::Play(const audio::Sound& recording,
-                                             std::shared_ptr<const audio::Sound> said,
-                                             size_t said_at) {
+std::shared_ptr<PlayingRecording> VirtualPhone::Play(const audio::Sound& recording,
+                                                     std::shared_ptr<const audio::Sound> said,
+                                                     size_t said_at) {
     const size_t index =
             record_.AddRecording({.ns = BoottimeNow(),
                                   .recording = std::make_shared<const audio::Sound>(recording),
                                   .said = std::move(said),
                                   .said_at = said_at,
                                   .speed = speed_});
-    auto playback = std::make_shared<Playback>(recording.frames());
+    auto playback = std::make_shared<PlayingRecording>(recording.frames());
     // On the microphone's thread; the position is still that of the block's first frame.
     const auto note_block = [this, index, playback,
                              first = std::optional<uint64_t>()](size_t heard) mutable {

@@ -1,5 +1,7 @@
 #include "tools/sthal/script/grammar.h"
 
+#include <android-base/strings.h>
+
 #include <algorithm>
 #include <cctype>
 #include <charconv>
@@ -94,11 +96,8 @@ std::string NextWords::Describe() const {
     std::vector<std::string> all;
     for (const std::string& literal : literals) all.push_back("'" + literal + "'");
     for (const ValueKind* kind : kinds) {
-        std::string text = kind->description;
-        for (const std::string& choice : kind->choices) {
-            text += (&choice == &kind->choices.front() ? " (" : ", ") + choice;
-        }
-        all.push_back(kind->choices.empty() ? text : text + ")");
+        const std::string choices = " (" + android::base::Join(kind->choices, ", ") + ")";
+        all.push_back(kind->description + (kind->choices.empty() ? "" : choices));
     }
     if (all.empty()) return kEndOfLine;
     std::string text = all[0];
@@ -306,9 +305,9 @@ std::string UnknownValue(const std::string& found, const NamedTexts& texts) {
     std::vector<std::string> names;
     for (const auto& [name, ignored] : texts) names.push_back(name);
     std::string text = "expected the name of a value";
-    for (const std::string& name : names) text += (name == names[0] ? " (" : ", ") + name;
-    text += names.empty() ? ", found '" : "), found '";
-    return text + found + "'" + DidYouMean(found.substr(found[0] == '$' ? 1 : 0), names);
+    if (!names.empty()) text += " (" + android::base::Join(names, ", ") + ")";
+    return text + ", found '" + found + "'" +
+           DidYouMean(found.substr(found[0] == '$' ? 1 : 0), names);
 }
 
 }  // namespace sthal

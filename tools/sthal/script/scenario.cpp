@@ -95,7 +95,7 @@ class Parser {
         return {};
     }
 
-    host::Result<void> TakeStep(Scenario::Step step) {
+    host::Result<void> TakeStep(Scenario::Line step) {
         const Values& values = step.command.values;
         if (auto checked = CheckModel(values); !checked.ok()) return checked;
         if (Is(step.command, "phone start")) {
@@ -108,7 +108,7 @@ class Parser {
         const bool is_first = scenario_.steps.empty();
         if (Is(step.command, "explain") && !is_first &&
             Is(scenario_.steps.back().command, "explain")) {
-            Scenario::Step& before = scenario_.steps.back();
+            Scenario::Line& before = scenario_.steps.back();
             const std::string text = before.command.values.Get("TEXT") + " " + values.Get("TEXT");
             before.command.values.Set("TEXT", text);
             before.text = JoinWords(std::array<std::string, 2>{"explain", text});
@@ -163,7 +163,7 @@ host::Error AtLine(const std::string& name, int line, const std::string& problem
 
 bool Scenario::StartsPhone() const {
     return std::ranges::any_of(steps,
-                               [](const Step& step) { return Is(step.command, "phone start"); });
+                               [](const Line& step) { return Is(step.command, "phone start"); });
 }
 
 host::Result<Scenario> ParseScenario(std::string_view text, const std::string& name,
@@ -195,7 +195,7 @@ host::Result<Scenario> ReadScenario(const std::string& path, const ScenarioSetti
 }
 
 host::Result<void> CheckFiles(const Scenario& scenario) {
-    for (const Scenario::Step& step : scenario.steps) {
+    for (const Scenario::Line& step : scenario.steps) {
         const auto& [verb, values] = step.command;
         const auto can_be_read_twice = [&](const char* file) {
             return CanBeReadTwice(step.command.values.Get(file));
@@ -210,11 +210,12 @@ host::Result<void> CheckFiles(const Scenario& scenario) {
 
 namespace {
 
-VerbResult RunStep(const Scenario::Step& step, bool is_failure_expected, Session& session) {
+VerbResult RunStep(const Scenario::Line& step, bool is_failure_expected, Session& session) {
     const Verb& verb = *step.command.verb;
     if (!verb.tells_itself) {
-        session.record().Add(Step{
-                .ns = virtual_dsp::BoottimeNow(), .kind = Step::Kind::kVerb, .text = step.text});
+        session.record().Add(StoryStep{.ns = virtual_dsp::BoottimeNow(),
+                                       .kind = StoryStep::Kind::kVerb,
+                                       .text = step.text});
     }
     VerbResult result = verb.run(session, step.command.values);
     if (!result.ok()) return result;
@@ -233,7 +234,7 @@ VerbResult RunStep(const Scenario::Step& step, bool is_failure_expected, Session
 }  // namespace
 
 VerbResult RunScenario(const Scenario& scenario, Session& session) {
-    const auto at_step = [&](const Scenario::Step& step, VerbResult result) {
+    const auto at_step = [&](const Scenario::Line& step, VerbResult result) {
         if (result.failure) {
             result.failure->file = scenario.name;
             result.failure->line = step.line;
@@ -241,7 +242,7 @@ VerbResult RunScenario(const Scenario& scenario, Session& session) {
         }
         return result;
     };
-    for (const Scenario::Step& step : scenario.steps) {
+    for (const Scenario::Line& step : scenario.steps) {
         const auto checked = session.CheckParts(step.command.verb->needs);
         if (!checked.ok()) return at_step(step, VerbResult::Of(checked));
     }

@@ -11,14 +11,14 @@ namespace sthal {
 
 // Verbs in order, as a file holds them: one a line, `#` begins a comment.
 struct Scenario {
-    struct Step {
+    struct Line {
         int line = 0;
         std::string text;  // As it stands in the file, with the values that are named put in.
         Command command;
         bool needs_detection = false;  // Left out where `wait detection` got no event.
     };
     std::string name;  // Of the file.
-    std::vector<Step> steps;
+    std::vector<Line> steps;
     // From the file's beginning, if they stand there.
     std::optional<uint32_t> seed;
     std::optional<double> speed;

@@ -71,28 +71,23 @@ host::Result<void> Session::StartPhone() {
 }
 
 host::Result<void> Session::CheckParts(PhoneParts needed) const {
-    if (Include(options_.parts, needed)) return {};
-    const bool wants_service =
-            !Include(options_.parts, PhoneParts::kService) && Include(needed, PhoneParts::kService);
-    return host::Error(wants_service ? "expected a phone with an audio service; this one is a DSP"
-                                     : "expected a phone on the virtual board; this one is not");
+    if (phone_ == nullptr) return {};
+    if (Include(needed, PhoneParts::kService) && phone_->service() == nullptr) {
+        return host::Error("expected a phone with an audio service; this one is a DSP");
+    }
+    if (Include(needed, PhoneParts::kBoard) && phone_->board() == nullptr) {
+        return host::Error("expected a phone on the virtual board; this one is not");
+    }
+    return {};
 }
 
 Verdict Session::VerdictOn(const VerbResult& result, std::string subject) const {
-    Verdict verdict{.kind = Verdict::Kind::kHeld,
-                    .subject = std::move(subject),
-                    .failure = result.failure,
-                    .delivery = delivery_};
-    if (result.kind == VerbResult::Kind::kInterrupted) verdict.kind = Verdict::Kind::kInterrupted;
-    if (result.kind == VerbResult::Kind::kFailed) verdict.kind = Verdict::Kind::kFailed;
-    if (verdict.kind != Verdict::Kind::kHeld) return verdict;
-    if (result.kind == VerbResult::Kind::kNothingSpoken) {
-        verdict.kind = Verdict::Kind::kNothingSpoken;
-    }
     const Service* const service = phone_ == nullptr ? nullptr : phone_->service();
-    if (service != nullptr) verdict.broken = service->broken_rule();
-    if (verdict.broken) verdict.kind = Verdict::Kind::kFailed;
-    return verdict;
+    return sthal::VerdictOn({.verbs = result.end,
+                             .subject = std::move(subject),
+                             .failure = result.failure,
+                             .delivery = delivery_,
+                             .broken = service == nullptr ? std::nullopt : service->broken_rule()});
 }
 
 host::Result<void> Session::End(const Verdict& verdict, const RunFiles& files) {
@@ -116,7 +111,7 @@ std::vector<std::string> Session::ModelNames() const {
     return names;
 }
 
-Session::LoadedModel* Session::FindModel(const std::string& name) {
+LoadedModel* Session::FindModel(const std::string& name) {
     if (const auto found = models_.find(name); found != models_.end()) return &found->second;
     for (auto& [other, model] : models_) {
         if (std::to_string(model.handle) == name) return &model;

@@ -13,6 +13,7 @@
 #include "host/virtual_dsp/board/board.h"
 #include "tools/audio/sound.h"
 #include "tools/sthal/facts/run_record.h"
+#include "tools/sthal/findings/verdict.h"
 #include "tools/sthal/output/progress.h"
 #include "tools/sthal/output/run_files.h"
 #include "tools/sthal/output/terminal.h"
@@ -25,7 +26,7 @@
 
 namespace sthal {
 
-// What of a phone there is, or is needed: bits.
+// What a verb needs of a phone: bits.
 enum class PhoneParts : unsigned {
     kNone = 0,
     kRoom = 1,  // Every phone has microphones, and a room around it.
@@ -33,8 +34,8 @@ enum class PhoneParts : unsigned {
     kService = kRoom | 4,
     kAll = kBoard | kService,
 };
-constexpr bool Include(PhoneParts parts, PhoneParts needed) {
-    return (static_cast<unsigned>(needed) & ~static_cast<unsigned>(parts)) == 0;
+constexpr bool Include(PhoneParts parts, PhoneParts part) {
+    return (static_cast<unsigned>(part) & ~static_cast<unsigned>(parts)) == 0;
 }
 
 struct SessionOptions {
@@ -45,24 +46,22 @@ struct SessionOptions {
     std::function<bool()> is_interrupted;  // Asked while something is waited for, on any thread.
     // Which facts the timeline shows, on any thread; all, without it.
     std::function<bool(const Fact& fact)> is_shown{};
-    PhoneParts parts = PhoneParts::kAll;  // Of the phone that `boot` gives.
-    // Without it, a phone on the virtual board.
+    // Without it, a phone on the virtual board, which has all parts.
     std::function<host::Result<std::unique_ptr<Phone>>(RunRecord& record)> boot{};
 };
 
 // How a verb, or a scenario, ended.
 struct VerbResult {
-    enum class Kind { kDone, kFailed, kInterrupted, kNothingSpoken };
-    Kind kind = Kind::kDone;
+    VerbsEnd end = VerbsEnd::kDone;
     // Of what failed; none where the session's delivery tells.
     std::optional<Failure> failure{};
 
-    bool ok() const { return kind == Kind::kDone; }
+    bool ok() const { return end == VerbsEnd::kDone; }
     static VerbResult Failed(std::string text) { return Expected(std::move(text), {}); }
     static VerbResult Expected(std::string what, std::string seen) {
-        return {Kind::kFailed, Failure{.expected = std::move(what), .seen = std::move(seen)}};
+        return {VerbsEnd::kFailed, Failure{.expected = std::move(what), .seen = std::move(seen)}};
     }
-    static VerbResult Interrupted() { return {.kind = Kind::kInterrupted}; }
+    static VerbResult Interrupted() { return {.end = VerbsEnd::kInterrupted}; }
     static VerbResult Of(const host::Result<void>& result) {
         return result.ok() ? VerbResult{} : Failed(result.error());
     }
@@ -80,12 +79,6 @@ class Session {
     // That the end of a capture is waited for, where the verbs say nothing else.
     static constexpr double kCaptureSeconds = 10;
 
-    struct LoadedModel {
-        int handle = 0;
-        bool is_generic = false;
-        int io_handle = 0;  // Of its latest start.
-        audio::Sound pattern{};
-    };
     Session(SessionOptions options, Terminal& terminal);
     ~Session();
     Session(const Session&) = delete;
@@ -94,10 +87,10 @@ class Session {
     // Boots the phone, with its DSP online. Must run on the board.
     host::Result<void> StartPhone();
     bool HasPhone() const { return phone_ != nullptr; }
-    // Whether there is what a verb needs, once the phone is started.
+    // Whether the phone has what a verb needs. One that a verb has yet to start has all parts.
     host::Result<void> CheckParts(PhoneParts needed) const;
 
-    // What is to be said of the run when its last verb has ended so.
+    // The verdict on the run when its verbs have ended so; see findings/verdict.h.
     Verdict VerdictOn(const VerbResult& result, std::string subject) const;
     // Ends the phone, which no other operation may follow, and writes the run's files.
     host::Result<void> End(const Verdict& verdict, const RunFiles& files);
@@ -128,8 +121,8 @@ class Session {
     // What the latest call of the HAL returned.
     void NoteResult(int result);
     std::optional<int> last_result() const { return last_result_; }
-    // The same once, if it is not 0: whoever expects it takes it, and whoever goes on without finds
-    // it.
+    // The latest result that is not 0, unless it was taken before: by the verb that expects it, or
+    // by whoever carries verbs out, to whom it is then a failure.
     std::optional<int> TakeFailedResult();
 
     // --- the room ---
@@ -137,7 +130,7 @@ class Session {
     void Play(const audio::Sound& recording, std::shared_ptr<const audio::Sound> said = {},
               size_t said_at = 0);
     // What was played last, or null.
-    const std::shared_ptr<Playback>& playback() const { return playback_; }
+    const std::shared_ptr<PlayingRecording>& playback() const { return playback_; }
     // Waits until `done`, for `seconds` in the room and then a second by the clock on the wall for
     // what is on its way; or, `exactly`, for no longer than that. False when it did not come, or on
     // an interrupt.
@@ -166,7 +159,7 @@ class Session {
     // The latest, running or not; null before the first.
     CaptureReader* capture() { return capture_.get(); }
     // What became of the detection that the run is about, for its verdict.
-    void SetDelivery(Delivery delivery) { delivery_ = std::move(delivery); }
+    void SetDelivery(const Delivery& delivery) { delivery_ = delivery; }
     const std::optional<Delivery>& delivery() const { return delivery_; }
 
     // --- around the HAL ---
@@ -197,7 +190,7 @@ class Session {
     std::optional<int> last_result_;
     std::optional<Delivery> delivery_;
     uint64_t recordings_ = 0;
-    std::shared_ptr<Playback> playback_;
+    std::shared_ptr<PlayingRecording> playback_;
     std::optional<Recording> recording_;
     std::unique_ptr<Phone> phone_;
     std::unique_ptr<CaptureReader> capture_;     // After the phone: it ends first.

@@ -1,5 +1,7 @@
 #include "tools/sthal/script/verbs.h"
 
+#include <android-base/strings.h>
+
 #include <algorithm>
 #include <iterator>
 #include <set>
@@ -17,7 +19,7 @@ const std::vector<Verb>& Verbs() {
     static const std::vector<Verb> verbs = [] {
         std::vector<Verb> all;
         for (const auto group :
-             {StoryVerbs(), ModelVerbs(), CaptureVerbs(), RoomVerbs(), RecordingVerbs(), DspVerbs(),
+             {StoryVerbs(), ModelVerbs(), CaptureVerbs(), PlayVerbs(), RecordingVerbs(), DspVerbs(),
               AroundVerbs(), WaitVerbs(), ExpectVerbs(), ShellVerbs()}) {
             all.insert(all.end(), group.begin(), group.end());
         }
@@ -72,22 +74,16 @@ std::string DescribeUnknownVerb(std::span<const std::string> words) {
     // As many words as the longest name may have; one too many costs its letters.
     std::optional<std::string> nearest;
     for (size_t count = std::min<size_t>(3, words.size()); count > 0 && !nearest; --count) {
-        std::string found;
-        for (const std::string& word : words.first(count)) {
-            found += (found.empty() ? "" : " ") + word;
-        }
-        nearest = NearestMatch(found, names);
+        nearest = NearestMatch(android::base::Join(words.first(count), ' '), names);
     }
     for (const Verb& verb : Verbs()) {
         const std::vector<std::string> name = NameWords(verb);
         if (most > 0 && CommonWords(name, words) == most) families.insert(verb.name);
     }
     std::string text = "expected a verb";
-    for (const std::string& name : families) {
-        text += (name == *families.begin() ? " (" : ", ") + name;
-    }
-    text += families.empty() ? ", found '" : "), found '";
-    text += words[0] + (most > 0 && words.size() > most ? " " + words[most] : "") + "'";
+    if (!families.empty()) text += " (" + android::base::Join(families, ", ") + ")";
+    text += ", found '" + words[0] + (most > 0 && words.size() > most ? " " + words[most] : "") +
+            "'";
     return nearest ? text + "; did you mean '" + *nearest + "'?" : text;
 }
 

@@ -1,4 +1,4 @@
-// What is around the HAL: the dock, what the phone plays, the tuning file, the dump and the log.
+// What is around the HAL: the dock, routes, chargers, the tuning file, the dump and the log.
 #include <android-base/logging.h>
 
 #include <algorithm>
@@ -10,7 +10,6 @@
 #include "audio/hal/utils/tamberlo/tamberlo_tuning_text.h"
 #include "host/virtual_dsp/dsp/command_table.h"
 #include "tools/audio/file_bytes.h"
-#include "tools/sthal/script/value_kinds.h"
 #include "tools/sthal/script/verbs/groups.h"
 #include "tools/sthal/script/verbs/tools.h"
 
@@ -18,17 +17,7 @@ namespace sthal {
 
 namespace {
 
-using ::aidl::android::media::audio::common::AudioUsage;
 namespace tamberlo = ::vendor::quarno::brindlecove::audio::hal::utils::tamberlo;
-
-VerbResult PlayTracks(Session& session, const Values& values) {
-    std::vector<AudioUsage> usages;
-    for (const std::string& name : {values.Get("USAGE"), values.Get("and", "none")}) {
-        if (name != "none") usages.push_back(UsageOf(name));
-    }
-    session.service().PlayTracks(values.Get("USECASE"), std::move(usages));
-    return {};
-}
 
 // A tuning file, of its bytes or of its text. A binary one is shipped as it is, right or wrong: the
 // HAL has to cope with either.
@@ -103,7 +92,6 @@ std::span<const Verb> AroundVerbs() {
          [](Session& session, const Values& values) { session.service().Dock(values.Has("on")); return VerbResult{}; }},
         {"route", "USECASE DEVICE", "route a playback usecase to a device", kService,
          [](Session& session, const Values& values) { session.Route(values.Get("USECASE"), values.Get("DEVICE")); return VerbResult{}; }},
-        {"play", "USECASE USAGE [and USAGE]", "tell the usages of a usecase's tracks", kService, PlayTracks},
         {"charger", "fan|plain", "put the phone on a charger with a fan or without", kService,
          [](Session& session, const Values& values) { session.service().FanCharger(values.Has("fan")); return VerbResult{}; }},
         {"tuning load", "FILE", "ship a tuning file, binary or text; the HAL reads it when the service starts", kBoard, LoadTuning,

@@ -82,7 +82,7 @@ std::string StateOf(Session& session, int handle) {
 VerbResult ExpectState(Session& session, const Values& values) {
     const std::string name = values.Get("MODEL");
     const std::string state = values.Get("STATE");
-    const Session::LoadedModel* const model = session.FindModel(name);
+    const LoadedModel* const model = session.FindModel(name);
     if (model == nullptr) return Session::NoSuchModel(name);
     std::string seen;
     const auto is_so = [&] { return (seen = StateOf(session, model->handle)) == state; };

@@ -10,7 +10,7 @@ namespace sthal {
 std::span<const Verb> StoryVerbs();
 std::span<const Verb> ModelVerbs();
 std::span<const Verb> CaptureVerbs();
-std::span<const Verb> RoomVerbs();
+std::span<const Verb> PlayVerbs();
 std::span<const Verb> RecordingVerbs();
 std::span<const Verb> DspVerbs();
 std::span<const Verb> AroundVerbs();

@@ -72,13 +72,13 @@ VerbResult Load(Session& session, const Values& values) {
     model.pcm_template = pattern->sound.samples;
     const auto bytes =
             virtual_dsp::BuildSoundModel(model, ParseBytes(values.Get("size")).value_or(0));
-    Session::LoadedModel loaded{.is_generic = is_generic, .pattern = std::move(pattern->sound)};
+    LoadedModel loaded{.is_generic = is_generic, .pattern = std::move(pattern->sound)};
     const int result =
             session.service().Load(is_generic ? SoundModelType::GENERIC : SoundModelType::KEYPHRASE,
                                    bytes, values.Get("NAME"), &loaded.handle);
     session.NoteResult(result);
     if (result != 0) return {};
-    if (is_recorded) recording->model = {loaded.handle, is_generic};
+    if (is_recorded) recording->model = loaded;
     session.models()[values.Get("NAME")] = std::move(loaded);
     return {};
 }
@@ -89,7 +89,7 @@ host::Result<void> CheckLoad(const Values& values) {
 
 // The handle of a model, or any other number.
 std::optional<int> HandleOf(Session& session, const std::string& name) {
-    if (const Session::LoadedModel* const model = session.FindModel(name)) return model->handle;
+    if (const LoadedModel* const model = session.FindModel(name)) return model->handle;
     int handle = 0;
     const auto [end, problem] = std::from_chars(name.data(), name.data() + name.size(), handle);
     if (problem == std::errc() && end == name.data() + name.size()) return handle;
@@ -116,7 +116,7 @@ VerbResult Unload(Session& session, const Values& values) {
 }
 
 VerbResult Start(Session& session, const Values& values) {
-    Session::LoadedModel* const model = session.FindModel(values.Get("MODEL"));
+    LoadedModel* const model = session.FindModel(values.Get("MODEL"));
     if (model == nullptr) return Session::NoSuchModel(values.Get("MODEL"));
     RecognitionConfig config;
     config.captureRequested = !values.Has("no-capture");

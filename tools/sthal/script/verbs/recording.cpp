@@ -56,15 +56,7 @@ VerbResult RecordFiles(Session& session, const Values& values) {
     return Take(session, std::move(read));
 }
 
-// --- playing it ---
-
-VerbResult PlayRecording(Session& session, const Values&) {
-    auto& recording = session.recording();
-    if (!recording) return VerbResult::Expected("a recording", "none so far");
-    session.Play(recording->sound);
-    recording->playback = session.playback();
-    return {};
-}
+// --- waiting for its event ---
 
 VerbResult WaitDetection(Session& session, const Values&) {
     // How long after the end of the recording an event may still be on its way.
@@ -105,7 +97,7 @@ void CompareCapture(Session& session, const Recording& recording, DeliveryFacts&
     const audio::Sound heard = session.phone().Heard(first - known.lead_frames,
                                                      recording.sound.frames() + known.lead_frames);
     known.capture_opened = true;
-    known.comparison = Compare(heard, capture.sound(), known.is_ambient);
+    known.comparison = capture.CompareWith(heard);
     if (known.expected) {
         known.timestamp_error_ns = capture.stream().first_timestamp_ns() -
                                    recording.playback->HeardAtNs(known.expected->end - 1);
@@ -120,9 +112,9 @@ VerbResult ExpectDelivery(Session& session, const Values&) {
     if (VerbResult stopped = session.StopCapture(); !stopped.ok()) return stopped;
     DeliveryFacts known{.wants_event = recording->model.has_value(),
                         .expected = recording->expected,
-                        .preroll_ms = virtual_dsp::DspOptions{}.preroll_ms};
+                        .preroll_ms = virtual_dsp::DspOptions{}.preroll_ms};  // The board's.
     if (const auto& model = recording->model) {
-        known.is_ambient = model->is_ambient;
+        known.is_ambient = model->is_generic;
         known.handle = model->handle;
     }
     if (const auto& event = recording->detection) {
@@ -131,14 +123,9 @@ VerbResult ExpectDelivery(Session& session, const Values&) {
     }
     if (session.capture() != nullptr) CompareCapture(session, *recording, known);
     session.SetDelivery(Judge(known));
-    switch (VerdictOn(*session.delivery()).kind) {
-        case Verdict::Kind::kHeld:
-            return {};
-        case Verdict::Kind::kNothingSpoken:
-            return {.kind = VerbResult::Kind::kNothingSpoken};
-        default:
-            return {.kind = VerbResult::Kind::kFailed};
-    }
+    if (session.delivery()->problem != Delivery::Problem::kNone) return {.end = VerbsEnd::kFailed};
+    const bool is_quiet = known.wants_event && !known.event_handle;
+    return {.end = is_quiet ? VerbsEnd::kNothingSpoken : VerbsEnd::kDone};
 }
 
 }  // namespace
@@ -149,10 +136,9 @@ std::span<const Verb> RecordingVerbs() {
         {.name = "recording speech", .form = "TEXT [unspoken]", .help = "make the run's recording: a chat in which the text is said, or is not, and the text alone for a model", .run = RecordText, .check = [](const Values& values) { return WithoutValue(Speech(values)); }},
         {.name = "recording music", .form = "[unspoken]", .help = "the same of music, and a part of it for a model", .run = RecordPiece},
         {.name = "recording wav", .form = "FILE hotword FILE [threshold RATIO]", .help = "the same of a WAV file, and of one with the hotword cut out of it, which is in the recording where it fits this well", .run = RecordFiles, .check = [](const Values& values) { return WithoutValue(Files(values)); }},
-        {.name = "play recording", .form = "", .help = "play the run's recording into the microphones", .needs = PhoneParts::kRoom, .run = PlayRecording},
         {.name = "wait detection", .form = "", .help = "wait for the next event, until 2 s after the recording's end; none is no failure", .needs = PhoneParts::kService, .run = WaitDetection},
         {.name = "expect hotword ahead", .form = "", .help = "the recording's hotword has not begun yet", .needs = PhoneParts::kRoom, .run = ExpectAhead},
-        {.name = "expect delivery", .form = "", .help = "the event came if the hotword was said, at its place, and the capture is what the microphones heard of the recording", .needs = PhoneParts::kService, .run = ExpectDelivery},
+        {.name = "expect delivery", .form = "", .help = "the event came if the hotword was said, at its place, and the capture is what the microphones heard of the recording", .needs = PhoneParts::kAll, .run = ExpectDelivery},
     };
     // clang-format on
     return kVerbs;

@@ -8,10 +8,10 @@ namespace {
 
 using Where = Verb::Where;
 
-template <Step::Kind kKind>
+template <StoryStep::Kind kKind>
 VerbResult Tell(Session& session, const Values& values) {
     session.record().Add(
-            Step{.ns = virtual_dsp::BoottimeNow(), .kind = kKind, .text = values.Get("TEXT")});
+            StoryStep{.ns = virtual_dsp::BoottimeNow(), .kind = kKind, .text = values.Get("TEXT")});
     return {};
 }
 
@@ -30,10 +30,10 @@ std::span<const Verb> StoryVerbs() {
         {.name = "value", .form = "NAME DATA", .help = "a text that $NAME stands for in later lines, unless sthal run is given another one by --set", .where = Where::kBeginning},
         {.name = "when", .form = "NAME VERB...", .help = "the line is there only if the value is neither empty nor off", .where = Where::kScenario},
         {.name = "unless", .form = "NAME VERB...", .help = "the line is there only if the value is empty or off", .where = Where::kScenario},
-        {.name = "heading", .form = "TEXT...", .help = "begin a part of the story", .run = Tell<Step::Kind::kHeading>, .tells_itself = true},
-        {.name = "heading if-detected", .form = "TEXT...", .help = "begin a part that is left out, up to the next heading, if 'wait detection' got no event", .run = Tell<Step::Kind::kHeading>, .where = Where::kScenario, .tells_itself = true},
-        {.name = "explain", .form = "TEXT...", .help = "say more of the part; lines in a row are one paragraph", .run = Tell<Step::Kind::kExplanation>, .tells_itself = true},
-        {.name = "remark", .form = "TEXT...", .help = "say something in between", .run = Tell<Step::Kind::kRemark>, .tells_itself = true},
+        {.name = "heading", .form = "TEXT...", .help = "begin a part of the story", .run = Tell<StoryStep::Kind::kHeading>, .tells_itself = true},
+        {.name = "heading if-detected", .form = "TEXT...", .help = "begin a part that is left out, up to the next heading, if 'wait detection' got no event", .run = Tell<StoryStep::Kind::kHeading>, .where = Where::kScenario, .tells_itself = true},
+        {.name = "explain", .form = "TEXT...", .help = "say more of the part; lines in a row are one paragraph", .run = Tell<StoryStep::Kind::kExplanation>, .tells_itself = true},
+        {.name = "remark", .form = "TEXT...", .help = "say something in between", .run = Tell<StoryStep::Kind::kRemark>, .tells_itself = true},
         {.name = "phone start", .form = "", .help = "start the phone here, and not before the first verb; what comes before can do without one", .run = StartPhone, .where = Where::kScenario},
     };
     // clang-format on

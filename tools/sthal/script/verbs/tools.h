@@ -26,7 +26,7 @@ host::Result<void> WithoutValue(const host::Result<T>& result) {
 
 inline void SayConversions(Session& session, const std::string& path,
                            const audio::DecodedAudio& file) {
-    for (const std::string& change : file.conversions) session.Say(path + ": " + change);
+    for (std::string text : file.conversions) session.Say(text.insert(0, path + ": "));
 }
 
 // The run's recording, once it is played; else null.

@@ -25,7 +25,7 @@ VerbResult WaitEvent(Session& session, const Values& values) {
     std::string what = "an event";
     if (values.Has("model")) {
         const std::string name = values.Get("model");
-        const Session::LoadedModel* const model = session.FindModel(name);
+        const LoadedModel* const model = session.FindModel(name);
         if (model == nullptr) return Session::NoSuchModel(name);
         handle = model->handle;
         what += " of model " + name;

@@ -28,8 +28,8 @@ using utils::zyl::zyl_ticks_to_nanoseconds;
 // Twice the time that a buffer of 1024 frames takes to fill.
 constexpr int kPollTimeoutMs = 128;
 
-// Converted whatever the request: callers pass 2048 bytes or more, and the compiler unrolls a count
-// that never changes.
+// Converted audio always comes as 1024 samples, whatever was requested: callers pass buffers of at
+// least 2048 bytes, and the compiler unrolls a count that never changes.
 constexpr size_t kConvertedSamples = 1024;
 constexpr size_t kBytesPerSample = sizeof(int16_t);
 

@@ -13,9 +13,9 @@
 namespace sthal {
 
 /** A recording that is being played into the microphones. Thread-safe. */
-class Playback {
+class PlayingRecording {
   public:
-    explicit Playback(size_t frames) : frames_(frames) {}
+    explicit PlayingRecording(size_t frames) : frames_(frames) {}
 
     // --- for who plays it ---
     // Once, before others see it. The future is ready when all was heard, or it was broken off.

@@ -1,17 +1,21 @@
-// What is heard in the room.
+// What is played: into the microphones, and by the phone itself.
 #include <utility>
+#include <vector>
 
 #include "host/virtual_dsp/dsp/sample_pattern.h"
 #include "tools/audio/music.h"
 #include "tools/audio/scene.h"
 #include "tools/audio/speech.h"
 #include "tools/audio/wav.h"
+#include "tools/sthal/script/value_kinds.h"
 #include "tools/sthal/script/verbs/groups.h"
 #include "tools/sthal/script/verbs/tools.h"
 
 namespace sthal {
 
 namespace {
+
+using ::aidl::android::media::audio::common::AudioUsage;
 
 constexpr double kSilence = 0.5;  // In seconds: after what is played, and before music.
 
@@ -60,9 +64,26 @@ VerbResult PlayPattern(Session& session, const Values& values) {
     return {};
 }
 
+VerbResult PlayRecording(Session& session, const Values&) {
+    auto& recording = session.recording();
+    if (!recording) return VerbResult::Expected("a recording", "none so far");
+    session.Play(recording->sound);
+    recording->playback = session.playback();
+    return {};
+}
+
+VerbResult PlayTracks(Session& session, const Values& values) {
+    std::vector<AudioUsage> usages;
+    for (const std::string& name : {values.Get("USAGE"), values.Get("and", "none")}) {
+        if (name != "none") usages.push_back(UsageOf(name));
+    }
+    session.service().PlayTracks(values.Get("USECASE"), std::move(usages));
+    return {};
+}
+
 }  // namespace
 
-std::span<const Verb> RoomVerbs() {
+std::span<const Verb> PlayVerbs() {
     // clang-format off
     static constexpr auto kRoom = PhoneParts::kRoom;
     static constexpr Verb kVerbs[] = {
@@ -72,8 +93,10 @@ std::span<const Verb> RoomVerbs() {
          [](const Values& values) { return WithoutValue(audio::ReadWav(values.Get("FILE"), audio::Channels::kStereo)); }},
         {"play music", "[for TIME]", "play the music that generic models know into the microphones", kRoom, PlayMusic},
         {"play pattern", "FRAME COUNT", "play so many frames of test audio into the microphones, of which every sample is known", PhoneParts::kBoard, PlayPattern},
+        {"play recording", "", "play the run's recording into the microphones", kRoom, PlayRecording},
         {"play stop", "", "break off what is played into the microphones", kRoom,
          [](Session& session, const Values&) { session.phone().StopPlaying(); return VerbResult{}; }},
+        {"play", "USECASE USAGE [and USAGE]", "tell the usages of a usecase's tracks", PhoneParts::kService, PlayTracks},
     };
     // clang-format on
     return kVerbs;
