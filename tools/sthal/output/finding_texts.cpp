@@ -179,7 +179,7 @@ const char* CallName(Operation operation) {
 }
 
 std::string CallDetail(const Call& call) {
-    const std::string model = "model " + std::to_string(call.handle);
+    std::string model = "model " + std::to_string(call.handle);
     std::string text;
     std::vector<std::string> list;
     switch (call.operation) {
