@@ -15,9 +15,9 @@ namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 
 using ::framework::FrameworkMonitor;
 
-namespace {
-
 using Kind = Step::Kind;
+
+namespace {
 
 constexpr std::chrono::microseconds kDrainPoll{20};
 constexpr unsigned kReadBytes = 2048;

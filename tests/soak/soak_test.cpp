@@ -9,9 +9,9 @@
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 
-namespace {
-
 using Kind = Step::Kind;
+
+namespace {
 
 /** Does not start the ambient engine when it is back. */
 class LosesAStartAfterCrash : public MemoryTarget {

@@ -16,9 +16,10 @@
 
 namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 
+using Kind = Step::Kind;
+
 namespace {
 
-using Kind = Step::Kind;
 using ::aidl::android::media::audio::common::AudioUsage;
 using ::framework::HalCalls;
 
