@@ -54,6 +54,7 @@ std::vector<std::string> NextFaultWords(std::span<const std::string> words) {
 
 std::vector<std::string> StateNames() {
     std::vector<std::string> names;
+    names.reserve(std::size(kClientStates));
     for (const ClientState state : kClientStates) names.emplace_back(Name(state));
     return names;
 }
