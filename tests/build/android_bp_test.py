@@ -1,103 +1,65 @@
-"""What android_bp.py makes of Android.bp files that differ from CMake's lists, and of odd ones."""
-import pathlib
-import tempfile
-import unittest
+"""Checks that Android.bp and CMake list the same sources.
 
-import android_bp
+usage: android_bp_test.py ROOT LISTS
 
-BLUEPRINT = """
-// a comment with a "quote" and a {
-common = ["audio/a.cpp",] /* over
-two lines */ + ["audio/zyl/b.cpp"]
-vendor_sources = ["host/vendor/utils/wake_lock.cpp"]
-cc_defaults { name: "settings", vendor: true, cflags: ["-DX=\\"//\\""], nested: { a: { b: 1 } } }
-filegroup { name: "shared_tests", srcs: ["tests/support/fake.cpp"] }
-cc_library_shared { name: "libsoundtrigger_hal", defaults: ["settings"], srcs: common }
-cc_test {
-    name: "soundtrigger_hal_test",
-    srcs: common + [":shared_tests", "tests/product/x_test.cpp"],
-}
-cc_defaults {
-    name: "fuzz_defaults",
-    defaults: ["settings"],
-    srcs: common + vendor_sources + ["fuzz/fuzz.cpp", "fuzz/scripted_nodes.cpp"],
-}
-cc_fuzz { name: "soundtrigger_hal_fuzz_dump", defaults: ["fuzz_defaults"], srcs: ["fuzz/dump.cpp"] }
-cc_fuzz {name:"soundtrigger_hal_fuzz_tuning",defaults:["fuzz_defaults"],srcs:["fuzz/tuning.cpp"]}
+CMake writes LISTS: a line for each module of Android.bp, and a line "MODULE SOURCE" for each of its
+sources, by its full path. Of Android.bp this reads variables, srcs and defaults; a filegroup's name
+in srcs is a difference.
 """
+import difflib
+import pathlib
+import re
+import sys
 
-CMAKE = {
-    "audio": """
-        # not_a_source.cpp (
-        set(LIST
-            a.cpp zyl/b.cpp)  # Why.
-        add_library(sound_trigger_objects OBJECT ${LIST})""",
-    "host/vendor": "add_library(vendor_audio_utils SHARED utils/file.cpp utils/wake_lock.cpp)",
-    "tests/product": "sthal_test(hal_test SOURCES ../support/fake.cpp x_test.cpp LIBS internals)",
-    "fuzz": """
-        foreach(original one two)
-            foreach(inner ${original})
-            endforeach()
-        endforeach()
-        foreach(name dump
-                tuning)
-            add_executable(fuzz_${name} ${name}.cpp fuzz.cpp)
-        endforeach()""",
-}
+VALUE = r"""(?:\w+|\[[^]]*\]|"[^"]*")"""
+SUM = rf"({VALUE}(?:\s*\+\s*{VALUE})*)"
+VARIABLE = re.compile(rf"^(\w+)\s*\+?=\s*{SUM}", re.MULTILINE)
+MODULE = re.compile(r"^(\w+)\s*\{(.*?)^\}", re.MULTILINE | re.DOTALL)
 
 
-class AndroidBpTest(unittest.TestCase):
-    def differences(self, blueprint=BLUEPRINT, **cmake):
-        with tempfile.TemporaryDirectory() as folder:
-            root = pathlib.Path(folder)
-            for name, text in {**CMAKE, **cmake}.items():
-                (root / name).mkdir(parents=True, exist_ok=True)
-                (root / name / "CMakeLists.txt").write_text(text)
-            for source in android_bp.Blueprint(BLUEPRINT).modules:
-                for name in source[1].get("srcs", []):
-                    if not name.startswith(":"):
-                        (root / name).parent.mkdir(parents=True, exist_ok=True)
-                        (root / name).touch()
-            (root / "Android.bp").write_text(blueprint)
-            return android_bp.differences(root)
+def strings(value, variables):
+    """The strings of a sum of strings, lists and variables."""
+    for text, variable in re.findall(r'"([^"]*)"|(\w+)', value):
+        yield from variables[variable] if variable else [text]
 
-    def test_same_lists_in_other_words_are_the_same(self):
-        self.assertEqual([], self.differences())
 
-    def test_source_that_only_one_of_the_two_has_is_named(self):
-        self.assertEqual(
-            ["soundtrigger_hal_test: tests/product/new_test.cpp is only in CMake's list",
-             "soundtrigger_hal_test: tests/product/x_test.cpp is only in Android.bp"],
-            self.differences(
-                **{"tests/product": "sthal_test(hal_test SOURCES ../support/fake.cpp new_test.cpp)"}))
+def listed_by_android(text):
+    text = re.sub(r"(^|\s)//.*", "", text)
+    variables = {}
+    for name, value in VARIABLE.findall(text):
+        variables[name] = variables.get(name, []) + list(strings(value, variables))
 
-    def test_every_module_with_the_common_list_is_told(self):
-        found = self.differences(BLUEPRINT.replace('["audio/a.cpp",]', '["audio/c.cpp"]'))
-        self.assertEqual(3, found.count("soundtrigger_hal_test: audio/c.cpp is only in Android.bp") +
-                         found.count("libsoundtrigger_hal: audio/a.cpp is only in CMake's list") +
-                         found.count("soundtrigger_hal_fuzz_dump: there is no file audio/c.cpp"))
+    def items(module, name):
+        for value in re.findall(rf"\b{name}:\s*{SUM}", module):
+            yield from strings(value, variables)
 
-    def test_source_listed_twice_is_told(self):
-        self.assertEqual(
-            ["soundtrigger_hal_test: tests/support/fake.cpp is in Android.bp twice"],
-            self.differences(BLUEPRINT.replace('[":shared_tests",',
-                                               '[":shared_tests", "tests/support/fake.cpp",')))
+    modules = {next(items(module, "name")): (kind, module)
+               for kind, module in MODULE.findall(text) if kind.startswith("cc_")}
 
-    def test_module_that_only_one_of_the_two_has_is_named(self):
-        renamed = BLUEPRINT.replace("hal_fuzz_dump", "hal_fuzz_dumps")
-        self.assertEqual(
-            ["Android.bp: there is no module 'soundtrigger_hal_fuzz_dump', but CMake builds its "
-             "sources", "soundtrigger_hal_fuzz_dumps: is only in Android.bp"],
-            self.differences(renamed))
+    def sources(name):
+        module = modules[name][1]
+        yield from items(module, "srcs")
+        for defaults in items(module, "defaults"):
+            yield from sources(defaults)
 
-    def test_what_cannot_be_read_is_no_success(self):
-        for blueprint in ('cc_test { name: "x", srcs: [ }', "cc_test {", "@", "a = b",
-                          'cc_test { name "x" }'):
-            with self.subTest(blueprint), self.assertRaises(android_bp.Malformed):
-                self.differences(blueprint)
-        with self.assertRaises(android_bp.Malformed):
-            self.differences(audio="add_library(renamed OBJECT a.cpp)")
+    for name, (kind, _) in modules.items():
+        if kind != "cc_defaults":
+            yield name
+            yield from (f"{name} {source}" for source in sources(name))
+
+
+def main():
+    root = pathlib.Path(sys.argv[1])
+    android = sorted(listed_by_android((root / "Android.bp").read_text(encoding="utf-8")))
+    cmake = pathlib.Path(sys.argv[2]).read_text(encoding="utf-8")
+    cmake = sorted(cmake.replace(f" {root}/", " ").splitlines())
+    found = list(difflib.unified_diff(cmake, android, "only in CMake's list", "only in Android.bp",
+                                      n=0, lineterm=""))
+    found += [f"there is no file {line}" for line in android
+              if " " in line and not (root / line.split()[1]).is_file()]
+    print("\n".join(found))
+    sys.exit(1 if found else 0)
 
 
 if __name__ == "__main__":
-    unittest.main()
+    main()

@@ -1,0 +1,13 @@
+# sthal_sources(VARIABLE TARGETS...): the sources that these targets list, by their full paths.
+function(sthal_sources VARIABLE)
+    set(sources)
+    foreach(target ${ARGN})
+        get_target_property(files ${target} SOURCES)
+        get_target_property(folder ${target} SOURCE_DIR)
+        foreach(file ${files})
+            cmake_path(ABSOLUTE_PATH file BASE_DIRECTORY ${folder} NORMALIZE)
+            list(APPEND sources ${file})
+        endforeach()
+    endforeach()
+    set(${VARIABLE} ${sources} PARENT_SCOPE)
+endfunction()
