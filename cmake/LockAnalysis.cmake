@@ -1,6 +1,6 @@
 # sthal_analyse_locks(FOLDERS...): has clang check the locks of the code in these folders, beside the
-# product. Compiled are the sources that see a guarded member, by a header that they include: others
-# cannot do anything wrong with one. Their objects are of no use.
+# product. Only sources that include a header with a guarded member are compiled: no other source can
+# use such a member. Their objects are not linked.
 function(sthal_analyse_locks)
     list(TRANSFORM ARGN APPEND /*.cpp OUTPUT_VARIABLE patterns)
     file(GLOB_RECURSE sources RELATIVE ${CMAKE_SOURCE_DIR} CONFIGURE_DEPENDS ${patterns})

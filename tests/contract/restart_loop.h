@@ -60,8 +60,8 @@ class RestartLoop {
         MeasureDelivery();
         std::thread detections([this] { TriggerInEachRound(); });
         for (int k = 0; k < parts_.rounds && !::testing::Test::HasFailure(); ++k) {
-            // Where a stop takes a record back that the control thread has been woken for, that
-            // thread pauses. This waits for the end of the pause: within it nothing can collide.
+            // The control thread pauses when a stop has taken back the record that woke it.
+            // Nothing can collide during the pause, so this waits for its end.
             if (k % kRoundsBetweenDeliveries == 0) DeliverOne();
             CollideOnce(k);
         }

@@ -83,6 +83,24 @@ TEST_F(RunningHalTest, DestructionDuringACallbackWaitsForItsEnd) {
     leave_.release();
 }
 
+TEST_F(RunningHalTest, StopAndUnloadWaitForTheCallbackThatRuns) {
+    const auto expect_wait = [this](const char* line, int (SoundTriggerHal::*request)(int)) {
+        (void)callback_->Take();
+        Hold();
+        const auto returned = std::async(std::launch::async, [&] {
+            EXPECT_EQ(0, (hal_.get()->*request)(1));
+            EXPECT_EQ(1U, callback_->events().size()) << "did not wait: " << line;
+        });
+        log_.WaitFor(line);
+        leave_.release();
+    };
+    expect_wait("I Hal: StopRecognition: Stopped recognition of client 1",
+                &SoundTriggerHal::StopRecognition);
+    EXPECT_EQ(0, hal_->UnloadSoundModel(1));
+    expect_wait("I Hal: UnloadSoundModel: Unload model with handle 1",
+                &SoundTriggerHal::UnloadSoundModel);
+}
+
 TEST_F(HalTest, WithoutAPipeTheHalWorksExceptForDetectionsAndCanBeDestroyed) {
     rlimit normal{};
     ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &normal));

@@ -1,6 +1,7 @@
 // Parts of the HAL by themselves, where no test of the whole would see a fault.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <mutex>
@@ -40,18 +41,25 @@ TEST(EventDeliveryTest, WaitIsForTheCallbackOfThatModelAloneAndNotWithoutEnd) {
     constexpr std::chrono::milliseconds kTimeout(500);
     EventDelivery delivery;
     std::mutex lock;
-    const auto start = steady_clock::now();
+    // The shortest of some: other programs run, too.
+    const auto wait = [&](int handle, int times) {
+        auto shortest = steady_clock::duration::max();
+        for (int i = 0; i < times; ++i) {
+            const auto start = steady_clock::now();
+            delivery.WaitForCallback(handle, lock);
+            shortest = std::min(shortest, steady_clock::now() - start);
+        }
+        return shortest;
+    };
     std::thread([&] {
         const std::lock_guard locked(lock);
         delivery.Begin(1);
         EXPECT_TRUE(delivery.Claim());
-        delivery.WaitForCallback(1, lock);  // By the callback itself.
+        EXPECT_LT(wait(1, 5), kTimeout) << "the callback itself waits";
     }).join();
     lock.lock();
-    delivery.WaitForCallback(2, lock);
-    EXPECT_LT(steady_clock::now() - start, kTimeout);
-    delivery.WaitForCallback(1, lock);
-    EXPECT_GE(steady_clock::now() - start, kTimeout) << "nobody ended the callback";
+    EXPECT_LT(wait(2, 5), kTimeout) << "waits for another model";
+    EXPECT_GE(wait(1, 1), kTimeout) << "nobody ended the callback";
     std::thread ending([&] {
         const std::lock_guard locked(lock);
         delivery.End();

@@ -27,7 +27,7 @@ namespace client_table {
 // A client's states, as RuntimeState numbers them.
 enum State { kUnloaded, kLoaded, kDetecting, kCallback, kBuffering, kForced };
 
-// That a restart fails in the words of a stop is no mistake.
+// A restart that fails logs the words of a stop: that is meant so.
 inline constexpr Transition::Call kLoad{DspOp::kLoad};
 inline constexpr Transition::Call kUnload{DspOp::kUnload};
 inline constexpr Transition::Call kUnloadStopped{DspOp::kUnload, "unload model "};

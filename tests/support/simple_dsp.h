@@ -164,7 +164,9 @@ class SharedSimpleDsp {
     int ReadAudio(char* buffer, unsigned size);
     void UpdateReadiness();
 
+    bool is_slow_ = false;
     mutable std::mutex lock_;
+    // Under lock_.
     SimpleDsp dsp_;
     int event_fd_;
     bool is_readable_ = false;
@@ -172,7 +174,6 @@ class SharedSimpleDsp {
     bool audio_fault_ = false;
     int calls_in_progress_ = 0;
     int overlaps_ = 0;
-    bool is_slow_ = false;
 };
 
 }  // namespace vendor::quarno::brindlecove::audio::hal::soundtrigger

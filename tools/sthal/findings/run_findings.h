@@ -83,8 +83,9 @@ struct ProblemsAndNotes {
  * refused streams; ERROR lines; what the DSP refused; facts that the record has not kept. At most
  * 250, then how many more.
  *
- * Of a run that went well, missed hotwords and silent captures are notes, and so are faults, if
- * nothing else was wrong. Rules that are a note only always are.
+ * Some of it is a note instead. Missed hotwords and silent captures are notes if the verdict is
+ * good. Faults are notes if nothing else was wrong. A broken rule for which no framework restarts
+ * the HAL is always a note.
  */
 ProblemsAndNotes Problems(const RunFacts& facts, const RunFindings& found);
 

@@ -23,8 +23,8 @@ struct RunOutcome {
  * The verdict on a run, by the first of these that is so:
  *
  *     the run was interrupted                             kInterrupted
- *     a verb was not carried out, or an expectation,
- *     that of a delivery included, did not hold           kFailed: `failure` or `delivery`
+ *     a verb was not carried out, or an expectation
+ *     (also that of a delivery) did not hold              kFailed: `failure` or `delivery`
  *     the HAL broke a rule for which Android's framework
  *     would restart it, although every verb is done       kFailed: `broken`
  *     there was no hotword to hear, and no event came     kNothingSpoken

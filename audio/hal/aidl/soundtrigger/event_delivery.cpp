@@ -6,8 +6,8 @@ namespace vendor::quarno::brindlecove::audio::hal::soundtrigger {
 
 namespace {
 
-// A framework that stops a model with a lock held that its callback waits for gets its answer after
-// this long; it gives every call 3 s in all.
+// A framework may hold a lock while it stops a model, and its callback may wait for that lock. The
+// stop then returns after this long, well within the 3 s that a framework gives every call.
 constexpr std::chrono::milliseconds kCallbackTimeout{500};
 
 }  // namespace
