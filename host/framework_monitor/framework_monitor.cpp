@@ -95,8 +95,8 @@ int FrameworkMonitor::WatchLoad(const Load& load, Call::Kind kind,
     std::lock_guard lock(lock_);
     --loads_running_;
     if (result != 0) return result;
-    // There is a model of this handle already if the HAL has dropped it. Its owner may not know that
-    // and use the handle, too: what it has armed stays.
+    // There is a model of this handle already if the HAL has dropped it. Its owner may not know
+    // that and use the handle, too: what it has armed stays.
     Model& loaded = models_.try_emplace(*handle, Model{.generation = ++clock_}).first->second;
     loaded.restarts = dsp_restarts_running_;
     loaded.last_call = Number(kind, *handle);
